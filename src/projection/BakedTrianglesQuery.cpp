@@ -1,0 +1,169 @@
+// The occlusion query of an edge against the baked triangles. Boxes are
+// floats and only prune; every decision inside a leaf is a sign of an exact
+// 64-bit expression, and interval ends are compared by 128-bit cross
+// products, so the result does not depend on floating-point error.
+//
+// Notation: a, b are the edge's ends; P0, P1, P2 the triangle's corners in
+// counter-clockwise order; N its plane record. For a triangle side P->Q,
+// side(X) >= 0 means X is on the triangle's side of the line; for the plane,
+// (X - P0) . N < 0 means X is behind the triangle, i.e. hidden by it.
+
+#include <algorithm>
+
+#include "ctr/BakedTriangles.h"
+#include "projection/ExactArithmetic.h"
+
+namespace ctr {
+
+namespace {
+
+struct tFraction {
+    int64_t numerator;
+    int64_t denominator;
+};
+
+bool isLess(const tFraction& p, const tFraction& q) {
+    return exact::FractionLess(p.numerator, p.denominator, q.numerator, q.denominator);
+}
+
+// numerator / denominator with the sign moved to the numerator; denominator != 0.
+tFraction makeFraction(int64_t numerator, int64_t denominator) {
+    return denominator < 0 ? tFraction{-numerator, -denominator} : tFraction{numerator, denominator};
+}
+
+int64_t planeDistance(const BakedVertex& x, const BakedVertex& p0, const Wm4::Vector3<int64_t>& n) {
+    return (int64_t{x.x} - p0.x) * n[0] + (int64_t{x.y} - p0.y) * n[1] + (int64_t{x.z} - p0.z) * n[2];
+}
+
+}  // namespace
+
+BakedVertex BakedTriangles::clampToGrid(const BakedVertex& vertex) const {
+    return BakedVertex{std::clamp(vertex.x, 0, gridLimit.x), std::clamp(vertex.y, 0, gridLimit.y),
+                       std::clamp(vertex.z, 0, gridLimit.z)};
+}
+
+void BakedTriangles::computeOcclusionIntervals(const BakedVertex& a, const BakedVertex& b,
+                                               std::vector<RationalInterval>& list) const {
+    if (planes.empty() || hierarchy.isEmpty()) return;
+    const BakedVertex ca = clampToGrid(a);
+    const BakedVertex cb = clampToGrid(b);
+    const qe::qeBBox box(
+        Wm4::Vector3<float>(static_cast<float>(std::min(ca.x, cb.x)), static_cast<float>(std::min(ca.y, cb.y)),
+                            static_cast<float>(std::min(ca.z, cb.z))),
+        Wm4::Vector3<float>(static_cast<float>(std::max(ca.x, cb.x)), static_cast<float>(std::max(ca.y, cb.y)),
+                            static_cast<float>(std::max(ca.z, cb.z))));
+    occlusionWalk(0, ca, cb, box, list);
+}
+
+void BakedTriangles::computeOcclusionIntervalsIter(unsigned int node, const BakedVertex& a, const BakedVertex& b,
+                                                   const qe::qeBBox& box,
+                                                   std::vector<RationalInterval>& list) const {
+    if (node >= hierarchy.getNodes().size()) return;
+    occlusionWalk(node, clampToGrid(a), clampToGrid(b), box, list);
+}
+
+void BakedTriangles::occlusionWalk(unsigned int node, const BakedVertex& a, const BakedVertex& b,
+                                   const qe::qeBBox& box, std::vector<RationalInterval>& list) const {
+    const std::vector<qe::qeBVHNode>& nodes = hierarchy.getNodes();
+    for (;;) {
+        const qe::qeBVHNode& current = nodes[node];
+        // The depth test is one-sided and non-strict: a node whose nearest
+        // depth is not nearer than the edge's farthest cannot hide it, while
+        // nodes wholly in front of the edge must be kept.
+        if (current.box.Min[0] > box.Max[0] || current.box.Max[0] < box.Min[0] || current.box.Min[1] > box.Max[1] ||
+            current.box.Max[1] < box.Min[1] || current.box.Min[2] >= box.Max[2])
+            return;
+        if (!current.isLeaf()) {
+            occlusionWalk(current.firstChild(), a, b, box, list);
+            node = current.secondChild();
+            continue;
+        }
+        // 32-bit sum on purpose: a leaf whose range wraps holds nothing.
+        const uint32_t first = current.firstPrimitive();
+        const uint32_t end = first + current.primitiveCount();
+        for (uint32_t k = first; k < end; ++k) testTriangleOcclusion(hierarchy.getPrimitives()[k], a, b, list);
+        return;
+    }
+}
+
+void BakedTriangles::testTriangleOcclusion(uint32_t triangle, const BakedVertex& a, const BakedVertex& b,
+                                           std::vector<RationalInterval>& list) const {
+    const uint32_t* corner = &triangles[3 * static_cast<size_t>(triangle)];
+    const BakedVertex* p[3] = {&vertices[corner[0]], &vertices[corner[1]], &vertices[corner[2]]};
+
+    // Clip the edge's parameter range to the three half-planes of the
+    // triangle's sides.
+    tFraction start{0, 1};
+    tFraction end{1, 1};
+    for (int k = 0; k < 3; ++k) {
+        const BakedVertex& from = *p[k];
+        const BakedVertex& to = *p[(k + 1) % 3];
+        const int64_t stepX = int64_t{to.x} - from.x;
+        const int64_t stepY = int64_t{from.y} - to.y;
+        const int64_t sideA = (int64_t{a.y} - from.y) * stepX + (int64_t{a.x} - from.x) * stepY;
+        const int64_t sideB = (int64_t{b.y} - from.y) * stepX + (int64_t{b.x} - from.x) * stepY;
+        const int64_t change = (int64_t{b.y} - a.y) * stepX + (int64_t{b.x} - a.x) * stepY;
+        if (change == 0) {
+            if (sideA < 0) return;
+            continue;
+        }
+        tFraction crossing = makeFraction(sideA, sideA - sideB);
+        if (crossing.numerator < 0)
+            crossing = tFraction{0, 1};
+        else if (crossing.numerator > crossing.denominator)
+            crossing = tFraction{1, 1};
+        if (change > 0) {
+            if (isLess(start, crossing)) start = crossing;
+        } else if (isLess(crossing, end)) {
+            end = crossing;
+        }
+        // Bounds only tighten, so an empty range stays empty.
+        if (!isLess(start, end)) return;
+    }
+
+    const Wm4::Vector3<int64_t>& normal = planes[triangle];
+    const int64_t depthA = planeDistance(a, *p[0], normal);
+    const int64_t depthB = planeDistance(b, *p[0], normal);
+    if (depthA >= 0 && depthB >= 0) return;
+    if (depthA < 0 && depthB >= 0) {
+        const tFraction crossing = makeFraction(depthA, depthA - depthB);
+        if (isLess(crossing, end)) end = crossing;
+    } else if (depthA >= 0) {
+        const tFraction crossing = makeFraction(depthA, depthA - depthB);
+        if (isLess(start, crossing)) start = crossing;
+    }
+    if (isLess(start, end))
+        list.push_back(RationalInterval{start.numerator, start.denominator, end.numerator, end.denominator});
+}
+
+void BakedTriangles::computeBakedBVHBBox(unsigned int node) {
+    std::vector<qe::qeBVHNode>& nodes = hierarchy.getNodes();
+    if (node >= nodes.size()) return;
+    qe::qeBVHNode& current = nodes[node];
+    current.box.makeEmpty();
+    if (!current.isLeaf()) {
+        computeBakedBVHBBox(current.firstChild());
+        computeBakedBVHBBox(current.secondChild());
+        current.box.include(nodes[current.firstChild()].box);
+        current.box.include(nodes[current.secondChild()].box);
+        return;
+    }
+    const uint32_t first = current.firstPrimitive();
+    const uint32_t end = first + current.primitiveCount();
+    if (end <= first) return;
+    BakedVertex low{INT32_MAX, INT32_MAX, INT32_MAX};
+    BakedVertex high{INT32_MIN, INT32_MIN, INT32_MIN};
+    for (uint32_t k = first; k < end; ++k) {
+        const uint32_t* corner = &triangles[3 * static_cast<size_t>(hierarchy.getPrimitives()[k])];
+        for (int c = 0; c < 3; ++c) {
+            const BakedVertex& v = vertices[corner[c]];
+            low = BakedVertex{std::min(low.x, v.x), std::min(low.y, v.y), std::min(low.z, v.z)};
+            high = BakedVertex{std::max(high.x, v.x), std::max(high.y, v.y), std::max(high.z, v.z)};
+        }
+    }
+    current.box = qe::qeBBox(
+        Wm4::Vector3<float>(static_cast<float>(low.x), static_cast<float>(low.y), static_cast<float>(low.z)),
+        Wm4::Vector3<float>(static_cast<float>(high.x), static_cast<float>(high.y), static_cast<float>(high.z)));
+}
+
+}  // namespace ctr

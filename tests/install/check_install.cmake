@@ -1,0 +1,28 @@
+# Installs the build into a scratch prefix, then configures, builds and runs
+# a consumer that finds the package with find_package.
+file(REMOVE_RECURSE "${WORK_DIR}")
+execute_process(COMMAND ${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${WORK_DIR}/prefix"
+  RESULT_VARIABLE result OUTPUT_QUIET)
+if(result)
+  message(FATAL_ERROR "install failed")
+endif()
+foreach(expected lib/libqeContouringLib.so.1.0 lib/libqeContouringLib.so.1 include/ctr/BakedTriangles.h
+                 include/qePlatform/qe/qeTriMesh.h lib/cmake/qeContouringLib/qeContouringLibConfig.cmake)
+  if(NOT EXISTS "${WORK_DIR}/prefix/${expected}")
+    message(FATAL_ERROR "install lacks ${expected}")
+  endif()
+endforeach()
+execute_process(COMMAND ${CMAKE_COMMAND} -S "${SOURCE_DIR}" -B "${WORK_DIR}/build"
+    -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_BUILD_TYPE=Release
+  RESULT_VARIABLE result OUTPUT_QUIET)
+if(result)
+  message(FATAL_ERROR "consumer configure failed")
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} --build "${WORK_DIR}/build" RESULT_VARIABLE result OUTPUT_QUIET)
+if(result)
+  message(FATAL_ERROR "consumer build failed")
+endif()
+execute_process(COMMAND "${WORK_DIR}/build/consumer" RESULT_VARIABLE result OUTPUT_VARIABLE output)
+if(result OR NOT output MATCHES "1\\.0\\.0\\.1297 hidden 1")
+  message(FATAL_ERROR "consumer run failed: ${output}")
+endif()

@@ -1,0 +1,132 @@
+#include "ModelImport.h"
+
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+
+#include <assimp/Importer.hpp>
+#include <cmath>
+#include <functional>
+
+namespace contour {
+
+namespace {
+
+// Assimp stores column-vector matrices (translation in the fourth column);
+// the framework multiplies row vectors, so the matrix is transposed.
+qe::qeGenericTransformation<float> toTransformation(const aiMatrix4x4& m) {
+    const Wm4::Matrix4<float> rows(m.a1, m.b1, m.c1, m.d1, m.a2, m.b2, m.c2, m.d2, m.a3, m.b3, m.c3, m.d3, m.a4, m.b4,
+                                   m.c4, m.d4);
+    return qe::qeGenericTransformation<float>(rows);
+}
+
+struct tBuffers {
+    qe::qePointer<qe::qeVertexBuffer> vertices;
+    qe::qePointer<qe::qeIndexBuffer> indices;
+};
+
+bool convertMesh(const aiMesh& source, unsigned int meshIndex, tBuffers& buffers, std::string& error) {
+    unsigned int triangleCount = 0;
+    for (unsigned int f = 0; f < source.mNumFaces; ++f)
+        if (source.mFaces[f].mNumIndices == 3) ++triangleCount;
+    if (triangleCount == 0) return true;
+
+    qe::qeAttributes attributes;
+    attributes.SetPositionChannels(3);
+    if (source.HasNormals()) attributes.SetNormalChannels(3);
+    buffers.vertices = new qe::qeVertexBuffer(attributes, static_cast<int>(source.mNumVertices));
+    for (unsigned int i = 0; i < source.mNumVertices; ++i) {
+        const aiVector3D& p = source.mVertices[i];
+        if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z)) {
+            error = "vertex " + std::to_string(i) + " of mesh " + std::to_string(meshIndex) +
+                    " has a coordinate that is not a finite number";
+            return false;
+        }
+        buffers.vertices->Position3(static_cast<int>(i)) = Wm4::Vector3<float>(p.x, p.y, p.z);
+        if (source.HasNormals()) {
+            const aiVector3D& n = source.mNormals[i];
+            buffers.vertices->Normal3(static_cast<int>(i)) = Wm4::Vector3<float>(n.x, n.y, n.z);
+        }
+    }
+    buffers.indices = new qe::qeIndexBuffer(static_cast<int>(3 * triangleCount), qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
+    unsigned int* out = buffers.indices->GetData();
+    for (unsigned int f = 0; f < source.mNumFaces; ++f) {
+        const aiFace& face = source.mFaces[f];
+        if (face.mNumIndices != 3) continue;
+        for (unsigned int c = 0; c < 3; ++c) {
+            if (face.mIndices[c] >= source.mNumVertices) {
+                error = "face " + std::to_string(f) + " of mesh " + std::to_string(meshIndex) +
+                        " refers to a vertex that does not exist";
+                return false;
+            }
+            *out++ = face.mIndices[c];
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+std::vector<const qe::qeTriMesh*> ImportedModel::meshList() const {
+    std::vector<const qe::qeTriMesh*> list;
+    list.reserve(meshes.size());
+    for (const qe::qePointer<qe::qeTriMesh>& mesh : meshes) list.push_back(mesh);
+    return list;
+}
+
+bool ImportModel(const std::string& path, ImportedModel& model, std::string& error) {
+    model = ImportedModel();
+    Assimp::Importer importer;
+    // Points and lines are removed; vertices are neither joined nor
+    // reordered, so the file's own sharing of corners is what the crease and
+    // silhouette tests see.
+    importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
+    const aiScene* scene = importer.ReadFile(
+        path, aiProcess_Triangulate | aiProcess_SortByPType | aiProcess_ValidateDataStructure);
+    if (!scene || !scene->mRootNode) {
+        const std::string reason = importer.GetErrorString();
+        error = "cannot read '" + path + "': " + (reason.empty() ? "unknown format" : reason);
+        return false;
+    }
+
+    std::vector<tBuffers> buffers(scene->mNumMeshes);
+    for (unsigned int m = 0; m < scene->mNumMeshes; ++m) {
+        if (!convertMesh(*scene->mMeshes[m], m, buffers[m], error)) {
+            error = "cannot read '" + path + "': " + error;
+            return false;
+        }
+        if (buffers[m].vertices) model.vertexCount += static_cast<size_t>(buffers[m].vertices->GetVertexQuantity());
+    }
+
+    bool allNormals = true;
+    const std::function<void(const aiNode&, const aiMatrix4x4&)> place = [&](const aiNode& node,
+                                                                              const aiMatrix4x4& parent) {
+        const aiMatrix4x4 global = parent * node.mTransformation;
+        for (unsigned int k = 0; k < node.mNumMeshes; ++k) {
+            const unsigned int m = node.mMeshes[k];
+            if (m >= buffers.size() || !buffers[m].indices) continue;
+            qe::qePointer<qe::qeTriMesh> mesh = new qe::qeTriMesh(buffers[m].vertices, buffers[m].indices);
+            mesh->Local = toTransformation(global);
+            mesh->World = mesh->Local;
+            mesh->WorldIsCurrent = true;
+            mesh->UpdateMS(true, false, 0);
+            mesh->UpdateGS();
+            allNormals = allNormals && buffers[m].vertices->GetAttributes().HasNormal();
+            model.triangleCount += static_cast<size_t>(mesh->GetTriangleQuantity());
+            model.meshes.push_back(mesh);
+            const std::string name = scene->mMeshes[m]->mName.C_Str();
+            model.names.push_back(name.empty() ? node.mName.C_Str() : name);
+        }
+        for (unsigned int c = 0; c < node.mNumChildren; ++c) place(*node.mChildren[c], global);
+    };
+    place(*scene->mRootNode, aiMatrix4x4());
+
+    if (model.meshes.empty()) {
+        error = "'" + path + "' holds no triangle";
+        model = ImportedModel();
+        return false;
+    }
+    model.hasNormals = allNormals;
+    return true;
+}
+
+}  // namespace contour

@@ -1,0 +1,37 @@
+// Reads a model file into framework triangle meshes. Shared by the
+// command-line tool, the tests and the benchmarks; the library itself never
+// reads files.
+#ifndef CONTOUR_MODELIMPORT_H
+#define CONTOUR_MODELIMPORT_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "qe/qePointer.h"
+#include "qe/qeTriMesh.h"
+
+namespace contour {
+
+struct ImportedModel {
+    // One mesh per placed instance of a file mesh: instances share their
+    // vertex and index buffers and differ in their world transformation.
+    std::vector<qe::qePointer<qe::qeTriMesh>> meshes;
+    std::vector<std::string> names;
+    size_t triangleCount = 0;
+    size_t vertexCount = 0;  // distinct buffers counted once
+    bool hasNormals = false;  // every mesh carries per-vertex normals
+
+    // The mesh pointers in the form the generator takes.
+    std::vector<const qe::qeTriMesh*> meshList() const;
+};
+
+// Loads every triangle of the file (polygons are split into fans, points and
+// lines are dropped), keeping the file's vertex order and sharing. Returns
+// false with a one-line reason in error when the file cannot be read, holds
+// no triangle, or has a non-finite coordinate; model is then left empty.
+bool ImportModel(const std::string& path, ImportedModel& model, std::string& error);
+
+}  // namespace contour
+
+#endif
