@@ -1,1 +1,293 @@
+// The exact occlusion query: hand-checked cases on a grid where world
+// coordinates are grid coordinates, and cross-checks of the hierarchy walk
+// against testing every triangle on real meshes.
+#include <algorithm>
+#include <numeric>
+#include <random>
+
 #include <gtest/gtest.h>
+
+#include "ModelImport.h"
+#include "TestSupport.h"
+#include "ctr/BakedTriangles.h"
+
+namespace {
+
+using V3 = Wm4::Vector3<float>;
+__extension__ typedef __int128 Int128;
+
+// A space whose grid coordinates equal the (integer) world coordinates:
+// identity matrices and a cube of 0 .. 2^20 - 1 give scales of exactly 1.
+ctr::DiscreteProjectionSpace UnitGridSpace() {
+    ctr::DiscreteProjectionSpace space;
+    const float range = 1048575.0f;
+    space.setDomain(V3(0, 0, 0), V3(range, range, range));
+    space.updateRatios();
+    return space;
+}
+
+struct Baked {
+    ctr::DiscreteProjectionSpace space;
+    ctr::BakedTriangles triangles;
+};
+
+// Keeps the space at a stable address for the baked triangles' pointer.
+std::unique_ptr<Baked> BakeAll(const ctr::DiscreteProjectionSpace& space,
+                               const std::vector<const qe::qeTriMesh*>& meshes) {
+    auto baked = std::make_unique<Baked>();
+    baked->space = space;
+    baked->triangles.setProjectionSpace(&baked->space);
+    baked->triangles.setMeshes(meshes);
+    baked->triangles.initialize();
+    std::string why;
+    EXPECT_TRUE(baked->triangles.validate(&why)) << why;
+    return baked;
+}
+
+std::vector<ctr::RationalInterval> Query(const ctr::BakedTriangles& baked, ctr::BakedVertex a, ctr::BakedVertex b) {
+    std::vector<ctr::RationalInterval> list;
+    baked.computeOcclusionIntervals(a, b, list);
+    return list;
+}
+
+// Reduced, so that equal values written differently compare equal.
+ctr::RationalInterval Reduced(ctr::RationalInterval r) {
+    const int64_t gs = std::gcd(r.startNumerator, r.startDenominator);
+    const int64_t ge = std::gcd(r.endNumerator, r.endDenominator);
+    return {r.startNumerator / gs, r.startDenominator / gs, r.endNumerator / ge, r.endDenominator / ge};
+}
+
+std::vector<ctr::RationalInterval> Canonical(std::vector<ctr::RationalInterval> list, bool reduce) {
+    if (reduce)
+        for (ctr::RationalInterval& r : list) r = Reduced(r);
+    // By value, then by the written fields, so that equal lists sort alike.
+    std::sort(list.begin(), list.end(), [](const ctr::RationalInterval& p, const ctr::RationalInterval& q) {
+        const Int128 ps = Int128(p.startNumerator) * q.startDenominator,
+                     qs = Int128(q.startNumerator) * p.startDenominator;
+        if (ps != qs) return ps < qs;
+        const Int128 pe = Int128(p.endNumerator) * q.endDenominator, qe = Int128(q.endNumerator) * p.endDenominator;
+        if (pe != qe) return pe < qe;
+        return std::tie(p.startNumerator, p.startDenominator, p.endNumerator, p.endDenominator) <
+               std::tie(q.startNumerator, q.startDenominator, q.endNumerator, q.endDenominator);
+    });
+    return list;
+}
+
+bool SameValue(const ctr::RationalInterval& r, int64_t sn, int64_t sd, int64_t en, int64_t ed) {
+    return Int128(r.startNumerator) * sd == Int128(sn) * r.startDenominator &&
+           Int128(r.endNumerator) * ed == Int128(en) * r.endDenominator;
+}
+
+// The triangle test written out plainly in 128-bit arithmetic, for every
+// triangle with no hierarchy: the reference the walk must reproduce.
+std::vector<ctr::RationalInterval> BruteForce(const ctr::BakedTriangles& baked, const ctr::BakedVertex& a,
+                                              const ctr::BakedVertex& b) {
+    struct F {
+        Int128 n, d;
+    };
+    const auto less = [](const F& p, const F& q) { return p.n * q.d < q.n * p.d; };
+    const auto fraction = [](Int128 n, Int128 d) { return d < 0 ? F{-n, -d} : F{n, d}; };
+    std::vector<ctr::RationalInterval> out;
+    for (uint32_t t = 0; t < baked.getTriangleQuantity(); ++t) {
+        const ctr::BakedVertex* p[3];
+        for (int c = 0; c < 3; ++c) p[c] = &baked.getVertices()[baked.getTriangles()[3 * t + c]];
+        F s{0, 1}, e{1, 1};
+        bool empty = false;
+        for (int k = 0; k < 3 && !empty; ++k) {
+            const ctr::BakedVertex &P = *p[k], &Q = *p[(k + 1) % 3];
+            const auto side = [&](const ctr::BakedVertex& x) {
+                return Int128(x.y - P.y) * (Q.x - P.x) + Int128(x.x - P.x) * (P.y - Q.y);
+            };
+            const Int128 sa = side(a), sb = side(b), d = sb - sa;
+            if (d == 0) {
+                empty = sa < 0;
+                continue;
+            }
+            F crossing = fraction(sa, sa - sb);
+            if (crossing.n < 0) crossing = F{0, 1};
+            if (crossing.n > crossing.d) crossing = F{1, 1};
+            if (d > 0 && less(s, crossing)) s = crossing;
+            if (d < 0 && less(crossing, e)) e = crossing;
+        }
+        if (empty || !less(s, e)) continue;
+        const Wm4::Vector3<int64_t>& n = baked.getPlanes()[t];
+        const auto depth = [&](const ctr::BakedVertex& x) {
+            return Int128(x.x - p[0]->x) * n[0] + Int128(x.y - p[0]->y) * n[1] + Int128(x.z - p[0]->z) * n[2];
+        };
+        const Int128 da = depth(a), db = depth(b);
+        if (da >= 0 && db >= 0) continue;
+        if (da < 0 && db >= 0) {
+            const F c = fraction(da, da - db);
+            if (less(c, e)) e = c;
+        } else if (da >= 0) {
+            const F c = fraction(da, da - db);
+            if (less(s, c)) s = c;
+        }
+        if (less(s, e)) out.push_back({int64_t(s.n), int64_t(s.d), int64_t(e.n), int64_t(e.d)});
+    }
+    return out;
+}
+
+TEST(OcclusionQuery, SingleTriangleCases) {
+    // Corners (100,100), (300,100), (100,300) at depth 500; at y = 150 the
+    // triangle spans x from 100 to 250.
+    const auto mesh = ctr_test::MakeMesh({V3(100, 100, 500), V3(300, 100, 500), V3(100, 300, 500)}, {0, 1, 2});
+    const auto baked = BakeAll(UnitGridSpace(), {mesh});
+    const ctr::BakedTriangles& t = baked->triangles;
+    ASSERT_EQ(t.getTriangleQuantity(), 1u);
+
+    // Behind it, outside to outside: hidden between the two outline crossings.
+    auto hidden = Query(t, {0, 150, 900}, {400, 150, 900});
+    ASSERT_EQ(hidden.size(), 1u);
+    EXPECT_TRUE(SameValue(hidden[0], 1, 4, 5, 8));
+    // The reversed edge gives the mirrored interval.
+    hidden = Query(t, {400, 150, 900}, {0, 150, 900});
+    ASSERT_EQ(hidden.size(), 1u);
+    EXPECT_TRUE(SameValue(hidden[0], 3, 8, 3, 4));
+    // In front of it, or lying in its plane: nothing.
+    EXPECT_TRUE(Query(t, {0, 150, 100}, {400, 150, 100}).empty());
+    EXPECT_TRUE(Query(t, {0, 150, 500}, {400, 150, 500}).empty());
+    // Parallel to the side y = 100 and just outside it: nothing.
+    EXPECT_TRUE(Query(t, {50, 99, 900}, {350, 99, 900}).empty());
+    // Passing beside it: nothing.
+    EXPECT_TRUE(Query(t, {0, 310, 900}, {400, 310, 900}).empty());
+    // Crossing its plane inside its outline: only the part behind, from the
+    // depth crossing at 1/2 on; reversed, the part up to 1/2.
+    hidden = Query(t, {120, 150, 100}, {220, 150, 900});
+    ASSERT_EQ(hidden.size(), 1u);
+    EXPECT_TRUE(SameValue(hidden[0], 1, 2, 1, 1));
+    hidden = Query(t, {220, 150, 900}, {120, 150, 100});
+    ASSERT_EQ(hidden.size(), 1u);
+    EXPECT_TRUE(SameValue(hidden[0], 0, 1, 1, 2));
+    // Ending exactly on the plane: that end is not hidden, the rest is.
+    hidden = Query(t, {120, 150, 900}, {220, 150, 500});
+    ASSERT_EQ(hidden.size(), 1u);
+    EXPECT_TRUE(SameValue(hidden[0], 0, 1, 1, 1));
+    // Seen end-on inside the outline and behind: the whole (zero-length on
+    // screen) edge is inside, so [0, 1] is hidden.
+    hidden = Query(t, {150, 150, 800}, {150, 150, 900});
+    ASSERT_EQ(hidden.size(), 1u);
+    EXPECT_TRUE(SameValue(hidden[0], 0, 1, 1, 1));
+    // Ends off the grid are clamped onto it instead of overflowing.
+    hidden = Query(t, {INT32_MIN, 150, INT32_MAX}, {INT32_MAX, 150, INT32_MAX});
+    EXPECT_EQ(hidden.size(), 1u);
+}
+
+TEST(OcclusionQuery, NeighbouringTrianglesGiveTouchingIntervals) {
+    // A square of two triangles sharing the diagonal (200,100)-(100,200); an
+    // edge behind it crosses the diagonal at x = 150.
+    const auto mesh = ctr_test::MakeMesh({V3(100, 100, 500), V3(200, 100, 500), V3(100, 200, 500), V3(200, 200, 500)},
+                                         {0, 1, 2, 1, 3, 2});
+    const auto baked = BakeAll(UnitGridSpace(), {mesh});
+    auto hidden = Canonical(Query(baked->triangles, {0, 150, 900}, {300, 150, 900}), true);
+    ASSERT_EQ(hidden.size(), 2u);
+    EXPECT_TRUE(SameValue(hidden[0], 1, 3, 1, 2));
+    EXPECT_TRUE(SameValue(hidden[1], 1, 2, 2, 3));
+}
+
+TEST(OcclusionQuery, TiltedTriangleHidesOnlyBehindItsPlane) {
+    // Plane z = 300 + x: an edge at constant depth 500 is behind the plane
+    // for x < 200 and in front for x > 200.
+    const auto mesh = ctr_test::MakeMesh({V3(0, 0, 300), V3(400, 0, 700), V3(0, 400, 300)}, {0, 1, 2});
+    const auto baked = BakeAll(UnitGridSpace(), {mesh});
+    const auto hidden = Query(baked->triangles, {0, 100, 500}, {400, 100, 500});
+    ASSERT_EQ(hidden.size(), 1u);
+    EXPECT_TRUE(SameValue(hidden[0], 0, 1, 1, 2));
+    EXPECT_EQ(hidden, BruteForce(baked->triangles, {0, 100, 500}, {400, 100, 500}));
+}
+
+// Random edges and the model's own edges, clipped like feature edges are;
+// the hierarchy walk must return exactly what testing every triangle does.
+void CrossCheck(const char* model, unsigned xyBits, unsigned zBits, int randomEdges) {
+    contour::ImportedModel imported;
+    std::string error;
+    ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath(model), imported, error)) << error;
+    const qe::qeBBox& bound = imported.meshes[0]->WorldBound;
+    const V3 center = bound.center();
+    const float radius = (bound.Max - bound.Min).Length() * 0.5f;
+    ctr::DiscreteProjectionSpace space;  // 20/20 by default, beyond what setVoxelBitSize accepts
+    if (xyBits != 20 || zBits != 20) {
+        ASSERT_TRUE(space.setVoxelBitSize(xyBits, zBits));
+    }
+    ctr_test::PerspectiveCamera(space, center + V3(0.5f, 0.3f, 0.8f) * (2.2f * radius), center, 40.0f, 1.3f,
+                                0.2f * radius, 6.0f * radius);
+    const auto baked = BakeAll(space, imported.meshList());
+    ASSERT_GT(baked->triangles.getTriangleQuantity(), 0u);
+
+    std::mt19937 random(1234);
+    std::uniform_int_distribution<int32_t> xy(0, space.getGridLimit(0)), z(0, space.getGridLimit(2));
+    size_t withIntervals = 0, total = 0;
+    const auto check = [&](const ctr::BakedVertex& a, const ctr::BakedVertex& b) {
+        const auto hidden = Canonical(Query(baked->triangles, a, b), false);
+        ASSERT_EQ(hidden, Canonical(BruteForce(baked->triangles, a, b), false))
+            << "edge (" << a.x << "," << a.y << "," << a.z << ")-(" << b.x << "," << b.y << "," << b.z << ")";
+        withIntervals += !hidden.empty();
+        total += hidden.size();
+    };
+    for (int i = 0; i < randomEdges; ++i)
+        check({xy(random), xy(random), z(random)}, {xy(random), xy(random), z(random)});
+    const qe::qeTriMesh& mesh = *imported.meshes[0];
+    std::uniform_int_distribution<int> pick(0, mesh.GetTriangleQuantity() - 1);
+    for (int i = 0; i < randomEdges; ++i) {
+        int v[3];
+        mesh.GetTriangle(pick(random), v[0], v[1], v[2]);
+        ctr::BakedVertex a, b;
+        float wa = 0, wb = 0;
+        const auto range =
+            space.clipEdgeWorld(mesh.World.ApplyForward(mesh.VBuffer->Position3(v[0]), true),
+                                mesh.World.ApplyForward(mesh.VBuffer->Position3(v[1]), true), a, b, wa, wb);
+        if (range.first < range.second) check(a, b);
+    }
+    // The check must have had something to compare.
+    EXPECT_GT(withIntervals, static_cast<size_t>(randomEdges) / 10);
+    EXPECT_GT(total, withIntervals);
+}
+
+TEST(OcclusionQuery, HierarchyMatchesEveryTriangleOnRealMeshes) {
+    CrossCheck("organic/teapot.obj", 20, 20, 300);
+    CrossCheck("cad/fandisk.obj", 20, 19, 200);
+    // The largest grid in x and y and the deepest depth: the products of the
+    // exact tests reach their bit budget here.
+    CrossCheck("cad/rocker-arm.obj", 28, 3, 150);
+    CrossCheck("cad/joint.obj", 12, 35, 150);
+}
+
+TEST(OcclusionQuery, ResultDoesNotDependOnTriangleOrder) {
+    // The same surface with its triangles shuffled and their corners rotated
+    // hides the same parts of every edge.
+    contour::ImportedModel imported;
+    std::string error;
+    ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath("cad/anchor.stl"), imported, error)) << error;
+    const qe::qeTriMesh& mesh = *imported.meshes[0];
+    std::vector<V3> positions;
+    for (int i = 0; i < mesh.VBuffer->GetVertexQuantity(); ++i) positions.push_back(mesh.VBuffer->Position3(i));
+    std::vector<unsigned> order(static_cast<size_t>(mesh.GetTriangleQuantity()));
+    std::iota(order.begin(), order.end(), 0u);
+    std::mt19937 random(99);
+    std::shuffle(order.begin(), order.end(), random);
+    std::vector<unsigned> indices;
+    for (const unsigned t : order) {
+        int v[3];
+        mesh.GetTriangle(static_cast<int>(t), v[0], v[1], v[2]);
+        const int r = static_cast<int>(t % 3);
+        for (int c = 0; c < 3; ++c) indices.push_back(static_cast<unsigned>(v[(c + r) % 3]));
+    }
+    const auto shuffled = ctr_test::MakeMesh(positions, indices);
+
+    const V3 center = mesh.WorldBound.center();
+    const float radius = (mesh.WorldBound.Max - mesh.WorldBound.Min).Length() * 0.5f;
+    ctr::DiscreteProjectionSpace space;
+    ctr_test::OrthoCamera(space, center + V3(0.2f, 0.9f, 0.4f) * (3.0f * radius), center, radius, radius, 0.5f * radius,
+                          6.0f * radius);
+    const auto original = BakeAll(space, imported.meshList());
+    const auto reordered = BakeAll(space, {shuffled});
+    std::uniform_int_distribution<int32_t> coordinate(0, 1048575);
+    for (int i = 0; i < 300; ++i) {
+        const ctr::BakedVertex a{coordinate(random), coordinate(random), coordinate(random)};
+        const ctr::BakedVertex b{coordinate(random), coordinate(random), coordinate(random)};
+        EXPECT_EQ(Canonical(Query(original->triangles, a, b), true),
+                  Canonical(Query(reordered->triangles, a, b), true));
+    }
+}
+
+}  // namespace

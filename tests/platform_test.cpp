@@ -1,1 +1,174 @@
+// The host-framework layer: reference counting, the math conventions the
+// library's bit-exact results depend on, and the hierarchy builder.
+#include <limits>
+#include <random>
+
 #include <gtest/gtest.h>
+
+#include "Wm4Matrix4.h"
+#include "qe/qeBVHPrimitiveContainer.h"
+#include "qe/qeGenericTransformation.h"
+#include "qe/qeLinearGenericBVHBuilder.h"
+#include "qe/qeTriMesh.h"
+
+namespace {
+
+using V3 = Wm4::Vector3<float>;
+
+// Counts destructions, to observe ownership.
+class Tracked : public qe::qeObject {
+   public:
+    explicit Tracked(int& destroyed) : m_destroyed(destroyed) {}
+    ~Tracked() override { ++m_destroyed; }
+
+   private:
+    int& m_destroyed;
+};
+
+TEST(Platform, PointersShareOwnershipOfObjectsBornUnowned) {
+    int destroyed = 0;
+    Tracked* raw = new Tracked(destroyed);
+    EXPECT_EQ(raw->GetReferences(), 0);
+    {
+        qe::qePointer<Tracked> first = raw;
+        qe::qePointer<Tracked> second = first;
+        EXPECT_EQ(raw->GetReferences(), 2);
+        second = raw;  // the same object: nothing changes
+        EXPECT_EQ(raw->GetReferences(), 2);
+        second = nullptr;
+        EXPECT_EQ(raw->GetReferences(), 1);
+        // Reassigning to an object that only the old one keeps alive must
+        // not free it first.
+        first = first.get();
+        EXPECT_EQ(destroyed, 0);
+    }
+    EXPECT_EQ(destroyed, 1);
+}
+
+TEST(Platform, BuffersCloneByTheFrameworkContract) {
+    qe::qeIndexBuffer indices(4, qe::qeIndexBuffer::IBT_LINE_LIST);
+    for (unsigned i = 0; i < 4; ++i) indices.GetData()[i] = 10 + i;
+    indices.resizeIndexBuffer(6);
+    EXPECT_EQ(indices.GetIndexQuantity(), 6);
+    EXPECT_EQ(indices.GetData()[3], 13u);
+    EXPECT_EQ(indices.GetData()[5], 0u);
+    indices.resizeIndexBuffer(-3);
+    EXPECT_EQ(indices.GetIndexQuantity(), 0);
+
+    qe::qeAttributes attributes;
+    attributes.SetPositionChannels(3);
+    qe::qeVertexBuffer vertices(attributes, 2);
+    vertices.Position3(1) = V3(1, 2, 3);
+    qe::qeRttiInterface* target = nullptr;
+    ASSERT_TRUE(vertices.Clone(target));
+    qe::qePointer<qe::qeVertexBuffer> copy = dynamic_cast<qe::qeVertexBuffer*>(target);
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(copy->Position3(1), V3(1, 2, 3));
+    // A target of another class is refused and left alone.
+    qe::qeRttiInterface* wrong = &indices;
+    EXPECT_FALSE(vertices.Clone(wrong));
+    EXPECT_EQ(wrong, &indices);
+    EXPECT_TRUE(copy->IsDerived(qe::qeObject::TYPE));
+    EXPECT_FALSE(copy->IsExactly(qe::qeObject::TYPE));
+}
+
+TEST(Platform, RowVectorConventionAndExactIdentity) {
+    // Translation sits in row 3 and applies to points, not to directions.
+    Wm4::Matrix4<float> m(false);
+    m[0][1] = 2.0f;  // x contributes to y
+    m[3][0] = 10.0f;
+    const Wm4::Vector4<float> p = Wm4::Vector4<float>(1, 1, 1, 1) * m;
+    EXPECT_EQ(p, Wm4::Vector4<float>(11, 3, 1, 1));
+    qe::qeGenericTransformation<float> transform(m);
+    EXPECT_EQ(transform.ApplyForward(V3(1, 1, 1), true), V3(11, 3, 1));
+    EXPECT_EQ(transform.ApplyForward(V3(1, 1, 1), false), V3(1, 3, 1));
+    // The identity hands back its input bit for bit, signed zeros and NaN
+    // payloads included.
+    const qe::qeGenericTransformation<float> identity;
+    const V3 odd(-0.0f, std::numeric_limits<float>::quiet_NaN(), 1e-40f);
+    const V3 same = identity.ApplyForward(odd, true);
+    EXPECT_TRUE(std::signbit(same[0]));
+    EXPECT_TRUE(std::isnan(same[1]));
+    EXPECT_EQ(same[2], 1e-40f);
+    // Composition: first, then second.
+    Wm4::Matrix4<float> scale(false);
+    scale[0][0] = 3.0f;
+    qe::qeGenericTransformation<float> both;
+    both.Product(transform, qe::qeGenericTransformation<float>(scale));
+    EXPECT_EQ(both.ApplyForward(V3(1, 1, 1), true), V3(33, 3, 1));
+}
+
+TEST(Platform, TriangleQueryRejectsOutOfRange) {
+    qe::qeAttributes attributes;
+    attributes.SetPositionChannels(3);
+    qe::qePointer<qe::qeIndexBuffer> indices = new qe::qeIndexBuffer(7, qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
+    qe::qeTriMesh mesh(new qe::qeVertexBuffer(attributes, 3), indices);
+    EXPECT_EQ(mesh.GetTriangleQuantity(), 2);  // the seventh index is ignored
+    int a = -1, b = -1, c = -1;
+    EXPECT_TRUE(mesh.GetTriangle(1, a, b, c));
+    EXPECT_FALSE(mesh.GetTriangle(2, a, b, c));
+    EXPECT_FALSE(mesh.GetTriangle(-1, a, b, c));
+    EXPECT_EQ(mesh.GetGeometryType(), 4);
+}
+
+qe::qeBBox RandomBox(std::mt19937& random) {
+    std::uniform_real_distribution<float> position(-100.0f, 100.0f), size(0.0f, 3.0f);
+    const V3 low(position(random), position(random), position(random));
+    return qe::qeBBox(low, low + V3(size(random), size(random), size(random)));
+}
+
+TEST(Platform, BuilderMakesValidTreesForEveryInput) {
+    std::mt19937 random(7);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    struct Case {
+        const char* name;
+        std::vector<qe::qeBBox> boxes;
+    };
+    std::vector<Case> cases;
+    cases.push_back({"one", {RandomBox(random)}});
+    cases.push_back({"random", {}});
+    for (int i = 0; i < 5000; ++i) cases.back().boxes.push_back(RandomBox(random));
+    // Identical boxes give the heuristic nothing to split on; the builder
+    // must still bound leaves and depth.
+    cases.push_back({"identical", std::vector<qe::qeBBox>(3000, qe::qeBBox(V3(1, 1, 1), V3(2, 2, 2)))});
+    // A degenerate camera hands the builder non-finite boxes.
+    cases.push_back({"non-finite", {}});
+    for (int i = 0; i < 1000; ++i) {
+        qe::qeBBox box = RandomBox(random);
+        if (i % 3 == 0) box.Min[i % 2] = nan;
+        if (i % 5 == 0) box.Max[2] = inf;
+        if (i % 7 == 0) box = qe::qeBBox();
+        cases.back().boxes.push_back(box);
+    }
+    for (const Case& c : cases) {
+        qe::qeBVHPrimitiveContainer container;
+        for (const qe::qeBBox& box : c.boxes) container.add(box);
+        for (const auto method :
+             {qe::qeLinearGenericBVHBuilder::SPLIT_BINNED_SAH, qe::qeLinearGenericBVHBuilder::SPLIT_MEDIAN}) {
+            qe::qeGenericBVH bvh;
+            ASSERT_TRUE(qe::qeLinearGenericBVHBuilder::build(container, bvh, nullptr, 10, method)) << c.name;
+            std::string why;
+            EXPECT_TRUE(bvh.validate(container.size(), &why)) << c.name << ": " << why;
+            for (const qe::qeBVHNode& node : bvh.getNodes()) {
+                if (node.isLeaf()) {
+                    EXPECT_LE(node.primitiveCount(), 10u) << c.name;
+                }
+            }
+            EXPECT_LE(bvh.computeDepth(), 64u) << c.name;
+        }
+    }
+    // Nothing to build, and cancellation, leave an empty tree.
+    qe::qeBVHPrimitiveContainer empty;
+    qe::qeGenericBVH bvh;
+    EXPECT_FALSE(qe::qeLinearGenericBVHBuilder::build(empty, bvh, nullptr, 10));
+    EXPECT_TRUE(bvh.isEmpty());
+    bool cancelled = true;
+    const qe::qeCancelInterfaceProxyReadOnly cancel(cancelled);
+    qe::qeBVHPrimitiveContainer container;
+    for (int i = 0; i < 5000; ++i) container.add(RandomBox(random));
+    EXPECT_FALSE(qe::qeLinearGenericBVHBuilder::build(container, bvh, &cancel, 10));
+    EXPECT_TRUE(bvh.isEmpty());
+}
+
+}  // namespace

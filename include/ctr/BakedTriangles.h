@@ -9,12 +9,14 @@
 
 #include "Wm4Vector3.h"
 #include "Wm4Vector4.h"
+#include "qe/qeBBox.h"
+#include "qe/qeGenericBVH.h"
+#include "qe/qeLinearGenericBVHBuilder.h"
+
 #include "ctr/BakedVertex.h"
 #include "ctr/DiscreteProjectionSpace.h"
 #include "ctr/Export.h"
 #include "ctr/RationalInterval.h"
-#include "qe/qeBBox.h"
-#include "qe/qeGenericBVH.h"
 
 namespace qe {
 class qeTriMesh;
@@ -31,7 +33,7 @@ namespace ctr {
 // the object, and neither may change between initialize() and the queries.
 // Reading operations are const and may run on several threads at once.
 class CTR_API BakedTriangles {
-public:
+   public:
     // Grid position stored for a source vertex behind the viewer or outside
     // the cube. No stored triangle uses it as a corner.
     static constexpr int32_t kOutOfCubeMarker = 268435456;  // 2^28
@@ -100,6 +102,12 @@ public:
     // Refits the box of node and of its subtree to the grid coordinates of
     // the triangles below it.
     void computeBakedBVHBBox(unsigned int node);
+    // Builds the hierarchy over the baked triangles anew and refits it.
+    // initialize() calls it with the default method; another method is for
+    // comparing builders (the benchmarks do). Returns false, leaving no
+    // hierarchy, when there is no triangle or the builder refuses.
+    bool buildHierarchy(
+        qe::qeLinearGenericBVHBuilder::SplitMethod method = qe::qeLinearGenericBVHBuilder::SPLIT_BINNED_SAH);
 
     // The hierarchy builder's view of the triangles: their world-space boxes.
     uint32_t getPrimitiveQuantity() const { return getTriangleQuantity(); }
@@ -124,7 +132,7 @@ public:
     // One past the last baked triangle of mesh m.
     uint32_t getMeshTriangleEnd(uint32_t mesh) const;
 
-private:
+   private:
     void occlusionWalk(unsigned int node, const BakedVertex& a, const BakedVertex& b, const qe::qeBBox& box,
                        std::vector<RationalInterval>& list) const;
     void testTriangleOcclusion(uint32_t triangle, const BakedVertex& a, const BakedVertex& b,

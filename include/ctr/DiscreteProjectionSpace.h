@@ -8,6 +8,7 @@
 #include "Wm4Vector2.h"
 #include "Wm4Vector3.h"
 #include "Wm4Vector4.h"
+
 #include "ctr/BakedVertex.h"
 #include "ctr/Export.h"
 
@@ -23,7 +24,7 @@ namespace ctr {
 // constructor and setVoxelBitSize refresh them: after setViewProjection or
 // setDomain call updateRatios() before using the space.
 class CTR_API DiscreteProjectionSpace {
-public:
+   public:
     // The most vertices clipTriangle can produce: a triangle cut by six planes.
     static constexpr unsigned int kMaxClipVertices = 9;
 
@@ -72,8 +73,8 @@ public:
     // and wB. Returns the parameters (tA, tB) of the clipped ends on a->b.
     // An edge wholly beyond one plane returns (1, 0) and leaves all outputs
     // untouched.
-    std::pair<float, float> clipEdgeWorld(const Wm4::Vector3<float>& a, const Wm4::Vector3<float>& b,
-                                          BakedVertex& outA, BakedVertex& outB, float& wA, float& wB) const;
+    std::pair<float, float> clipEdgeWorld(const Wm4::Vector3<float>& a, const Wm4::Vector3<float>& b, BakedVertex& outA,
+                                          BakedVertex& outB, float& wA, float& wB) const;
 
     // Quantises a homogeneous clip-space point: divides by w, clamps to the
     // cube, scales and truncates. The result always lies on the grid (see
@@ -100,7 +101,7 @@ public:
     unsigned int getXYBitSize() const { return xyBitSize; }
     unsigned int getZBitSize() const { return zBitSize; }
 
-private:
+   private:
     Wm4::Matrix4<float> worldToClip;
     Wm4::Matrix4<float> clipToWorld;
     Wm4::Vector3<float> domainMin;

@@ -8,7 +8,7 @@ namespace Wm4 {
 
 template <class Real>
 class Vector3 {
-public:
+   public:
     Vector3() : m_afTuple{Real(0), Real(0), Real(0)} {}
     Vector3(Real fX, Real fY, Real fZ) : m_afTuple{fX, fY, fZ} {}
     explicit Vector3(const Real* afTuple) : m_afTuple{afTuple[0], afTuple[1], afTuple[2]} {}
@@ -36,9 +36,7 @@ public:
         return Vector3(m_afTuple[0] - v[0], m_afTuple[1] - v[1], m_afTuple[2] - v[2]);
     }
     Vector3 operator*(Real s) const { return Vector3(s * m_afTuple[0], s * m_afTuple[1], s * m_afTuple[2]); }
-    Vector3 operator/(Real s) const {
-        return Vector3(m_afTuple[0] / s, m_afTuple[1] / s, m_afTuple[2] / s);
-    }
+    Vector3 operator/(Real s) const { return Vector3(m_afTuple[0] / s, m_afTuple[1] / s, m_afTuple[2] / s); }
     Vector3 operator-() const { return Vector3(-m_afTuple[0], -m_afTuple[1], -m_afTuple[2]); }
     Vector3& operator+=(const Vector3& v) {
         m_afTuple[0] += v[0];
@@ -85,7 +83,7 @@ public:
 
     static const Vector3 ZERO;
 
-private:
+   private:
     Real m_afTuple[3];
 };
 

@@ -57,7 +57,7 @@ uint32_t binOf(float coordinate, float lower, float scale) {
 bool isFinitePositive(float value) { return value > 0.0f && std::isfinite(value); }
 
 class tBuilder {
-public:
+   public:
     tBuilder(const qeBVHPrimitiveContainer& container, qeGenericBVH& bvh, uint32_t maxLeafSize,
              qeLinearGenericBVHBuilder::SplitMethod method)
         : m_container(container),
@@ -113,7 +113,7 @@ public:
         return !(cancel && cancel->isCancelled());
     }
 
-private:
+   private:
     // Partitions the task's range and returns the first position of the
     // second half, or task.begin when the node stays a leaf.
     uint32_t chooseSplit(const tTask& task, const qeBBox& nodeBox, const qeBBox& centroidBox, uint32_t& axis) {
@@ -200,8 +200,8 @@ private:
         const uint32_t splitAxis = axis;
         // NaN centroids compare as neither less nor greater; the comparator
         // is kept a strict weak order by ranking them after every number.
-        std::nth_element(m_primitives.data() + task.begin, m_primitives.data() + middle,
-                         m_primitives.data() + task.end, [&](uint32_t a, uint32_t b) {
+        std::nth_element(m_primitives.data() + task.begin, m_primitives.data() + middle, m_primitives.data() + task.end,
+                         [&](uint32_t a, uint32_t b) {
                              const float ca = m_container.getCentroid(a)[splitAxis];
                              const float cb = m_container.getCentroid(b)[splitAxis];
                              if (std::isnan(ca)) return false;

@@ -6,10 +6,11 @@
 
 #include <array>
 
-#include "projection/ExactArithmetic.h"
 #include "qe/qeBVHPrimitiveContainer.h"
 #include "qe/qeLinearGenericBVHBuilder.h"
 #include "qe/qeTriMesh.h"
+
+#include "projection/ExactArithmetic.h"
 
 namespace ctr {
 
@@ -113,8 +114,7 @@ void BakedTriangles::initializeFirstPass(tFirstPassData& data) {
             // disagree by rounding for a vertex on a face of the cube; such a
             // triangle goes through the clamping path of clipped polygons
             // instead of using a vertex that was stored as the marker.
-            if (count == 3 && codes == 57 && insideCube[corner[0]] && insideCube[corner[1]] &&
-                insideCube[corner[2]]) {
+            if (count == 3 && codes == 57 && insideCube[corner[0]] && insideCube[corner[1]] && insideCube[corner[2]]) {
                 meshData.insideBits[static_cast<size_t>(t) / 32] |= 1u << (t % 32);
                 ++data.triangleCount;
                 continue;
@@ -156,7 +156,8 @@ void BakedTriangles::initialize() {
         const BakedVertex& a = vertices[ia];
         const BakedVertex& b0 = vertices[ib];
         const BakedVertex& c0 = vertices[ic];
-        const int64_t area = (int64_t{b0.x} - a.x) * (int64_t{c0.y} - a.y) - (int64_t{c0.x} - a.x) * (int64_t{b0.y} - a.y);
+        const int64_t area =
+            (int64_t{b0.x} - a.x) * (int64_t{c0.y} - a.y) - (int64_t{c0.x} - a.x) * (int64_t{b0.y} - a.y);
         if (area == 0) return;
         if (area < 0) {
             std::swap(ib, ic);
@@ -214,7 +215,8 @@ void BakedTriangles::initialize() {
         for (const tFirstPassData::tClipRecord& clipped : meshData.clipRecords) {
             const uint32_t first = vertexCursor;
             const uint32_t n = static_cast<uint32_t>(clipped.polygon.size());
-            for (const Wm4::Vector4<float>& point : clipped.polygon) vertices[vertexCursor++] = space.quantizeClipPoint(point);
+            for (const Wm4::Vector4<float>& point : clipped.polygon)
+                vertices[vertexCursor++] = space.quantizeClipPoint(point);
             // Fan (0, k, k + 1): its edges 0->1, k->k+1 and (n-1)->0 lie on
             // polygon edges and carry the code of the vertex they end at;
             // the diagonals get 0.
@@ -232,8 +234,16 @@ void BakedTriangles::initialize() {
     triangles.resize(3 * static_cast<size_t>(triangleCursor));
     planes.resize(triangleCursor);
     if (triangleCursor == 0) return;
+    buildHierarchy();
+}
+
+bool BakedTriangles::buildHierarchy(qe::qeLinearGenericBVHBuilder::SplitMethod method) {
+    hierarchy.clear();
+    if (planes.empty()) return false;
     const qe::qeBVHPrimitiveContainerCache<BakedTriangles> container(*this);
-    if (qe::qeLinearGenericBVHBuilder::build(container, hierarchy, nullptr, kMaxLeafSize)) computeBakedBVHBBox(0);
+    if (!qe::qeLinearGenericBVHBuilder::build(container, hierarchy, nullptr, kMaxLeafSize, method)) return false;
+    computeBakedBVHBBox(0);
+    return true;
 }
 
 void BakedTriangles::computePrimitiveBBox(uint32_t triangle, qe::qeBBox& box) const {
@@ -247,8 +257,7 @@ void BakedTriangles::computePrimitiveBBox(uint32_t triangle, qe::qeBBox& box) co
 qe::qeTriMesh* BakedTriangles::computeBakedMesh() const {
     qe::qeAttributes attributes;
     attributes.SetPositionChannels(3);
-    qe::qePointer<qe::qeVertexBuffer> positions =
-        new qe::qeVertexBuffer(attributes, static_cast<int>(vertices.size()));
+    qe::qePointer<qe::qeVertexBuffer> positions = new qe::qeVertexBuffer(attributes, static_cast<int>(vertices.size()));
     if (projectionSpace)
         for (size_t i = 0; i < vertices.size(); ++i)
             positions->Position3(static_cast<int>(i)) =

@@ -56,14 +56,13 @@ void BakedTriangles::computeOcclusionIntervals(const BakedVertex& a, const Baked
 }
 
 void BakedTriangles::computeOcclusionIntervalsIter(unsigned int node, const BakedVertex& a, const BakedVertex& b,
-                                                   const qe::qeBBox& box,
-                                                   std::vector<RationalInterval>& list) const {
+                                                   const qe::qeBBox& box, std::vector<RationalInterval>& list) const {
     if (node >= hierarchy.getNodes().size()) return;
     occlusionWalk(node, clampToGrid(a), clampToGrid(b), box, list);
 }
 
-void BakedTriangles::occlusionWalk(unsigned int node, const BakedVertex& a, const BakedVertex& b,
-                                   const qe::qeBBox& box, std::vector<RationalInterval>& list) const {
+void BakedTriangles::occlusionWalk(unsigned int node, const BakedVertex& a, const BakedVertex& b, const qe::qeBBox& box,
+                                   std::vector<RationalInterval>& list) const {
     const std::vector<qe::qeBVHNode>& nodes = hierarchy.getNodes();
     for (;;) {
         const qe::qeBVHNode& current = nodes[node];

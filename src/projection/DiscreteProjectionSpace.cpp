@@ -24,8 +24,8 @@ bool isOutside(const Wm4::Vector4<float>& point, int axis, bool upper, float bou
 // midpoint rather than from an end, so that the result does not depend on
 // which end is inside. d is q - p. Writes the point and returns its parameter
 // s measured from the midpoint (the parameter along p->q is s + 0.5).
-float intersectPlane(const Wm4::Vector4<float>& p, const Wm4::Vector4<float>& q, const Wm4::Vector4<float>& d,
-                     int axis, float bound, Wm4::Vector4<float>& point) {
+float intersectPlane(const Wm4::Vector4<float>& p, const Wm4::Vector4<float>& q, const Wm4::Vector4<float>& d, int axis,
+                     float bound, Wm4::Vector4<float>& point) {
     const Wm4::Vector4<float> middle((p[0] + q[0]) * 0.5f, (p[1] + q[1]) * 0.5f, (p[2] + q[2]) * 0.5f,
                                      (p[3] + q[3]) * 0.5f);
     const float s = (middle[3] * bound - middle[axis]) / (d[axis] - d[3] * bound);
@@ -116,34 +116,38 @@ bool DiscreteProjectionSpace::clipTriangle(Wm4::Vector4<float>*& polygon, Wm4::V
         const bool upper = (plane & 1) != 0;
         const float bound = upper ? domainMax[axis] : domainMin[axis];
 
-        unsigned int outsideMask = 0;
-        for (unsigned int i = 0; i < n; ++i)
-            if (isOutside(polygon[i], axis, upper, bound)) outsideMask |= 1u << i;
-        if (outsideMask == (1u << n) - 1u) return false;
-        if (outsideMask == 0) continue;
+        // Outsideness kept as flags: an equivalent loop over a bit mask was
+        // miscompiled by g++ 12.2 at -O2 (it dropped one crossing; disabling
+        // value-range propagation restored it, and the sanitizers saw no
+        // undefined behaviour).
+        bool outside[kMaxClipVertices];
+        unsigned int outsideCount = 0;
+        for (unsigned int i = 0; i < n; ++i) {
+            outside[i] = isOutside(polygon[i], axis, upper, bound);
+            outsideCount += outside[i];
+        }
+        if (outsideCount == n) return false;
+        if (outsideCount == 0) continue;
 
         // A convex polygon gains at most one vertex per plane; rounding can
         // make a sliver cross a plane more than twice, and such a polygon is
         // dropped rather than allowed to overrun the buffers.
         unsigned int crossings = 0;
-        for (unsigned int i = 0, prev = n - 1; i < n; prev = i++)
-            crossings += ((outsideMask >> i) ^ (outsideMask >> prev)) & 1u;
-        const unsigned int insideCount = n - static_cast<unsigned int>(__builtin_popcount(outsideMask));
-        if (insideCount + crossings > kMaxClipVertices) return false;
+        for (unsigned int i = 0; i < n; ++i) crossings += outside[i] != outside[i == 0 ? n - 1 : i - 1];
+        if (n - outsideCount + crossings > kMaxClipVertices) return false;
 
         unsigned int emitted = 0;
         unsigned int emittedCodes = 0;
-        for (unsigned int i = 0, prev = n - 1; i < n; prev = i++) {
-            const bool outside = ((outsideMask >> i) & 1u) != 0;
-            const bool prevOutside = ((outsideMask >> prev) & 1u) != 0;
+        for (unsigned int i = 0; i < n; ++i) {
+            const unsigned int prev = i == 0 ? n - 1 : i - 1;
             const unsigned int code = (codes >> (2 * i)) & 3u;
-            if (outside != prevOutside) {
+            if (outside[i] != outside[prev]) {
                 const Wm4::Vector4<float> d = polygon[i] - polygon[prev];
                 intersectPlane(polygon[prev], polygon[i], d, axis, bound, scratch[emitted]);
-                emittedCodes |= (outside ? code : 0u) << (2 * emitted);
+                emittedCodes |= (outside[i] ? code : 0u) << (2 * emitted);
                 ++emitted;
             }
-            if (!outside) {
+            if (!outside[i]) {
                 scratch[emitted] = polygon[i];
                 emittedCodes |= code << (2 * emitted);
                 ++emitted;

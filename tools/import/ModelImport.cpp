@@ -1,11 +1,11 @@
 #include "ModelImport.h"
 
-#include <assimp/postprocess.h>
-#include <assimp/scene.h>
-
-#include <assimp/Importer.hpp>
 #include <cmath>
 #include <functional>
+
+#include <assimp/Importer.hpp>
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
 
 namespace contour {
 
@@ -80,8 +80,8 @@ bool ImportModel(const std::string& path, ImportedModel& model, std::string& err
     // reordered, so the file's own sharing of corners is what the crease and
     // silhouette tests see.
     importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
-    const aiScene* scene = importer.ReadFile(
-        path, aiProcess_Triangulate | aiProcess_SortByPType | aiProcess_ValidateDataStructure);
+    const aiScene* scene =
+        importer.ReadFile(path, aiProcess_Triangulate | aiProcess_SortByPType | aiProcess_ValidateDataStructure);
     if (!scene || !scene->mRootNode) {
         const std::string reason = importer.GetErrorString();
         error = "cannot read '" + path + "': " + (reason.empty() ? "unknown format" : reason);
@@ -99,7 +99,7 @@ bool ImportModel(const std::string& path, ImportedModel& model, std::string& err
 
     bool allNormals = true;
     const std::function<void(const aiNode&, const aiMatrix4x4&)> place = [&](const aiNode& node,
-                                                                              const aiMatrix4x4& parent) {
+                                                                             const aiMatrix4x4& parent) {
         const aiMatrix4x4 global = parent * node.mTransformation;
         for (unsigned int k = 0; k < node.mNumMeshes; ++k) {
             const unsigned int m = node.mMeshes[k];

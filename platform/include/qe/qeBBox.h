@@ -11,7 +11,7 @@
 namespace qe {
 
 class qeBBox {
-public:
+   public:
     qeBBox() { makeEmpty(); }
     qeBBox(const Wm4::Vector3<float>& minimum, const Wm4::Vector3<float>& maximum) : Min(minimum), Max(maximum) {}
 

@@ -10,7 +10,7 @@ namespace qe {
 
 template <class Real>
 class qeGenericTransformation {
-public:
+   public:
     qeGenericTransformation() : m_matrix(false), m_isIdentity(true) {}
     explicit qeGenericTransformation(const Wm4::Matrix4<Real>& matrix) { SetMatrix(matrix); }
 
@@ -26,7 +26,9 @@ public:
         m_matrix[3][2] = translate[2];
         m_isIdentity = (m_matrix == Wm4::Matrix4<Real>::IDENTITY);
     }
-    Wm4::Vector3<Real> GetTranslate() const { return Wm4::Vector3<Real>(m_matrix[3][0], m_matrix[3][1], m_matrix[3][2]); }
+    Wm4::Vector3<Real> GetTranslate() const {
+        return Wm4::Vector3<Real>(m_matrix[3][0], m_matrix[3][1], m_matrix[3][2]);
+    }
     void MakeIdentity() {
         m_matrix.MakeIdentity();
         m_isIdentity = true;
@@ -57,7 +59,7 @@ public:
     bool operator==(const qeGenericTransformation& other) const { return m_matrix == other.m_matrix; }
     bool operator!=(const qeGenericTransformation& other) const { return !(*this == other); }
 
-private:
+   private:
     Wm4::Matrix4<Real> m_matrix;
     bool m_isIdentity;
 };
