@@ -1,7 +1,10 @@
 #include "ModelImport.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <functional>
+#include <unordered_map>
 
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
@@ -24,43 +27,85 @@ struct tBuffers {
     qe::qePointer<qe::qeIndexBuffer> indices;
 };
 
-bool convertMesh(const aiMesh& source, unsigned int meshIndex, tBuffers& buffers, std::string& error) {
-    unsigned int triangleCount = 0;
-    for (unsigned int f = 0; f < source.mNumFaces; ++f)
-        if (source.mFaces[f].mNumIndices == 3) ++triangleCount;
-    if (triangleCount == 0) return true;
+// Bit pattern of a corner: position and normal. Corners are joined only
+// when all six floats are bit-identical, so no tolerance moves a vertex.
+struct tCornerKey {
+    uint32_t bits[6];
+    bool operator==(const tCornerKey& other) const { return std::memcmp(bits, other.bits, sizeof bits) == 0; }
+};
 
-    qe::qeAttributes attributes;
-    attributes.SetPositionChannels(3);
-    if (source.HasNormals()) attributes.SetNormalChannels(3);
-    buffers.vertices = new qe::qeVertexBuffer(attributes, static_cast<int>(source.mNumVertices));
-    for (unsigned int i = 0; i < source.mNumVertices; ++i) {
-        const aiVector3D& p = source.mVertices[i];
-        if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z)) {
-            error = "vertex " + std::to_string(i) + " of mesh " + std::to_string(meshIndex) +
-                    " has a coordinate that is not a finite number";
-            return false;
-        }
-        buffers.vertices->Position3(static_cast<int>(i)) = Wm4::Vector3<float>(p.x, p.y, p.z);
-        if (source.HasNormals()) {
-            const aiVector3D& n = source.mNormals[i];
-            buffers.vertices->Normal3(static_cast<int>(i)) = Wm4::Vector3<float>(n.x, n.y, n.z);
-        }
+struct tCornerKeyHash {
+    size_t operator()(const tCornerKey& key) const {
+        uint64_t hash = 1469598103934665603ull;
+        for (const uint32_t word : key.bits) hash = (hash ^ word) * 1099511628211ull;
+        return static_cast<size_t>(hash);
     }
-    buffers.indices = new qe::qeIndexBuffer(static_cast<int>(3 * triangleCount), qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
-    unsigned int* out = buffers.indices->GetData();
+};
+
+tCornerKey cornerKey(const aiMesh& source, unsigned int vertex) {
+    tCornerKey key{};
+    std::memcpy(key.bits, &source.mVertices[vertex], 3 * sizeof(float));
+    if (source.HasNormals()) std::memcpy(key.bits + 3, &source.mNormals[vertex], 3 * sizeof(float));
+    return key;
+}
+
+// Some formats (OBJ with its separate position and normal indices, STL)
+// arrive with one vertex per triangle corner. Corners that agree bit for bit
+// in position and normal are joined again, which gives back the sharing the
+// model had and a third of the memory; split normals along creases stay
+// split. Vertices no triangle uses are dropped.
+bool convertMesh(const aiMesh& source, unsigned int meshIndex, tBuffers& buffers, std::string& error) {
+    const auto where = [meshIndex](const char* what, unsigned int index) {
+        return std::string(what) + " " + std::to_string(index) + " of mesh " + std::to_string(meshIndex);
+    };
+    std::vector<unsigned int> corners;
+    corners.reserve(3 * static_cast<size_t>(source.mNumFaces));
     for (unsigned int f = 0; f < source.mNumFaces; ++f) {
         const aiFace& face = source.mFaces[f];
         if (face.mNumIndices != 3) continue;
         for (unsigned int c = 0; c < 3; ++c) {
             if (face.mIndices[c] >= source.mNumVertices) {
-                error = "face " + std::to_string(f) + " of mesh " + std::to_string(meshIndex) +
-                        " refers to a vertex that does not exist";
+                error = where("face", f) + " refers to a vertex that does not exist";
                 return false;
             }
-            *out++ = face.mIndices[c];
+            corners.push_back(face.mIndices[c]);
         }
     }
+    if (corners.empty()) return true;
+
+    constexpr unsigned int kUnseen = 0xFFFFFFFFu;
+    std::vector<unsigned int> remap(source.mNumVertices, kUnseen);
+    std::vector<unsigned int> kept;
+    std::unordered_map<tCornerKey, unsigned int, tCornerKeyHash> joined;
+    for (unsigned int& corner : corners) {
+        unsigned int& mapped = remap[corner];
+        if (mapped == kUnseen) {
+            const aiVector3D& p = source.mVertices[corner];
+            if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z)) {
+                error = where("vertex", corner) + " has a coordinate that is not a finite number";
+                return false;
+            }
+            const auto inserted = joined.emplace(cornerKey(source, corner), static_cast<unsigned int>(kept.size()));
+            if (inserted.second) kept.push_back(corner);
+            mapped = inserted.first->second;
+        }
+        corner = mapped;
+    }
+
+    qe::qeAttributes attributes;
+    attributes.SetPositionChannels(3);
+    if (source.HasNormals()) attributes.SetNormalChannels(3);
+    buffers.vertices = new qe::qeVertexBuffer(attributes, static_cast<int>(kept.size()));
+    for (size_t i = 0; i < kept.size(); ++i) {
+        const aiVector3D& p = source.mVertices[kept[i]];
+        buffers.vertices->Position3(static_cast<int>(i)) = Wm4::Vector3<float>(p.x, p.y, p.z);
+        if (source.HasNormals()) {
+            const aiVector3D& n = source.mNormals[kept[i]];
+            buffers.vertices->Normal3(static_cast<int>(i)) = Wm4::Vector3<float>(n.x, n.y, n.z);
+        }
+    }
+    buffers.indices = new qe::qeIndexBuffer(static_cast<int>(corners.size()), qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
+    std::copy(corners.begin(), corners.end(), buffers.indices->GetData());
     return true;
 }
 
@@ -76,9 +121,8 @@ std::vector<const qe::qeTriMesh*> ImportedModel::meshList() const {
 bool ImportModel(const std::string& path, ImportedModel& model, std::string& error) {
     model = ImportedModel();
     Assimp::Importer importer;
-    // Points and lines are removed; vertices are neither joined nor
-    // reordered, so the file's own sharing of corners is what the crease and
-    // silhouette tests see.
+    // Points and lines are removed. Assimp's own vertex joining is not used:
+    // it welds within a tolerance, and the library matches positions exactly.
     importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
     const aiScene* scene =
         importer.ReadFile(path, aiProcess_Triangulate | aiProcess_SortByPType | aiProcess_ValidateDataStructure);

@@ -27,7 +27,9 @@ struct ImportedModel {
 };
 
 // Loads every triangle of the file (polygons are split into fans, points and
-// lines are dropped), keeping the file's vertex order and sharing. Returns
+// lines are dropped). Vertices that agree bit for bit in position and normal
+// are shared, whether or not the format stored them once; no tolerance is
+// applied anywhere. Returns
 // false with a one-line reason in error when the file cannot be read, holds
 // no triangle, or has a non-finite coordinate; model is then left empty.
 bool ImportModel(const std::string& path, ImportedModel& model, std::string& error);
