@@ -1,0 +1,148 @@
+// Builders shared by the test files: inline meshes, cameras and model paths.
+#ifndef CTR_TESTSUPPORT_H
+#define CTR_TESTSUPPORT_H
+
+#include <cmath>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "Wm4Matrix4.h"
+#include "Wm4Vector2.h"
+#include "Wm4Vector3.h"
+#include "Wm4Vector4.h"
+#include "qe/qeAttributes.h"
+#include "qe/qeIndexBuffer.h"
+#include "qe/qePointer.h"
+#include "qe/qeTriMesh.h"
+#include "qe/qeVertexBuffer.h"
+
+#include "ctr/DiscreteProjectionSpace.h"
+
+// Readable failure messages for the value types (found by GoogleTest through
+// argument-dependent lookup).
+namespace Wm4 {
+inline void PrintTo(const Vector2<float>& v, std::ostream* os) { *os << "(" << v[0] << ", " << v[1] << ")"; }
+inline void PrintTo(const Vector3<float>& v, std::ostream* os) {
+    *os << "(" << v[0] << ", " << v[1] << ", " << v[2] << ")";
+}
+inline void PrintTo(const Vector4<float>& v, std::ostream* os) {
+    *os << "(" << v[0] << ", " << v[1] << ", " << v[2] << ", " << v[3] << ")";
+}
+}  // namespace Wm4
+
+namespace ctr {
+inline void PrintTo(const BakedVertex& v, std::ostream* os) { *os << "{" << v.x << ", " << v.y << ", " << v.z << "}"; }
+}  // namespace ctr
+
+namespace ctr_test {
+
+// A triangle mesh over copies of the given arrays (three indices per
+// triangle). Normals are stored when given, one per position.
+inline qe::qePointer<qe::qeTriMesh> MakeMesh(const std::vector<Wm4::Vector3<float>>& positions,
+                                             const std::vector<unsigned int>& indices,
+                                             const std::vector<Wm4::Vector3<float>>& normals = {}) {
+    qe::qeAttributes attributes;
+    attributes.SetPositionChannels(3);
+    if (!normals.empty()) attributes.SetNormalChannels(3);
+    const int vertexCount = static_cast<int>(positions.size());
+    qe::qePointer<qe::qeVertexBuffer> vertices = new qe::qeVertexBuffer(attributes, vertexCount);
+    for (int i = 0; i < vertexCount; ++i) {
+        vertices->Position3(i) = positions[static_cast<size_t>(i)];
+        if (!normals.empty()) vertices->Normal3(i) = normals[static_cast<size_t>(i)];
+    }
+    qe::qePointer<qe::qeIndexBuffer> triangles =
+        new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
+    for (size_t i = 0; i < indices.size(); ++i) triangles->GetData()[i] = indices[i];
+    qe::qePointer<qe::qeTriMesh> mesh = new qe::qeTriMesh(vertices, triangles);
+    mesh->UpdateMS();
+    return mesh;
+}
+
+// A matrix pair for setViewProjection: worldToClip and the clipToWorld that
+// undoes it, both for row vectors (clip = (x, y, z, 1) * worldToClip).
+struct CameraMatrices {
+    Wm4::Matrix4<float> worldToClip;
+    Wm4::Matrix4<float> clipToWorld;
+};
+
+// Look-at view: the camera sits at eye, looks at target with up roughly up,
+// and views down its own -z (so NDC depth -1 is the near side). Callers keep
+// target - eye and up independent.
+inline CameraMatrices LookAt(const Wm4::Vector3<float>& eye, const Wm4::Vector3<float>& target,
+                             const Wm4::Vector3<float>& up) {
+    const auto normalised = [](const Wm4::Vector3<float>& v) { return v / v.Length(); };
+    const Wm4::Vector3<float> forward = normalised(target - eye);
+    const Wm4::Vector3<float> right = normalised(forward.Cross(up));
+    const Wm4::Vector3<float> upward = right.Cross(forward);
+    // Camera x, y, z are the dot products with right, upward and -forward:
+    // those vectors form the columns; the inverse has them as rows.
+    CameraMatrices view;
+    view.worldToClip = Wm4::Matrix4<float>(right[0], upward[0], -forward[0], 0.0f,  //
+                                           right[1], upward[1], -forward[1], 0.0f,  //
+                                           right[2], upward[2], -forward[2], 0.0f,  //
+                                           -eye.Dot(right), -eye.Dot(upward), eye.Dot(forward), 1.0f);
+    view.clipToWorld = Wm4::Matrix4<float>(right[0], right[1], right[2], 0.0f,           //
+                                           upward[0], upward[1], upward[2], 0.0f,        //
+                                           -forward[0], -forward[1], -forward[2], 0.0f,  //
+                                           eye[0], eye[1], eye[2], 1.0f);
+    return view;
+}
+
+// Perspective projection onto the cube [-1, 1]^3 (near plane at depth -1),
+// after the look-at view; aspect is width / height.
+inline CameraMatrices PerspectiveMatrices(const Wm4::Vector3<float>& eye, const Wm4::Vector3<float>& target,
+                                          const Wm4::Vector3<float>& up, float fovYDegrees, float aspect,
+                                          float nearDistance, float farDistance) {
+    const float focal = 1.0f / std::tan(fovYDegrees * 3.14159265358979f / 360.0f);
+    const float a = (nearDistance + farDistance) / (nearDistance - farDistance);
+    const float b = 2.0f * nearDistance * farDistance / (nearDistance - farDistance);
+    // Camera (x, y, z, 1) -> (focal x / aspect, focal y, a z + b, -z); the
+    // inverse takes (X, Y, Z, W) to (aspect X / focal, Y / focal, -W, (Z + a W) / b).
+    const Wm4::Matrix4<float> projection(focal / aspect, 0, 0, 0, 0, focal, 0, 0, 0, 0, a, -1, 0, 0, b, 0);
+    const Wm4::Matrix4<float> inverse(aspect / focal, 0, 0, 0, 0, 1.0f / focal, 0, 0, 0, 0, 0, 1.0f / b, 0, 0, -1,
+                                      a / b);
+    const CameraMatrices view = LookAt(eye, target, up);
+    return {view.worldToClip * projection, inverse * view.clipToWorld};
+}
+
+// Orthographic projection of the box halfWidth x halfHeight around the view
+// axis, depths nearDistance to farDistance in front of the eye.
+inline CameraMatrices OrthoMatrices(const Wm4::Vector3<float>& eye, const Wm4::Vector3<float>& target,
+                                    const Wm4::Vector3<float>& up, float halfWidth, float halfHeight,
+                                    float nearDistance, float farDistance) {
+    const float depth = farDistance - nearDistance;
+    const Wm4::Matrix4<float> projection(1.0f / halfWidth, 0, 0, 0, 0, 1.0f / halfHeight, 0, 0, 0, 0, -2.0f / depth, 0,
+                                         0, 0, -(farDistance + nearDistance) / depth, 1);
+    const Wm4::Matrix4<float> inverse(halfWidth, 0, 0, 0, 0, halfHeight, 0, 0, 0, 0, -0.5f * depth, 0, 0, 0,
+                                      -0.5f * (farDistance + nearDistance), 1);
+    const CameraMatrices view = LookAt(eye, target, up);
+    return {view.worldToClip * projection, inverse * view.clipToWorld};
+}
+
+// Fill space with the camera and refresh its scales (the bit sizes already
+// set in space are kept).
+inline void PerspectiveCamera(ctr::DiscreteProjectionSpace& space, const Wm4::Vector3<float>& eye,
+                              const Wm4::Vector3<float>& target, float fovYDegrees = 60.0f, float aspect = 1.0f,
+                              float nearDistance = 0.1f, float farDistance = 100.0f,
+                              const Wm4::Vector3<float>& up = Wm4::Vector3<float>(0.0f, 1.0f, 0.0f)) {
+    const CameraMatrices camera = PerspectiveMatrices(eye, target, up, fovYDegrees, aspect, nearDistance, farDistance);
+    space.setViewProjection(camera.worldToClip, camera.clipToWorld);
+    space.updateRatios();
+}
+
+inline void OrthoCamera(ctr::DiscreteProjectionSpace& space, const Wm4::Vector3<float>& eye,
+                        const Wm4::Vector3<float>& target, float halfWidth, float halfHeight, float nearDistance = 0.1f,
+                        float farDistance = 100.0f,
+                        const Wm4::Vector3<float>& up = Wm4::Vector3<float>(0.0f, 1.0f, 0.0f)) {
+    const CameraMatrices camera = OrthoMatrices(eye, target, up, halfWidth, halfHeight, nearDistance, farDistance);
+    space.setViewProjection(camera.worldToClip, camera.clipToWorld);
+    space.updateRatios();
+}
+
+// Path of a file in the shared models folder, e.g. ModelPath("organic/teapot.obj").
+inline std::string ModelPath(const std::string& relative) { return std::string(CTR_MODELS_DIR) + "/" + relative; }
+
+}  // namespace ctr_test
+
+#endif
