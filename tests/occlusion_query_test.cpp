@@ -241,6 +241,13 @@ void CrossCheck(const char* model, unsigned xyBits, unsigned zBits, int randomEd
     // The check must have had something to compare.
     EXPECT_GT(withIntervals, static_cast<size_t>(randomEdges) / 10);
     EXPECT_GT(total, withIntervals);
+
+    // Another tree over the same triangles answers alike.
+    ASSERT_TRUE(baked->triangles.buildHierarchy(qe::qeLinearGenericBVHBuilder::SPLIT_MEDIAN));
+    std::string why;
+    EXPECT_TRUE(baked->triangles.validate(&why)) << why;
+    for (int i = 0; i < randomEdges / 2; ++i)
+        check({xy(random), xy(random), z(random)}, {xy(random), xy(random), z(random)});
 }
 
 TEST(OcclusionQuery, HierarchyMatchesEveryTriangleOnRealMeshes) {

@@ -17,11 +17,11 @@ using V3 = Wm4::Vector3<float>;
 
 // Counts destructions, to observe ownership.
 class Tracked : public qe::qeObject {
-   public:
+public:
     explicit Tracked(int& destroyed) : m_destroyed(destroyed) {}
     ~Tracked() override { ++m_destroyed; }
 
-   private:
+private:
     int& m_destroyed;
 };
 

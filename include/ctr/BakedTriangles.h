@@ -33,7 +33,7 @@ namespace ctr {
 // the object, and neither may change between initialize() and the queries.
 // Reading operations are const and may run on several threads at once.
 class CTR_API BakedTriangles {
-   public:
+public:
     // Grid position stored for a source vertex behind the viewer or outside
     // the cube. No stored triangle uses it as a corner.
     static constexpr int32_t kOutOfCubeMarker = 268435456;  // 2^28
@@ -132,7 +132,7 @@ class CTR_API BakedTriangles {
     // One past the last baked triangle of mesh m.
     uint32_t getMeshTriangleEnd(uint32_t mesh) const;
 
-   private:
+private:
     void occlusionWalk(unsigned int node, const BakedVertex& a, const BakedVertex& b, const qe::qeBBox& box,
                        std::vector<RationalInterval>& list) const;
     void testTriangleOcclusion(uint32_t triangle, const BakedVertex& a, const BakedVertex& b,

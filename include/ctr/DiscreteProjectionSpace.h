@@ -24,7 +24,7 @@ namespace ctr {
 // constructor and setVoxelBitSize refresh them: after setViewProjection or
 // setDomain call updateRatios() before using the space.
 class CTR_API DiscreteProjectionSpace {
-   public:
+public:
     // The most vertices clipTriangle can produce: a triangle cut by six planes.
     static constexpr unsigned int kMaxClipVertices = 9;
 
@@ -101,7 +101,7 @@ class CTR_API DiscreteProjectionSpace {
     unsigned int getXYBitSize() const { return xyBitSize; }
     unsigned int getZBitSize() const { return zBitSize; }
 
-   private:
+private:
     Wm4::Matrix4<float> worldToClip;
     Wm4::Matrix4<float> clipToWorld;
     Wm4::Vector3<float> domainMin;

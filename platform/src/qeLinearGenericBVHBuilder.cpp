@@ -24,24 +24,35 @@ constexpr uint32_t kMaxHeuristicDepth = 48;
 constexpr uint32_t kNoParent = 0xFFFFFFFFu;
 constexpr uint32_t kCancelPollInterval = 256;
 
+// A run of the primitive list with the bounds of its boxes and of their
+// centres. Children get their bounds from the parent's bins, so most nodes
+// need no pass of their own over their primitives.
+struct tRange {
+    uint32_t begin = 0;
+    uint32_t end = 0;
+    qeBBox box;
+    qeBBox centroids;
+};
+
 struct tTask {
-    uint32_t begin;
-    uint32_t end;
+    tRange range;
     uint32_t parent;
     bool secondChild;
     uint32_t depth;
 };
 
-struct tBin {
+// A primitive's box and centre travel with its number while the list is
+// partitioned, so that every pass over a node reads memory in order.
+struct tItem {
     qeBBox box;
-    uint32_t count = 0;
+    Wm4::Vector3<float> centroid;
+    uint32_t primitive;
 };
 
-struct tSplit {
-    bool found = false;
-    uint32_t axis = 0;
-    uint32_t lastLeftBin = 0;
-    float cost = 0.0f;
+struct tBin {
+    qeBBox box;
+    qeBBox centroids;
+    uint32_t count = 0;
 };
 
 // Bin of a centroid coordinate; NaN and values below the range go to bin 0,
@@ -56,8 +67,21 @@ uint32_t binOf(float coordinate, float lower, float scale) {
 
 bool isFinitePositive(float value) { return value > 0.0f && std::isfinite(value); }
 
+uint32_t widestAxis(const qeBBox& box) {
+    uint32_t axis = 0;
+    float widest = -1.0f;
+    for (uint32_t a = 0; a < 3; ++a) {
+        const float extent = box.Max[a] - box.Min[a];
+        if (extent > widest) {
+            widest = extent;
+            axis = a;
+        }
+    }
+    return axis;
+}
+
 class tBuilder {
-   public:
+public:
     tBuilder(const qeBVHPrimitiveContainer& container, qeGenericBVH& bvh, uint32_t maxLeafSize,
              qeLinearGenericBVHBuilder::SplitMethod method)
         : m_container(container),
@@ -68,11 +92,12 @@ class tBuilder {
 
     bool run(const qeCancelInterfaceReadOnly* cancel) {
         const uint32_t quantity = m_container.size();
-        m_primitives.resize(quantity);
-        for (uint32_t i = 0; i < quantity; ++i) m_primitives[i] = i;
+        m_items.resize(quantity);
+        for (uint32_t i = 0; i < quantity; ++i)
+            m_items[i] = tItem{m_container.getBBox(i), m_container.getCentroid(i), i};
 
         std::vector<tTask> stack;
-        stack.push_back({0, quantity, kNoParent, false, 0});
+        stack.push_back({boundRange(0, quantity), kNoParent, false, 0});
         uint32_t sincePoll = 0;
         while (!stack.empty()) {
             if (cancel && ++sincePoll == kCancelPollInterval) {
@@ -89,131 +114,134 @@ class tBuilder {
                 else
                     m_nodes[task.parent].word0 |= index;
             }
+            m_nodes[index].box = task.range.box;
 
-            qeBBox centroidBox;
-            qeBVHNode& node = m_nodes[index];
-            for (uint32_t k = task.begin; k < task.end; ++k) {
-                node.box.include(m_container.getBBox(m_primitives[k]));
-                centroidBox.include(m_container.getCentroid(m_primitives[k]));
-            }
-
+            tRange first, second;
             uint32_t axis = 0;
-            const uint32_t middle = chooseSplit(task, node.box, centroidBox, axis);
-            if (middle == task.begin) {
-                node.word0 = qeBVHNode::kLeafFlag | task.begin;
-                node.word1 = task.end - task.begin;
+            if (!split(task, first, second, axis)) {
+                m_nodes[index].word0 = qeBVHNode::kLeafFlag | task.range.begin;
+                m_nodes[index].word1 = task.range.end - task.range.begin;
                 continue;
             }
-            node.word0 = axis << 30;
+            m_nodes[index].word0 = axis << 30;
             // Second child pushed first so that the first child directly
             // follows its parent in the array.
-            stack.push_back({middle, task.end, index, true, task.depth + 1});
-            stack.push_back({task.begin, middle, index, false, task.depth + 1});
+            stack.push_back({second, index, true, task.depth + 1});
+            stack.push_back({first, index, false, task.depth + 1});
         }
-        return !(cancel && cancel->isCancelled());
+        if (cancel && cancel->isCancelled()) return false;
+        m_primitives.resize(quantity);
+        for (uint32_t i = 0; i < quantity; ++i) m_primitives[i] = m_items[i].primitive;
+        return true;
     }
 
-   private:
-    // Partitions the task's range and returns the first position of the
-    // second half, or task.begin when the node stays a leaf.
-    uint32_t chooseSplit(const tTask& task, const qeBBox& nodeBox, const qeBBox& centroidBox, uint32_t& axis) {
-        const uint32_t count = task.end - task.begin;
-        if (count <= 1) return task.begin;
+private:
+    tRange boundRange(uint32_t begin, uint32_t end) const {
+        tRange range;
+        range.begin = begin;
+        range.end = end;
+        for (uint32_t k = begin; k < end; ++k) {
+            range.box.include(m_items[k].box);
+            range.centroids.include(m_items[k].centroid);
+        }
+        return range;
+    }
+
+    // Splits the task's range in two, partitioning the primitive list, or
+    // returns false when the node stays a leaf.
+    bool split(const tTask& task, tRange& first, tRange& second, uint32_t& axis) {
+        const tRange& range = task.range;
+        const uint32_t count = range.end - range.begin;
+        if (count <= 1) return false;
         const bool mustSplit = count > m_maxLeafSize;
-        if (m_method == qeLinearGenericBVHBuilder::SPLIT_MEDIAN || task.depth >= kMaxHeuristicDepth)
-            return mustSplit ? medianSplit(task, centroidBox, axis) : task.begin;
+        const bool heuristic = m_method == qeLinearGenericBVHBuilder::SPLIT_BINNED_SAH &&
+                               task.depth < kMaxHeuristicDepth && isFinitePositive(range.box.halfArea());
+        axis = widestAxis(range.centroids);
+        const float lower = range.centroids.Min[axis];
+        const float extent = range.centroids.Max[axis] - lower;
+        if (!heuristic || !isFinitePositive(extent)) {
+            if (!mustSplit) return false;
+            medianSplit(range, axis, first, second);
+            return true;
+        }
 
-        const float parentArea = nodeBox.halfArea();
-        if (!isFinitePositive(parentArea)) return mustSplit ? medianSplit(task, centroidBox, axis) : task.begin;
+        // Bin the centres along the widest axis and sweep the bin borders.
+        const float scale = static_cast<float>(kBinQuantity) / extent;
+        std::array<tBin, kBinQuantity> bins;
+        for (uint32_t k = range.begin; k < range.end; ++k) {
+            const tItem& item = m_items[k];
+            tBin& bin = bins[binOf(item.centroid[axis], lower, scale)];
+            ++bin.count;
+            bin.box.include(item.box);
+            bin.centroids.include(item.centroid);
+        }
+        // rightCost[b]: area times count of the bins after b.
+        std::array<float, kBinQuantity> rightCost{};
+        qeBBox rightBox;
+        uint32_t rightCount = 0;
+        for (uint32_t b = kBinQuantity - 1; b > 0; --b) {
+            rightBox.include(bins[b].box);
+            rightCount += bins[b].count;
+            rightCost[b - 1] = rightBox.halfArea() * static_cast<float>(rightCount);
+        }
+        qeBBox leftBox;
+        uint32_t leftCount = 0;
+        bool found = false;
+        uint32_t lastLeftBin = 0;
+        float bestCost = 0.0f;
+        for (uint32_t b = 0; b + 1 < kBinQuantity; ++b) {
+            leftBox.include(bins[b].box);
+            leftCount += bins[b].count;
+            if (leftCount == 0 || leftCount == count) continue;
+            const float cost = kTraversalCost + (leftBox.halfArea() * static_cast<float>(leftCount) + rightCost[b]) /
+                                                    range.box.halfArea();
+            if (!found || cost < bestCost) {
+                found = true;
+                lastLeftBin = b;
+                bestCost = cost;
+            }
+        }
+        if (!found || (!mustSplit && !(bestCost < static_cast<float>(count)))) {
+            if (!mustSplit) return false;
+            medianSplit(range, axis, first, second);
+            return true;
+        }
 
-        const tSplit split = bestBinnedSplit(task, centroidBox, parentArea);
-        if (!split.found) return mustSplit ? medianSplit(task, centroidBox, axis) : task.begin;
-        if (!mustSplit && !(split.cost < static_cast<float>(count))) return task.begin;
-
-        axis = split.axis;
-        const float lower = centroidBox.Min[split.axis];
-        const float scale = static_cast<float>(kBinQuantity) / (centroidBox.Max[split.axis] - lower);
-        uint32_t* first = m_primitives.data() + task.begin;
-        uint32_t* last = m_primitives.data() + task.end;
-        uint32_t* middle = std::partition(first, last, [&](uint32_t primitive) {
-            return binOf(m_container.getCentroid(primitive)[split.axis], lower, scale) <= split.lastLeftBin;
+        tItem* begin = m_items.data() + range.begin;
+        tItem* middle = std::partition(begin, m_items.data() + range.end, [&](const tItem& item) {
+            return binOf(item.centroid[axis], lower, scale) <= lastLeftBin;
         });
-        return task.begin + static_cast<uint32_t>(middle - first);
+        first.begin = range.begin;
+        first.end = second.begin = range.begin + static_cast<uint32_t>(middle - begin);
+        second.end = range.end;
+        for (uint32_t b = 0; b < kBinQuantity; ++b) {
+            tRange& side = b <= lastLeftBin ? first : second;
+            side.box.include(bins[b].box);
+            side.centroids.include(bins[b].centroids);
+        }
+        return true;
     }
 
-    tSplit bestBinnedSplit(const tTask& task, const qeBBox& centroidBox, float parentArea) const {
-        tSplit best;
-        for (uint32_t axis = 0; axis < 3; ++axis) {
-            const float lower = centroidBox.Min[axis];
-            const float extent = centroidBox.Max[axis] - lower;
-            if (!isFinitePositive(extent)) continue;
-            const float scale = static_cast<float>(kBinQuantity) / extent;
-
-            std::array<tBin, kBinQuantity> bins;
-            for (uint32_t k = task.begin; k < task.end; ++k) {
-                const uint32_t primitive = m_primitives[k];
-                tBin& bin = bins[binOf(m_container.getCentroid(primitive)[axis], lower, scale)];
-                ++bin.count;
-                bin.box.include(m_container.getBBox(primitive));
-            }
-
-            // rightCost[b]: area times count of the bins after b.
-            std::array<float, kBinQuantity> rightCost{};
-            qeBBox rightBox;
-            uint32_t rightCount = 0;
-            for (uint32_t b = kBinQuantity - 1; b > 0; --b) {
-                rightBox.include(bins[b].box);
-                rightCount += bins[b].count;
-                rightCost[b - 1] = rightBox.halfArea() * static_cast<float>(rightCount);
-            }
-            qeBBox leftBox;
-            uint32_t leftCount = 0;
-            const uint32_t total = task.end - task.begin;
-            for (uint32_t b = 0; b + 1 < kBinQuantity; ++b) {
-                leftBox.include(bins[b].box);
-                leftCount += bins[b].count;
-                if (leftCount == 0 || leftCount == total) continue;
-                const float cost =
-                    kTraversalCost + (leftBox.halfArea() * static_cast<float>(leftCount) + rightCost[b]) / parentArea;
-                if (!best.found || cost < best.cost) {
-                    best.found = true;
-                    best.axis = axis;
-                    best.lastLeftBin = b;
-                    best.cost = cost;
-                }
-            }
-        }
-        return best;
-    }
-
-    uint32_t medianSplit(const tTask& task, const qeBBox& centroidBox, uint32_t& axis) {
-        axis = 0;
-        float widest = -1.0f;
-        for (uint32_t a = 0; a < 3; ++a) {
-            const float extent = centroidBox.Max[a] - centroidBox.Min[a];
-            if (extent > widest) {
-                widest = extent;
-                axis = a;
-            }
-        }
-        const uint32_t middle = task.begin + (task.end - task.begin) / 2;
-        const uint32_t splitAxis = axis;
+    void medianSplit(const tRange& range, uint32_t axis, tRange& first, tRange& second) {
+        const uint32_t middle = range.begin + (range.end - range.begin) / 2;
         // NaN centroids compare as neither less nor greater; the comparator
         // is kept a strict weak order by ranking them after every number.
-        std::nth_element(m_primitives.data() + task.begin, m_primitives.data() + middle, m_primitives.data() + task.end,
-                         [&](uint32_t a, uint32_t b) {
-                             const float ca = m_container.getCentroid(a)[splitAxis];
-                             const float cb = m_container.getCentroid(b)[splitAxis];
+        std::nth_element(m_items.data() + range.begin, m_items.data() + middle, m_items.data() + range.end,
+                         [axis](const tItem& a, const tItem& b) {
+                             const float ca = a.centroid[axis];
+                             const float cb = b.centroid[axis];
                              if (std::isnan(ca)) return false;
                              if (std::isnan(cb)) return true;
                              return ca < cb;
                          });
-        return middle;
+        first = boundRange(range.begin, middle);
+        second = boundRange(middle, range.end);
     }
 
     const qeBVHPrimitiveContainer& m_container;
     std::vector<qeBVHNode>& m_nodes;
     std::vector<uint32_t>& m_primitives;
+    std::vector<tItem> m_items;
     uint32_t m_maxLeafSize;
     qeLinearGenericBVHBuilder::SplitMethod m_method;
 };

@@ -7,7 +7,7 @@ namespace qe {
 // Only positions and normals are modelled; a channel count of 0 means absent.
 // Positions and normals are always three floats when present.
 class qeAttributes {
-   public:
+public:
     qeAttributes() = default;
 
     void SetPositionChannels(int channels) { m_positionChannels = channels; }
@@ -23,7 +23,7 @@ class qeAttributes {
     }
     bool operator!=(const qeAttributes& other) const { return !(*this == other); }
 
-   private:
+private:
     int m_positionChannels = 0;
     int m_normalChannels = 0;
 };

@@ -11,7 +11,7 @@
 namespace qe {
 
 class qeBBox {
-   public:
+public:
     qeBBox() { makeEmpty(); }
     qeBBox(const Wm4::Vector3<float>& minimum, const Wm4::Vector3<float>& maximum) : Min(minimum), Max(maximum) {}
 
@@ -22,16 +22,18 @@ class qeBBox {
     }
     bool isEmpty() const { return !(Min[0] <= Max[0] && Min[1] <= Max[1] && Min[2] <= Max[2]); }
 
+    // NaN coordinates are ignored. Written as selections so that they
+    // compile to branch-free minimum and maximum instructions.
     void include(const Wm4::Vector3<float>& point) {
         for (int axis = 0; axis < 3; ++axis) {
-            if (point[axis] < Min[axis]) Min[axis] = point[axis];
-            if (point[axis] > Max[axis]) Max[axis] = point[axis];
+            Min[axis] = point[axis] < Min[axis] ? point[axis] : Min[axis];
+            Max[axis] = point[axis] > Max[axis] ? point[axis] : Max[axis];
         }
     }
     void include(const qeBBox& box) {
         for (int axis = 0; axis < 3; ++axis) {
-            if (box.Min[axis] < Min[axis]) Min[axis] = box.Min[axis];
-            if (box.Max[axis] > Max[axis]) Max[axis] = box.Max[axis];
+            Min[axis] = box.Min[axis] < Min[axis] ? box.Min[axis] : Min[axis];
+            Max[axis] = box.Max[axis] > Max[axis] ? box.Max[axis] : Max[axis];
         }
     }
     // Touching boxes overlap.

@@ -10,7 +10,7 @@
 namespace qe {
 
 class qeBVHPrimitiveContainer {
-   public:
+public:
     virtual ~qeBVHPrimitiveContainer();
 
     uint32_t size() const { return static_cast<uint32_t>(m_boxes.size()); }
@@ -31,7 +31,7 @@ class qeBVHPrimitiveContainer {
         m_centroids.push_back(box.center());
     }
 
-   private:
+private:
     std::vector<qeBBox> m_boxes;
     std::vector<Wm4::Vector3<float>> m_centroids;
 };
@@ -40,7 +40,7 @@ class qeBVHPrimitiveContainer {
 // offer getPrimitiveQuantity() and computePrimitiveBBox(index, box).
 template <class Source>
 class qeBVHPrimitiveContainerCache : public qeBVHPrimitiveContainer {
-   public:
+public:
     explicit qeBVHPrimitiveContainerCache(const Source& source) {
         const uint32_t quantity = source.getPrimitiveQuantity();
         reserve(quantity);

@@ -13,7 +13,7 @@
 namespace qe {
 
 class qeBaseGeometry : public qeSpatial {
-   public:
+public:
     // Primitive kinds; the numbering is part of the framework's interface.
     enum GeometryType {
         GT_POLYPOINT = 0,
@@ -41,13 +41,13 @@ class qeBaseGeometry : public qeSpatial {
 
     static const qeRtti TYPE;
 
-   protected:
+protected:
     qeBaseGeometry(int geometryType, qeVertexBuffer* vertices, qeIndexBuffer* indices);
     qeBBox computeModelBound() const override { return ModelBound; }
     // Copies the buffers (shared), placement, bounds and metadata list.
     void copyGeometryState(qeBaseGeometry& target) const;
 
-   private:
+private:
     int m_geometryType;
     std::vector<qePointer<qeMetadata>> m_metadata;
 };

@@ -5,7 +5,7 @@
 namespace qe {
 
 class qeCancelInterfaceReadOnly {
-   public:
+public:
     virtual ~qeCancelInterfaceReadOnly();
     virtual bool isCancelled() const = 0;
 };
@@ -13,11 +13,11 @@ class qeCancelInterfaceReadOnly {
 // A read-only view over a flag that someone else owns and may set; the flag
 // must outlive the proxy.
 class qeCancelInterfaceProxyReadOnly : public qeCancelInterfaceReadOnly {
-   public:
+public:
     explicit qeCancelInterfaceProxyReadOnly(const bool& flag) : m_flag(&flag) {}
     bool isCancelled() const override { return *m_flag; }
 
-   private:
+private:
     const bool* m_flag;
 };
 

@@ -34,7 +34,7 @@ struct qeBVHNode {
 static_assert(sizeof(qeBVHNode) == 32, "the node layout is read directly by traversals");
 
 class qeGenericBVH {
-   public:
+public:
     const std::vector<qeBVHNode>& getNodes() const { return m_nodes; }
     std::vector<qeBVHNode>& getNodes() { return m_nodes; }
     const std::vector<uint32_t>& getPrimitives() const { return m_primitives; }
@@ -56,7 +56,7 @@ class qeGenericBVH {
     // Longest root-to-leaf path, counted in nodes (0 for an empty tree).
     uint32_t computeDepth() const;
 
-   private:
+private:
     std::vector<qeBVHNode> m_nodes;
     std::vector<uint32_t> m_primitives;
 };

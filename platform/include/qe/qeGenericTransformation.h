@@ -10,7 +10,7 @@ namespace qe {
 
 template <class Real>
 class qeGenericTransformation {
-   public:
+public:
     qeGenericTransformation() : m_matrix(false), m_isIdentity(true) {}
     explicit qeGenericTransformation(const Wm4::Matrix4<Real>& matrix) { SetMatrix(matrix); }
 
@@ -59,7 +59,7 @@ class qeGenericTransformation {
     bool operator==(const qeGenericTransformation& other) const { return m_matrix == other.m_matrix; }
     bool operator!=(const qeGenericTransformation& other) const { return !(*this == other); }
 
-   private:
+private:
     Wm4::Matrix4<Real> m_matrix;
     bool m_isIdentity;
 };

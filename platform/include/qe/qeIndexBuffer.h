@@ -10,7 +10,7 @@
 namespace qe {
 
 class qeIndexBuffer : public qeObject {
-   public:
+public:
     enum IndexBufferType { IBT_TRIANGLE_LIST = 0, IBT_LINE_LIST = 1 };
 
     // indexQuantity indices, all zero. A negative count is taken as 0.
@@ -29,7 +29,7 @@ class qeIndexBuffer : public qeObject {
 
     static const qeRtti TYPE;
 
-   private:
+private:
     std::vector<unsigned int> m_indices;
     IndexBufferType m_type;
 };

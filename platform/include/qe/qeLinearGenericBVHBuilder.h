@@ -11,7 +11,7 @@
 namespace qe {
 
 class qeLinearGenericBVHBuilder {
-   public:
+public:
     enum SplitMethod {
         // Surface-area heuristic evaluated on 16 bins per axis.
         SPLIT_BINNED_SAH = 0,

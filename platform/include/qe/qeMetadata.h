@@ -9,7 +9,7 @@
 namespace qe {
 
 class qeMetadata : public qeObject {
-   public:
+public:
     const qeRtti& GetType() const override { return TYPE; }
     virtual unsigned int GetMetadataTypeId() const = 0;
 
@@ -19,7 +19,7 @@ class qeMetadata : public qeObject {
 // Ready-made feature lines of a mesh: a line index buffer over the mesh's own
 // vertex buffer, two indices per segment.
 class qeOutlineMetadata : public qeMetadata {
-   public:
+public:
     static constexpr unsigned int MetadataTypeId = 0x4F55544Cu;  // "OUTL"
 
     explicit qeOutlineMetadata(qeIndexBuffer* lines = nullptr) : m_lines(lines) {}
@@ -32,7 +32,7 @@ class qeOutlineMetadata : public qeMetadata {
 
     static const qeRtti TYPE;
 
-   private:
+private:
     qePointer<qeIndexBuffer> m_lines;
 };
 

@@ -7,7 +7,7 @@ namespace qe {
 
 // A type descriptor: one static instance per class, linked to its base's.
 class qeRtti {
-   public:
+public:
     qeRtti(const char* name, const qeRtti* base) : m_name(name), m_base(base) {}
     qeRtti(const qeRtti&) = delete;
     qeRtti& operator=(const qeRtti&) = delete;
@@ -16,14 +16,14 @@ class qeRtti {
     bool IsExactly(const qeRtti& type) const { return &type == this; }
     bool IsDerived(const qeRtti& type) const;
 
-   private:
+private:
     const char* m_name;
     const qeRtti* m_base;
 };
 
 // Type information and cloning, the interface that object descriptions use.
 class qeRttiInterface {
-   public:
+public:
     virtual ~qeRttiInterface();
 
     virtual const qeRtti& GetType() const = 0;
@@ -43,7 +43,7 @@ class qeRttiInterface {
 // the first qePointer (or calls IncrementReferences) owns it, and the object
 // deletes itself when the last reference is dropped.
 class qeObject : public qeRttiInterface {
-   public:
+public:
     qeObject() = default;
     // Copies never share the count of their source.
     qeObject(const qeObject&) : qeRttiInterface() {}
@@ -59,7 +59,7 @@ class qeObject : public qeRttiInterface {
 
     static const qeRtti TYPE;
 
-   private:
+private:
     int m_references = 0;
 };
 

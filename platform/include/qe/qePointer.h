@@ -8,7 +8,7 @@ namespace qe {
 
 template <class T>
 class qePointer {
-   public:
+public:
     qePointer(T* object = nullptr) : m_object(object) {
         if (m_object) m_object->IncrementReferences();
     }
@@ -42,7 +42,7 @@ class qePointer {
     bool operator==(std::nullptr_t) const { return m_object == nullptr; }
     bool operator!=(std::nullptr_t) const { return m_object != nullptr; }
 
-   private:
+private:
     void release() {
         if (m_object) {
             T* object = m_object;

@@ -11,7 +11,7 @@
 namespace qe {
 
 class qeSpatial : public qeObject {
-   public:
+public:
     const qeRtti& GetType() const override { return TYPE; }
 
     // Unless WorldIsCurrent, copies Local into World; then refreshes WorldBound.
@@ -26,7 +26,7 @@ class qeSpatial : public qeObject {
 
     static const qeRtti TYPE;
 
-   protected:
+protected:
     qeSpatial() = default;
     // Bound of the object in its own model space; empty for the base.
     virtual qeBBox computeModelBound() const { return qeBBox(); }

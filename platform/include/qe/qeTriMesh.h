@@ -7,7 +7,7 @@
 namespace qe {
 
 class qeTriMesh : public qeBaseGeometry {
-   public:
+public:
     // Either buffer may be null; the mesh takes a reference on both.
     qeTriMesh(qeVertexBuffer* vertices, qeIndexBuffer* indices);
 

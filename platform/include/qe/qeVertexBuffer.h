@@ -11,7 +11,7 @@
 namespace qe {
 
 class qeVertexBuffer : public qeObject {
-   public:
+public:
     // vertexQuantity vertices, all channels zero. A negative count is taken as 0.
     // Any position channel count makes three-float positions; likewise normals.
     qeVertexBuffer(const qeAttributes& attributes, int vertexQuantity);
@@ -31,7 +31,7 @@ class qeVertexBuffer : public qeObject {
 
     static const qeRtti TYPE;
 
-   private:
+private:
     qeAttributes m_attributes;
     int m_vertexQuantity;
     std::vector<Wm4::Vector3<float>> m_positions;
