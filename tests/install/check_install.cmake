@@ -14,6 +14,7 @@ foreach(expected lib/libqeContouringLib.so.1.0 lib/libqeContouringLib.so.1 inclu
 endforeach()
 execute_process(COMMAND ${CMAKE_COMMAND} -S "${SOURCE_DIR}" -B "${WORK_DIR}/build"
     -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_BUILD_TYPE=Release
+    "-DCMAKE_CXX_FLAGS=${CONSUMER_FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS=${CONSUMER_FLAGS}"
   RESULT_VARIABLE result OUTPUT_QUIET)
 if(result)
   message(FATAL_ERROR "consumer configure failed")
@@ -23,6 +24,6 @@ if(result)
   message(FATAL_ERROR "consumer build failed")
 endif()
 execute_process(COMMAND "${WORK_DIR}/build/consumer" RESULT_VARIABLE result OUTPUT_VARIABLE output)
-if(result OR NOT output MATCHES "1\\.0\\.0\\.1297 hidden 1")
+if(NOT result EQUAL 0 OR NOT output MATCHES "1\\.0\\.0\\.1297 hidden 1")
   message(FATAL_ERROR "consumer run failed: ${output}")
 endif()
