@@ -154,10 +154,7 @@ void BakedTriangles::initialize() {
     const auto addTriangle = [&](uint32_t ia, uint32_t ib, uint32_t ic, uint32_t* clipRecord,
                                  std::vector<uint32_t>& records) {
         const BakedVertex& a = vertices[ia];
-        const BakedVertex& b0 = vertices[ib];
-        const BakedVertex& c0 = vertices[ic];
-        const int64_t area =
-            (int64_t{b0.x} - a.x) * (int64_t{c0.y} - a.y) - (int64_t{c0.x} - a.x) * (int64_t{b0.y} - a.y);
+        const int64_t area = exact::ScreenArea2(a, vertices[ib], vertices[ic]);
         if (area == 0) return;
         if (area < 0) {
             std::swap(ib, ic);
@@ -167,15 +164,11 @@ void BakedTriangles::initialize() {
                 *clipRecord = (*clipRecord & kClipRecordTriangleMask) | (swapped << kClipRecordCodeShift);
             }
         }
-        const BakedVertex& b = vertices[ib];
-        const BakedVertex& c = vertices[ic];
-        const int64_t ux = int64_t{c.x} - a.x, uy = int64_t{c.y} - a.y, uz = int64_t{c.z} - a.z;
-        const int64_t vx = int64_t{b.x} - a.x, vy = int64_t{b.y} - a.y, vz = int64_t{b.z} - a.z;
         uint32_t* stored = &triangles[3 * static_cast<size_t>(triangleCursor)];
         stored[0] = ia;
         stored[1] = ib;
         stored[2] = ic;
-        planes[triangleCursor] = Wm4::Vector3<int64_t>(uy * vz - uz * vy, uz * vx - ux * vz, ux * vy - uy * vx);
+        planes[triangleCursor] = exact::PlaneRecord(a, vertices[ib], vertices[ic]);
         ++triangleCursor;
         if (clipRecord) records.push_back(*clipRecord);
     };
@@ -295,11 +288,9 @@ bool BakedTriangles::validate(std::string* why) const {
                 return fail("corner off the grid in triangle " + std::to_string(t));
         }
         const BakedVertex &a = *corner[0], &b = *corner[1], &c = *corner[2];
-        const int64_t area = (int64_t{b.x} - a.x) * (int64_t{c.y} - a.y) - (int64_t{c.x} - a.x) * (int64_t{b.y} - a.y);
-        if (area <= 0) return fail("triangle " + std::to_string(t) + " is not counter-clockwise");
-        const int64_t ux = int64_t{c.x} - a.x, uy = int64_t{c.y} - a.y, uz = int64_t{c.z} - a.z;
-        const int64_t vx = int64_t{b.x} - a.x, vy = int64_t{b.y} - a.y, vz = int64_t{b.z} - a.z;
-        if (planes[t] != Wm4::Vector3<int64_t>(uy * vz - uz * vy, uz * vx - ux * vz, ux * vy - uy * vx))
+        if (exact::ScreenArea2(a, b, c) <= 0)
+            return fail("triangle " + std::to_string(t) + " is not counter-clockwise");
+        if (planes[t] != exact::PlaneRecord(a, b, c))
             return fail("plane record of triangle " + std::to_string(t) + " is wrong");
     }
     if (triangleQuantity > 0 && hierarchy.isEmpty()) return fail("triangles without a hierarchy");

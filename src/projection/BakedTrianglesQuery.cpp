@@ -31,10 +31,6 @@ tFraction makeFraction(int64_t numerator, int64_t denominator) {
     return denominator < 0 ? tFraction{-numerator, -denominator} : tFraction{numerator, denominator};
 }
 
-int64_t planeDistance(const BakedVertex& x, const BakedVertex& p0, const Wm4::Vector3<int64_t>& n) {
-    return (int64_t{x.x} - p0.x) * n[0] + (int64_t{x.y} - p0.y) * n[1] + (int64_t{x.z} - p0.z) * n[2];
-}
-
 }  // namespace
 
 BakedVertex BakedTriangles::clampToGrid(const BakedVertex& vertex) const {
@@ -121,8 +117,8 @@ void BakedTriangles::testTriangleOcclusion(uint32_t triangle, const BakedVertex&
     }
 
     const Wm4::Vector3<int64_t>& normal = planes[triangle];
-    const int64_t depthA = planeDistance(a, *p[0], normal);
-    const int64_t depthB = planeDistance(b, *p[0], normal);
+    const int64_t depthA = exact::PlaneDistance(a, *p[0], normal);
+    const int64_t depthB = exact::PlaneDistance(b, *p[0], normal);
     if (depthA >= 0 && depthB >= 0) return;
     if (depthA < 0 && depthB >= 0) {
         const tFraction crossing = makeFraction(depthA, depthA - depthB);

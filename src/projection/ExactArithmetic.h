@@ -9,6 +9,10 @@
 #include <cstdint>
 #include <limits>
 
+#include "Wm4Vector3.h"
+
+#include "ctr/BakedVertex.h"
+
 namespace ctr {
 namespace exact {
 
@@ -54,6 +58,27 @@ static_assert(2 * 3 * (static_cast<uint128>(1) << (kMaxBudgetBits + 1)) < kInt64
 // a/b < c/d for positive denominators, exactly.
 inline bool FractionLess(int64_t a, int64_t b, int64_t c, int64_t d) {
     return static_cast<int128>(a) * d < static_cast<int128>(c) * b;
+}
+
+// Grid predicates. Arguments are grid points, so the bounds above hold.
+
+// Twice the signed screen area of a, b, c: positive when they run
+// counter-clockwise in x, y.
+inline int64_t ScreenArea2(const BakedVertex& a, const BakedVertex& b, const BakedVertex& c) {
+    return (int64_t{b.x} - a.x) * (int64_t{c.y} - a.y) - (int64_t{c.x} - a.x) * (int64_t{b.y} - a.y);
+}
+
+// The plane record (c - a) x (b - a) of a triangle a, b, c; its z is
+// -ScreenArea2, so it is negative for a counter-clockwise triangle.
+inline Wm4::Vector3<int64_t> PlaneRecord(const BakedVertex& a, const BakedVertex& b, const BakedVertex& c) {
+    const int64_t ux = int64_t{c.x} - a.x, uy = int64_t{c.y} - a.y, uz = int64_t{c.z} - a.z;
+    const int64_t vx = int64_t{b.x} - a.x, vy = int64_t{b.y} - a.y, vz = int64_t{b.z} - a.z;
+    return Wm4::Vector3<int64_t>(uy * vz - uz * vy, uz * vx - ux * vz, ux * vy - uy * vx);
+}
+
+// (x - p0) . n: negative when x lies behind the plane through p0 with record n.
+inline int64_t PlaneDistance(const BakedVertex& x, const BakedVertex& p0, const Wm4::Vector3<int64_t>& n) {
+    return (int64_t{x.x} - p0.x) * n[0] + (int64_t{x.y} - p0.y) * n[1] + (int64_t{x.z} - p0.z) * n[2];
 }
 
 }  // namespace exact
