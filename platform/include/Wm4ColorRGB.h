@@ -5,7 +5,7 @@
 namespace Wm4 {
 
 class ColorRGB {
-   public:
+public:
     ColorRGB() : m_afTuple{0.0f, 0.0f, 0.0f} {}
     ColorRGB(float fR, float fG, float fB) : m_afTuple{fR, fG, fB} {}
 
@@ -27,7 +27,7 @@ class ColorRGB {
     static const ColorRGB BLACK;
     static const ColorRGB WHITE;
 
-   private:
+private:
     float m_afTuple[3];
 };
 

@@ -5,7 +5,7 @@
 namespace Wm4 {
 
 class ColorRGBA {
-   public:
+public:
     ColorRGBA() : m_afTuple{0.0f, 0.0f, 0.0f, 0.0f} {}
     ColorRGBA(float fR, float fG, float fB, float fA) : m_afTuple{fR, fG, fB, fA} {}
 
@@ -29,7 +29,7 @@ class ColorRGBA {
     static const ColorRGBA BLACK;
     static const ColorRGBA WHITE;
 
-   private:
+private:
     float m_afTuple[4];
 };
 

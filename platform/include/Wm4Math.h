@@ -9,7 +9,7 @@ namespace Wm4 {
 
 template <class Real>
 class Math {
-   public:
+public:
     static Real Sqrt(Real value) { return static_cast<Real>(std::sqrt(value)); }
     static Real FAbs(Real value) { return static_cast<Real>(std::fabs(value)); }
     static Real Cos(Real value) { return static_cast<Real>(std::cos(value)); }

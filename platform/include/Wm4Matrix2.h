@@ -8,7 +8,7 @@ namespace Wm4 {
 
 template <class Real>
 class Matrix2 {
-   public:
+public:
     // Zero matrix when bZero is true, identity otherwise (Wild Magic semantics).
     explicit Matrix2(bool bZero = true) : m_afEntry{Real(0), Real(0), Real(0), Real(0)} {
         if (!bZero) m_afEntry[0] = m_afEntry[3] = Real(1);
@@ -47,7 +47,7 @@ class Matrix2 {
         return inverse;
     }
 
-   private:
+private:
     Real m_afEntry[4];
 };
 

@@ -9,7 +9,7 @@ namespace Wm4 {
 
 template <class Real>
 class Matrix4 {
-   public:
+public:
     // Zero matrix when bZero is true, identity otherwise (Wild Magic semantics).
     explicit Matrix4(bool bZero = true) {
         for (Real& entry : m_afEntry) entry = Real(0);
@@ -71,7 +71,7 @@ class Matrix4 {
     static const Matrix4 ZERO;
     static const Matrix4 IDENTITY;
 
-   private:
+private:
     Real m_afEntry[16];
 };
 

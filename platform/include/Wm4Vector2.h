@@ -8,7 +8,7 @@ namespace Wm4 {
 
 template <class Real>
 class Vector2 {
-   public:
+public:
     Vector2() : m_afTuple{Real(0), Real(0)} {}
     Vector2(Real fX, Real fY) : m_afTuple{fX, fY} {}
     explicit Vector2(const Real* afTuple) : m_afTuple{afTuple[0], afTuple[1]} {}
@@ -34,7 +34,7 @@ class Vector2 {
     Real SquaredLength() const { return m_afTuple[0] * m_afTuple[0] + m_afTuple[1] * m_afTuple[1]; }
     Real Dot(const Vector2& v) const { return m_afTuple[0] * v[0] + m_afTuple[1] * v[1]; }
 
-   private:
+private:
     Real m_afTuple[2];
 };
 

@@ -8,7 +8,7 @@ namespace Wm4 {
 
 template <class Real>
 class Vector3 {
-   public:
+public:
     Vector3() : m_afTuple{Real(0), Real(0), Real(0)} {}
     Vector3(Real fX, Real fY, Real fZ) : m_afTuple{fX, fY, fZ} {}
     explicit Vector3(const Real* afTuple) : m_afTuple{afTuple[0], afTuple[1], afTuple[2]} {}
@@ -83,7 +83,7 @@ class Vector3 {
 
     static const Vector3 ZERO;
 
-   private:
+private:
     Real m_afTuple[3];
 };
 

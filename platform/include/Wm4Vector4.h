@@ -8,7 +8,7 @@ namespace Wm4 {
 
 template <class Real>
 class Vector4 {
-   public:
+public:
     Vector4() : m_afTuple{Real(0), Real(0), Real(0), Real(0)} {}
     Vector4(Real fX, Real fY, Real fZ, Real fW) : m_afTuple{fX, fY, fZ, fW} {}
     explicit Vector4(const Real* afTuple) : m_afTuple{afTuple[0], afTuple[1], afTuple[2], afTuple[3]} {}
@@ -46,7 +46,7 @@ class Vector4 {
         return m_afTuple[0] * v[0] + m_afTuple[1] * v[1] + m_afTuple[2] * v[2] + m_afTuple[3] * v[3];
     }
 
-   private:
+private:
     Real m_afTuple[4];
 };
 

@@ -2,10 +2,11 @@
 #include <cstdio>
 #include <vector>
 
+#include "qe/qeTriMesh.h"
+
 #include "ctr/BakedTriangles.h"
 #include "ctr/DiscreteProjectionSpace.h"
 #include "ctr/Version.h"
-#include "qe/qeTriMesh.h"
 
 int main() {
     qe::qeAttributes attributes;
