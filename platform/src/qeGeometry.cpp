@@ -1,5 +1,7 @@
 #include "qe/qeBaseGeometry.h"
+#include "qe/qeLine.h"
 #include "qe/qeMetadata.h"
+#include "qe/qeProgressNotifierInterface.h"
 #include "qe/qeSpatial.h"
 #include "qe/qeTriMesh.h"
 
@@ -8,6 +10,7 @@ namespace qe {
 const qeRtti qeSpatial::TYPE("qe.qeSpatial", &qeObject::TYPE);
 const qeRtti qeBaseGeometry::TYPE("qe.qeBaseGeometry", &qeSpatial::TYPE);
 const qeRtti qeTriMesh::TYPE("qe.qeTriMesh", &qeBaseGeometry::TYPE);
+const qeRtti qeLine::TYPE("qe.qeLine", &qeBaseGeometry::TYPE);
 const qeRtti qeMetadata::TYPE("qe.qeMetadata", &qeObject::TYPE);
 const qeRtti qeOutlineMetadata::TYPE("qe.qeOutlineMetadata", &qeMetadata::TYPE);
 
@@ -65,5 +68,33 @@ bool qeTriMesh::GetTriangle(int i, int& v0, int& v1, int& v2) const {
     v2 = static_cast<int>(indices[2]);
     return true;
 }
+
+qeLine::qeLine(int vertexQuantity, int indexQuantity, bool contiguous)
+    : qeBaseGeometry(contiguous ? GT_POLYLINE_OPEN : GT_POLYLINE_SEGMENTS, nullptr, nullptr) {
+    if (vertexQuantity > 0) {
+        qeAttributes attributes;
+        attributes.SetPositionChannels(3);
+        VBuffer = new qeVertexBuffer(attributes, vertexQuantity);
+    }
+    if (indexQuantity > 0) IBuffer = new qeIndexBuffer(indexQuantity, qeIndexBuffer::IBT_LINE_LIST);
+}
+
+bool qeLine::Clone(qeRttiInterface*& target) const {
+    if (!target) {
+        target = new qeLine(*this);
+        return true;
+    }
+    qeLine* line = dynamic_cast<qeLine*>(target);
+    if (!line) return false;
+    if (line != this) *line = *this;
+    return true;
+}
+
+void qeLine::setDirtyDown(bool keepWorldTransformation) {
+    if (!keepWorldTransformation) WorldIsCurrent = false;
+    WorldBoundIsCurrent = false;
+}
+
+qeProgressNotifierInterface::~qeProgressNotifierInterface() = default;
 
 }  // namespace qe

@@ -26,13 +26,25 @@ struct ImportedModel {
     std::vector<const qe::qeTriMesh*> meshList() const;
 };
 
+struct ImportOptions {
+    // Meshes that the file gives without per-vertex normals (or, in STL, with
+    // facet normals only) get normals made
+    // from their faces: a corner takes the (area-weighted) mean of the faces
+    // around its exact position whose normals lie within smoothingAngleDegrees
+    // of its own face's, so edges sharper than that angle get split vertices
+    // and show as creases.
+    bool generateNormals = true;
+    float smoothingAngleDegrees = 30.0f;
+};
+
 // Loads every triangle of the file (polygons are split into fans, points and
 // lines are dropped). Vertices that agree bit for bit in position and normal
 // are shared, whether or not the format stored them once; no tolerance is
 // applied anywhere. Returns
 // false with a one-line reason in error when the file cannot be read, holds
 // no triangle, or has a non-finite coordinate; model is then left empty.
-bool ImportModel(const std::string& path, ImportedModel& model, std::string& error);
+bool ImportModel(const std::string& path, ImportedModel& model, std::string& error,
+                 const ImportOptions& options = ImportOptions());
 
 }  // namespace contour
 

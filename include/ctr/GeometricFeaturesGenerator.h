@@ -1,0 +1,70 @@
+// The entry of the library: a camera, one export cluster of meshes baked into
+// the discrete projection space, and the feature lines computed from them.
+#ifndef CTR_GEOMETRICFEATURESGENERATOR_H
+#define CTR_GEOMETRICFEATURESGENERATOR_H
+
+#include <memory>
+#include <vector>
+
+#include "qe/qePointer.h"
+#include "qe/qeProgressNotifierInterface.h"
+
+#include "ctr/BakedTriangles.h"
+#include "ctr/DiscreteProjectionSpace.h"
+#include "ctr/Export.h"
+#include "ctr/LineSegmentSet.h"
+
+namespace qe {
+class qeTriMesh;
+}
+
+namespace ctr {
+
+// The three line sets of one feature computation; any of them may be null.
+struct CTR_API GeometricFeatures {
+    qe::qePointer<LineSegmentSet> creaseEdges;
+    qe::qePointer<LineSegmentSet> silhouetteEdges;
+    qe::qePointer<LineSegmentSet> intersectionEdges;
+};
+
+// Set the camera first, then the cluster: baking reads the camera once, and
+// the baked triangles keep a pointer to the generator's own copy of it. The
+// meshes are borrowed and must outlive the generator's use of them.
+class CTR_API GeometricFeaturesGenerator {
+public:
+    class tInternal;
+
+    GeometricFeaturesGenerator();
+    ~GeometricFeaturesGenerator();
+    GeometricFeaturesGenerator(const GeometricFeaturesGenerator&) = delete;
+    GeometricFeaturesGenerator& operator=(const GeometricFeaturesGenerator&) = delete;
+
+    // Copies the camera. Does not re-bake an existing cluster.
+    void setProjectionSpace(const DiscreteProjectionSpace& space);
+    // Not owned; null removes it.
+    void setProgressNotifier(qe::qeProgressNotifierInterface* notifier);
+    // Makes cluster 0 of meshes (whose lines are wanted) and occluders (which
+    // only hide lines; null or empty for none) and bakes both lists.
+    void setSingleExportCluster(const std::vector<const qe::qeTriMesh*>& meshes,
+                                const std::vector<const qe::qeTriMesh*>* occluders);
+    // No range check.
+    BakedTriangles& getBakedTriangles(unsigned int cluster);
+
+    // Clips every segment of set to the view and stores, per segment, its
+    // clip record and the merged parameter intervals in which the cluster's
+    // triangles hide it. Intervals already in the set are merged with the new
+    // ones. A segment out of view, seen end-on, or naming a vertex that does
+    // not exist counts as wholly hidden.
+    void computeOcclusion(LineSegmentSet& set, unsigned int cluster);
+
+    // The generator's state, for code built against the library's internal
+    // headers (its definition is not public).
+    const tInternal& getInternal() const { return *internal; }
+
+private:
+    std::unique_ptr<tInternal> internal;
+};
+
+}  // namespace ctr
+
+#endif

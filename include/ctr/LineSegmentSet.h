@@ -1,0 +1,127 @@
+// The container of feature lines, and the extraction of crease and outline
+// edges into it.
+#ifndef CTR_LINESEGMENTSET_H
+#define CTR_LINESEGMENTSET_H
+
+#include <cstdint>
+#include <vector>
+
+#include "qe/qeCancelInterface.h"
+#include "qe/qeGenericTransformation.h"
+#include "qe/qeIndexBuffer.h"
+#include "qe/qeLine.h"
+#include "qe/qePointer.h"
+#include "qe/qeVertexBuffer.h"
+
+#include "ctr/Export.h"
+#include "ctr/RationalInterval.h"
+
+namespace qe {
+class qeTriMesh;
+}
+
+namespace ctr {
+
+// Segment i runs from the vertex at index position 2i to the one at 2i + 1 of
+// the line index buffer; a trailing odd index is ignored. The three side
+// tables are either empty or hold one entry per segment.
+//
+// Sets are heap objects born with no reference: the first qe::qePointer that
+// stores one owns it. Operations that make a set return it that way, or null
+// when there is nothing to make.
+class CTR_API LineSegmentSet : public qe::qeLine {
+public:
+    // The part of a segment inside the view volume, as the clipper gives it:
+    // parameters of the clipped ends and their clip-space w. tStart >= tEnd
+    // means nothing of the segment is in view.
+    struct tSegmentClip {
+        float tStart;
+        float tEnd;
+        float wStart;
+        float wEnd;
+    };
+
+    LineSegmentSet();
+    ~LineSegmentSet() override;
+
+    // Copies the line part by the framework's rules (buffers shared), then
+    // the occlusion data. Flags are never cloned: the target's are emptied.
+    // A target that is not a LineSegmentSet is refused untouched.
+    bool Clone(qe::qeRttiInterface*& target) const override;
+
+    // Index count / 2; 0 without an index buffer.
+    int getSegmentQuantity() const { return IBuffer ? IBuffer->GetIndexQuantity() / 2 : 0; }
+
+    // Crease edges (stored normals turning by more than angleDegrees) and open
+    // borders of a triangle list, as a set sharing the given vertex buffer.
+    // Null when the input is invalid, has no such edge, or was cancelled.
+    static LineSegmentSet* GetCreaseEdgesFromMesh(const qe::qeVertexBuffer* vertices,
+                                                  const qe::qeIndexBuffer* triangles,
+                                                  const qe::qeCancelInterfaceReadOnly& cancel, float angleDegrees,
+                                                  bool keepFlags);
+    // The same, placed in the scene where the mesh is (vertices stay in the
+    // mesh's model space).
+    static LineSegmentSet* GetCreaseEdgesFromTriMesh(const qe::qeTriMesh* mesh,
+                                                     const qe::qeCancelInterfaceReadOnly& cancel, float angleDegrees,
+                                                     bool keepFlags);
+
+    // Wraps a ready-made line index buffer over the given vertices; both
+    // buffers are shared, nothing is copied or checked.
+    static LineSegmentSet* GetOutlineEdgesFromMesh(const qe::qeVertexBuffer* vertices,
+                                                   qe::qePointer<qe::qeIndexBuffer> lines,
+                                                   const qe::qeGenericTransformation<float>& transformation);
+    // The same for a mesh: the set takes the mesh's world transformation as
+    // both its local and its world transformation.
+    static LineSegmentSet* GetOutlineEdgesFromTriMesh(const qe::qeTriMesh* mesh,
+                                                      qe::qePointer<qe::qeIndexBuffer> lines);
+
+    // Copies the sets, in order, into one set in world space: every vertex
+    // (transformed by its set's world transformation) and every segment, with
+    // the hidden intervals. No welding, no flags, no clip records. Null
+    // entries and sets lacking a buffer are skipped; null when nothing is left.
+    static LineSegmentSet* FuseLineSegmentSets(const std::vector<LineSegmentSet*>& sets);
+
+    std::vector<bool> segmentFlags;
+    // Per segment, the parameter intervals in which it is hidden.
+    std::vector<std::vector<RationalInterval>> occlusionIntervals;
+    std::vector<tSegmentClip> segmentClips;
+};
+
+// One crease or border edge: vertex indices in canonical order (smaller
+// position first, x then y then z; equal positions by index), the second word
+// carrying the normalsPerpendicular flag in bit 31. Mask the second word with
+// kCreaseIndexMask before using it as an index.
+struct CreaseEdgeInfo {
+    uint32_t vertexA;
+    uint32_t vertexBAndFlag;
+};
+
+constexpr uint32_t kCreaseIndexMask = 0x7FFFFFFFu;
+constexpr uint32_t kCreaseFlagBit = 0x80000000u;
+
+// Crease and border edges of a triangle list, sorted by their end positions.
+// Two triangle edges are one edge when their end positions are bit-identical.
+// Each further copy of an interior edge is compared with the first copy's
+// vertex normals; when either pair differs by more than angleDegrees both
+// copies are emitted. The vertex buffer must carry positions and normals and
+// every index must name one of its vertices, else the result is false (so is
+// it on cancellation).
+CTR_API bool ComputeCreaseEdgeInfo(std::vector<CreaseEdgeInfo>& out, const qe::qeVertexBuffer* vertices,
+                                   const qe::qeIndexBuffer* triangles, float angleDegrees,
+                                   const qe::qeCancelInterfaceReadOnly& cancel);
+
+// A line index buffer (two indices per record) and, when outFlags is given,
+// the per-segment flags. False for no record or more than 0x3FFFFFFF.
+CTR_API bool MakeBuffersFromEdgeInfo(const std::vector<CreaseEdgeInfo>& infos,
+                                     qe::qePointer<qe::qeIndexBuffer>& outIndices, std::vector<bool>* outFlags);
+
+// Merges the segments of a line index buffer into records that are in the
+// order ComputeCreaseEdgeInfo leaves them. lines is put into canonical order
+// in place. origin gets one value per resulting record: 1 only in lines,
+// 2 only in the records, 3 in both. Every index of lines must name a vertex.
+CTR_API bool ComputeEdgeInfoFromIBuffer(std::vector<CreaseEdgeInfo>& infos, const qe::qeVertexBuffer* vertices,
+                                        qe::qeIndexBuffer* lines, std::vector<unsigned char>& origin);
+
+}  // namespace ctr
+
+#endif

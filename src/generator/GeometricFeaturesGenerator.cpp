@@ -1,0 +1,100 @@
+#include "ctr/GeometricFeaturesGenerator.h"
+
+#include "qe/qeCancelInterface.h"
+#include "qe/qeMetadata.h"
+#include "qe/qeTriMesh.h"
+
+#include "generator/GeneratorInternal.h"
+
+namespace ctr {
+
+namespace {
+
+// The crease angle of the feature computation, in degrees.
+constexpr float kCreaseAngleDegrees = 5.0f;
+
+// The first outline record attached to a mesh, if any.
+const qe::qeOutlineMetadata* FindOutline(const qe::qeTriMesh& mesh) {
+    for (int i = 0; i < mesh.GetMetadataQuantity(); ++i) {
+        const qe::qeMetadata* metadata = mesh.GetMetadata(i);
+        if (metadata && metadata->GetMetadataTypeId() == qe::qeOutlineMetadata::MetadataTypeId)
+            return static_cast<const qe::qeOutlineMetadata*>(metadata);
+    }
+    return nullptr;
+}
+
+// Owns the per-mesh sets until they are fused.
+struct SetList {
+    std::vector<LineSegmentSet*> sets;
+    explicit SetList(size_t count) : sets(count, nullptr) {}
+    ~SetList() {
+        for (LineSegmentSet* set : sets) delete set;
+    }
+    SetList(const SetList&) = delete;
+    SetList& operator=(const SetList&) = delete;
+};
+
+}  // namespace
+
+GeometricFeaturesGenerator::GeometricFeaturesGenerator() : internal(new tInternal) {}
+
+GeometricFeaturesGenerator::~GeometricFeaturesGenerator() = default;
+
+void GeometricFeaturesGenerator::setProjectionSpace(const DiscreteProjectionSpace& space) {
+    internal->projectionSpace = space;
+}
+
+void GeometricFeaturesGenerator::setProgressNotifier(qe::qeProgressNotifierInterface* notifier) {
+    internal->progressNotifier = notifier;
+}
+
+void GeometricFeaturesGenerator::setSingleExportCluster(const std::vector<const qe::qeTriMesh*>& meshes,
+                                                        const std::vector<const qe::qeTriMesh*>* occluders) {
+    internal->clusterMeshes.assign(1, meshes);
+    if (occluders && !occluders->empty())
+        internal->clusterOccluders.assign(1, *occluders);
+    else
+        internal->clusterOccluders.clear();
+    internal->initBakedTriangles();
+}
+
+BakedTriangles& GeometricFeaturesGenerator::getBakedTriangles(unsigned int cluster) {
+    return internal->bakedTriangles[cluster];
+}
+
+void GeometricFeaturesGenerator::tInternal::initBakedTriangles() {
+    const size_t clusterCount = clusterMeshes.size();
+    bakedTriangles.clear();
+    occluderTriangles.clear();
+    bakedTriangles.resize(clusterCount);
+    occluderTriangles.resize(clusterCount);
+    const std::vector<const qe::qeTriMesh*> none;
+    for (size_t i = 0; i < clusterCount; ++i) {
+        bakedTriangles[i].setProjectionSpace(&projectionSpace);
+        bakedTriangles[i].setMeshes(clusterMeshes[i]);
+        bakedTriangles[i].initialize();
+        occluderTriangles[i].setProjectionSpace(&projectionSpace);
+        occluderTriangles[i].setMeshes(i < clusterOccluders.size() ? clusterOccluders[i] : none);
+        occluderTriangles[i].initialize();
+    }
+}
+
+LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeCreaseEdges(unsigned int cluster) const {
+    if (cluster >= clusterMeshes.size()) return nullptr;
+    const std::vector<const qe::qeTriMesh*>& meshes = clusterMeshes[cluster];
+    SetList perMesh(meshes.size());
+    // Crease extraction of the feature computation is never cancelled.
+    const bool neverCancelled = false;
+    const qe::qeCancelInterfaceProxyReadOnly proxy(neverCancelled);
+    for (size_t m = 0; m < meshes.size(); ++m) {
+        const qe::qeTriMesh* mesh = meshes[m];
+        if (!mesh) continue;
+        if (const qe::qeOutlineMetadata* outline = FindOutline(*mesh))
+            perMesh.sets[m] = LineSegmentSet::GetOutlineEdgesFromTriMesh(mesh, outline->getIBuffer());
+        else
+            perMesh.sets[m] = LineSegmentSet::GetCreaseEdgesFromTriMesh(mesh, proxy, kCreaseAngleDegrees, false);
+    }
+    return LineSegmentSet::FuseLineSegmentSets(perMesh.sets);
+}
+
+}  // namespace ctr

@@ -1,0 +1,76 @@
+#include <vector>
+
+#include "ctr/GeometricFeaturesGenerator.h"
+#include "generator/GeneratorInternal.h"
+#include "visibility/IntervalMerge.h"
+
+namespace ctr {
+
+namespace {
+
+const RationalInterval kWholeSegment{0, 1, 1, 1};
+
+}  // namespace
+
+void GeometricFeaturesGenerator::computeOcclusion(LineSegmentSet& set, unsigned int cluster) {
+    tInternal& state = *internal;
+    if (cluster >= state.bakedTriangles.size()) return;
+    if (!set.VBuffer || !set.IBuffer) return;
+    const qe::qeVertexBuffer& vertices = *set.VBuffer;
+    const unsigned int* indices = set.IBuffer->GetData();
+    const size_t segmentCount = static_cast<size_t>(set.IBuffer->GetIndexQuantity()) >> 1;
+
+    if (set.segmentClips.size() != segmentCount) set.segmentClips.assign(segmentCount, {0.0f, 0.0f, 0.0f, 0.0f});
+    if (set.occlusionIntervals.size() != segmentCount) {
+        set.occlusionIntervals.clear();
+        set.occlusionIntervals.resize(segmentCount);
+    }
+    if (segmentCount == 0) return;
+
+    // Without positions no index names a vertex.
+    const unsigned int vertexCount =
+        vertices.GetAttributes().HasPosition() ? static_cast<unsigned int>(vertices.GetVertexQuantity()) : 0u;
+    const DiscreteProjectionSpace& space = state.projectionSpace;
+    const BakedTriangles& baked = state.bakedTriangles[cluster];
+    const BakedTriangles& occluders = state.occluderTriangles[cluster];
+    qe::qeProgressNotifierInterface* notifier = state.progressNotifier;
+    std::vector<RationalInterval> work;
+    BakedVertex bakedA{0, 0, 0};
+    BakedVertex bakedB{0, 0, 0};
+
+    for (size_t i = 0; i < segmentCount; ++i) {
+        if (notifier) {
+            if (notifier->shouldCancel()) return;
+            notifier->advanceProgress(1.0);
+        }
+        const unsigned int indexA = indices[2 * i];
+        const unsigned int indexB = indices[2 * i + 1];
+        if (indexA >= vertexCount || indexB >= vertexCount) {
+            // Nothing to draw: treated like a segment out of view.
+            set.segmentClips[i] = {1.0f, 0.0f, 0.0f, 0.0f};
+            set.occlusionIntervals[i].assign(1, kWholeSegment);
+            continue;
+        }
+        const Wm4::Vector3<float> worldA = set.World.ApplyForward(vertices.Position3(static_cast<int>(indexA)), true);
+        const Wm4::Vector3<float> worldB = set.World.ApplyForward(vertices.Position3(static_cast<int>(indexB)), true);
+        // The clipper leaves w untouched for a rejected edge; zero is stored.
+        float wA = 0.0f;
+        float wB = 0.0f;
+        const std::pair<float, float> t = space.clipEdgeWorld(worldA, worldB, bakedA, bakedB, wA, wB);
+        set.segmentClips[i] = {t.first, t.second, wA, wB};
+
+        // Also true for NaN parameters: an edge the clipper cannot place is
+        // not drawn.
+        if (!(t.first < t.second) || (bakedA.x == bakedB.x && bakedA.y == bakedB.y)) {
+            set.occlusionIntervals[i].assign(1, kWholeSegment);
+            continue;
+        }
+        work.assign(set.occlusionIntervals[i].begin(), set.occlusionIntervals[i].end());
+        baked.computeOcclusionIntervals(bakedA, bakedB, work);
+        occluders.computeOcclusionIntervals(bakedA, bakedB, work);
+        SortAndMergeIntervals(work);
+        set.occlusionIntervals[i].assign(work.begin(), work.end());
+    }
+}
+
+}  // namespace ctr

@@ -1,0 +1,620 @@
+// Line segment sets: crease and outline extraction, fusing, the merge of
+// hidden intervals and the occlusion pass, the last checked on a real model
+// against testing every triangle.
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cmath>
+
+#include <gtest/gtest.h>
+
+#include "Wm4Math.h"
+
+#include "ModelImport.h"
+#include "OcclusionReference.h"
+#include "TestSupport.h"
+#include "ctr/GeometricFeaturesGenerator.h"
+#include "ctr/LineSegmentSet.h"
+#include "generator/GeneratorInternal.h"
+#include "visibility/IntervalMerge.h"
+
+namespace {
+
+using V3 = Wm4::Vector3<float>;
+using RI = ctr::RationalInterval;
+using ctr::LineSegmentSet;
+using ctr_test::Int128;
+using Segment = std::pair<unsigned, unsigned>;
+using SetPointer = qe::qePointer<LineSegmentSet>;
+
+const bool kNotCancelled = false;
+const qe::qeCancelInterfaceProxyReadOnly kNeverCancel(kNotCancelled);
+
+std::vector<Segment> Segments(const LineSegmentSet& set) {
+    std::vector<Segment> out;
+    const unsigned* indices = set.IBuffer->GetData();
+    for (int s = 0; s < set.getSegmentQuantity(); ++s) out.emplace_back(indices[2 * s], indices[2 * s + 1]);
+    return out;
+}
+
+// The end positions of segment s, for checks that must not depend on which
+// copy of a split vertex was taken.
+std::array<float, 6> Ends(const LineSegmentSet& set, int s) {
+    const V3& a = set.VBuffer->Position3(static_cast<int>(set.IBuffer->GetData()[2 * s]));
+    const V3& b = set.VBuffer->Position3(static_cast<int>(set.IBuffer->GetData()[2 * s + 1]));
+    return {a[0], a[1], a[2], b[0], b[1], b[2]};
+}
+
+std::vector<std::array<float, 4>> Clips(const LineSegmentSet& set) {
+    std::vector<std::array<float, 4>> out;
+    for (const LineSegmentSet::tSegmentClip& c : set.segmentClips) out.push_back({c.tStart, c.tEnd, c.wStart, c.wEnd});
+    return out;
+}
+
+qe::qePointer<qe::qeIndexBuffer> Lines(const std::vector<unsigned>& indices) {
+    qe::qePointer<qe::qeIndexBuffer> lines =
+        new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_LINE_LIST);
+    std::copy(indices.begin(), indices.end(), lines->GetData());
+    return lines;
+}
+
+SetPointer LineSet(const std::vector<V3>& positions, const std::vector<unsigned>& indices) {
+    SetPointer set = new LineSegmentSet;
+    set->VBuffer = ctr_test::MakeMesh(positions, {})->VBuffer;
+    set->IBuffer = Lines(indices);
+    return set;
+}
+
+SetPointer Creases(const qe::qeTriMesh& mesh, float angleDegrees = 5.0f) {
+    return LineSegmentSet::GetCreaseEdgesFromMesh(mesh.VBuffer, mesh.IBuffer, kNeverCancel, angleDegrees, true);
+}
+
+// The unit cube, two triangles per face. With split corners every face has
+// its own four vertices carrying the face normal; otherwise the eight corners
+// are shared and carry their diagonal direction. The last triangle may be
+// given twice.
+qe::qePointer<qe::qeTriMesh> Box(bool splitCorners, bool repeatLast = false) {
+    std::vector<V3> positions, normals;
+    std::vector<unsigned> indices;
+    if (!splitCorners)
+        for (unsigned c = 0; c < 8; ++c) {
+            positions.emplace_back(float(c & 1), float(c >> 1 & 1), float(c >> 2 & 1));
+            // Unit length: the dot product of an edge's two copies must not fall
+            // below the cosine limit on its own.
+            normals.push_back((positions.back() - V3(0.5f, 0.5f, 0.5f)) / std::sqrt(0.75f));
+        }
+    for (int axis = 0; axis < 3; ++axis)
+        for (int side = 0; side < 2; ++side) {
+            unsigned corner[4];
+            for (int k = 0; k < 4; ++k) {
+                V3 p(0, 0, 0);
+                p[axis] = float(side);
+                p[(axis + 1) % 3] = (k == 1 || k == 2) ? 1.0f : 0.0f;
+                p[(axis + 2) % 3] = k >= 2 ? 1.0f : 0.0f;
+                if (splitCorners) {
+                    V3 n(0, 0, 0);
+                    n[axis] = side ? 1.0f : -1.0f;
+                    corner[k] = static_cast<unsigned>(positions.size());
+                    positions.push_back(p);
+                    normals.push_back(n);
+                } else {
+                    corner[k] = unsigned(p[0]) + 2 * unsigned(p[1]) + 4 * unsigned(p[2]);
+                }
+            }
+            indices.insert(indices.end(), {corner[0], corner[1], corner[2], corner[0], corner[2], corner[3]});
+        }
+    if (repeatLast) indices.insert(indices.end(), {indices[33], indices[34], indices[35]});
+    return ctr_test::MakeMesh(positions, indices, normals);
+}
+
+TEST(CreaseEdges, SingleTriangleGivesItsBordersInCanonicalOrder) {
+    // Vertex 2's normal leans along x: only the border along y stays
+    // perpendicular to both of its normals.
+    const V3 up(0, 0, 1);
+    auto mesh =
+        ctr_test::MakeMesh({V3(1, 0, 0), V3(0, 0, 0), V3(0, 1, 0)}, {0, 1, 2, 2, 1}, {up, up, V3(0.6f, 0.0f, 0.8f)});
+    mesh->Local.SetTranslate(V3(1, 2, 3));
+    mesh->World.SetTranslate(V3(4, 5, 6));
+    mesh->WorldIsCurrent = true;
+    SetPointer set = LineSegmentSet::GetCreaseEdgesFromTriMesh(mesh, kNeverCancel, 5.0f, true);
+    ASSERT_NE(set, nullptr);
+    // The trailing two indices are no triangle.
+    EXPECT_EQ(Segments(*set), (std::vector<Segment>{{1, 2}, {1, 0}, {2, 0}}));
+    EXPECT_EQ(set->segmentFlags, (std::vector<bool>{true, true, false}));
+    EXPECT_EQ(set->VBuffer, mesh->VBuffer);
+    EXPECT_TRUE(set->Local == mesh->Local);
+    EXPECT_TRUE(set->World == mesh->World);
+
+    set = LineSegmentSet::GetCreaseEdgesFromTriMesh(mesh, kNeverCancel, 5.0f, false);
+    ASSERT_NE(set, nullptr);
+    EXPECT_EQ(set->getSegmentQuantity(), 3);
+    EXPECT_TRUE(set->segmentFlags.empty());
+}
+
+TEST(CreaseEdges, BoxEmitsBothCopiesOfSplitEdgesAndNothingForSharedOnes) {
+    const auto split = Box(true);
+    SetPointer set = Creases(*split);
+    ASSERT_NE(set, nullptr);
+    ASSERT_EQ(set->getSegmentQuantity(), 24);
+    EXPECT_EQ(set->segmentFlags, std::vector<bool>(24, true));
+    const std::vector<Segment> segments = Segments(*set);
+    for (int s = 0; s < 24; ++s) {
+        const std::array<float, 6> ends = Ends(*set, s);
+        // Canonical, sorted, and a cube edge rather than a face diagonal.
+        EXPECT_TRUE(std::lexicographical_compare(ends.begin(), ends.begin() + 3, ends.begin() + 3, ends.end()));
+        if (s > 0) {
+            EXPECT_LE(Ends(*set, s - 1), ends);
+        }
+        EXPECT_EQ(std::fabs(ends[3] - ends[0]) + std::fabs(ends[4] - ends[1]) + std::fabs(ends[5] - ends[2]), 1.0f);
+        // Records come in pairs: one edge, the two faces' own vertices.
+        if (s % 2 == 1) {
+            EXPECT_EQ(Ends(*set, s - 1), ends);
+            EXPECT_NE(segments[s - 1], segments[s]);
+        }
+    }
+
+    // A repeated triangle (the last face's, whose neighbours come first in
+    // each run) adds copies equal to records already emitted: none is kept.
+    set = Creases(*Box(true, true));
+    ASSERT_NE(set, nullptr);
+    EXPECT_EQ(set->getSegmentQuantity(), 24);
+
+    // Shared corners: each edge is two copies of one index pair.
+    const auto shared = Box(false);
+    std::vector<ctr::CreaseEdgeInfo> infos;
+    EXPECT_TRUE(ctr::ComputeCreaseEdgeInfo(infos, shared->VBuffer, shared->IBuffer, 5.0f, kNeverCancel));
+    EXPECT_TRUE(infos.empty());
+    EXPECT_EQ(Creases(*shared), nullptr);
+}
+
+TEST(CreaseEdges, SplitDiagonalOfTwoCoplanarTriangles) {
+    // Triangles 0-1-2 and 3-5-4, where 3 and 4 repeat the positions of 1 and
+    // 2: the diagonal is a run of two edges with different indices.
+    const float tilt = 7.5f * Wm4::Math<float>::WM4_DEG_TO_RAD;
+    const V3 up(0, 0, 1), tilted(0, std::sin(tilt), std::cos(tilt));
+    // Vertex 3 has normal3, vertices 4 and 5 have normal4.
+    const auto flags = [&](float secondY, const V3& normal3, const V3& normal4, float angleDegrees) {
+        const auto mesh =
+            ctr_test::MakeMesh({V3(0, 0, 0), V3(1, 0, 0), V3(0, 1, 0), V3(1, 0, 0), V3(0, secondY, 0), V3(1, 1, 0)},
+                               {0, 1, 2, 3, 5, 4}, {up, up, up, normal3, normal4, normal4});
+        const SetPointer set = Creases(*mesh, angleDegrees);
+        return set ? set->segmentFlags : std::vector<bool>();
+    };
+    EXPECT_EQ(flags(1.0f, up, up, 5.0f), std::vector<bool>(4, true));
+    // Normals 7.5 degrees apart: a crease at 5 degrees, none at 10. The
+    // second copy's normals are not perpendicular to the diagonal, so neither
+    // copy is flagged; of the borders, the tilted triangle's one along y is
+    // not either.
+    const std::vector<bool> creased = flags(1.0f, tilted, tilted, 5.0f);
+    EXPECT_EQ(creased.size(), 6u);
+    EXPECT_EQ(std::count(creased.begin(), creased.end(), true), 3);
+    EXPECT_EQ(flags(1.0f, tilted, tilted, 10.0f).size(), 4u);
+    // Either end alone makes the crease.
+    EXPECT_EQ(flags(1.0f, tilted, up, 5.0f).size(), 6u);
+    EXPECT_EQ(flags(1.0f, up, tilted, 5.0f).size(), 6u);
+    // One unit in the last place apart: two borders, no welding.
+    EXPECT_EQ(flags(std::nextafter(1.0f, 2.0f), up, up, 5.0f).size(), 6u);
+}
+
+TEST(CreaseEdges, SignedZeroCopyDoesNotSplitARun) {
+    // Triangles 0-1-2 and 4-6-5 share a smooth diagonal at x = +0 (start
+    // vertices 2 and 5); triangle 7-8-3 repeats it at x = -0, a different
+    // edge bit for bit, starting at vertex 3, between the two. The two +0
+    // copies must still meet.
+    const V3 side(1, 0, 0);
+    const auto mesh = ctr_test::MakeMesh({V3(0, 0, 0), V3(0, 1, 0), V3(0, 0, 1), V3(-0.0f, 0, 1), V3(0, 1, 0),
+                                          V3(0, 0, 1), V3(0, 1, 1), V3(-0.0f, 0, 0), V3(-0.0f, 1, 0)},
+                                         {0, 1, 2, 7, 8, 3, 4, 6, 5}, std::vector<V3>(9, side));
+    const SetPointer set = Creases(*mesh);
+    ASSERT_NE(set, nullptr);
+    // The two outer borders of each +0 triangle and the three of the -0 one.
+    EXPECT_EQ(set->getSegmentQuantity(), 7);
+}
+
+TEST(CreaseEdges, InvalidOrCancelledInputGivesNothing) {
+    const V3 up(0, 0, 1);
+    const std::vector<V3> positions{V3(0, 0, 0), V3(1, 0, 0), V3(0, 1, 0)};
+    const auto outOfRange = ctr_test::MakeMesh(positions, {0, 1, 3}, {up, up, up});
+    const auto noNormals = ctr_test::MakeMesh(positions, {0, 1, 2});
+    std::vector<ctr::CreaseEdgeInfo> infos;
+    for (const qe::qeTriMesh* mesh : {outOfRange.get(), noNormals.get()}) {
+        EXPECT_FALSE(ctr::ComputeCreaseEdgeInfo(infos, mesh->VBuffer, mesh->IBuffer, 5.0f, kNeverCancel));
+        EXPECT_EQ(Creases(*mesh), nullptr);
+    }
+    EXPECT_EQ(LineSegmentSet::GetCreaseEdgesFromMesh(nullptr, noNormals->IBuffer, kNeverCancel, 5.0f, true), nullptr);
+    EXPECT_EQ(LineSegmentSet::GetCreaseEdgesFromTriMesh(nullptr, kNeverCancel, 5.0f, true), nullptr);
+
+    // Cancellation seen at any of the polls, the last included, gives null.
+    struct CancelAtPoll : qe::qeCancelInterfaceReadOnly {
+        int cancelFrom;
+        mutable int polls = 0;
+        explicit CancelAtPoll(int from) : cancelFrom(from) {}
+        bool isCancelled() const override { return ++polls > cancelFrom; }
+    };
+    const auto box = Box(true);
+    CancelAtPoll infoPolls(INT_MAX), setPolls(INT_MAX);
+    ASSERT_TRUE(ctr::ComputeCreaseEdgeInfo(infos, box->VBuffer, box->IBuffer, 5.0f, infoPolls));
+    ASSERT_NE(SetPointer(LineSegmentSet::GetCreaseEdgesFromMesh(box->VBuffer, box->IBuffer, setPolls, 5.0f, true)),
+              nullptr);
+    ASSERT_GT(infoPolls.polls, 1);
+    for (int from = 0; from < setPolls.polls; ++from) {
+        if (from < infoPolls.polls) {
+            EXPECT_FALSE(ctr::ComputeCreaseEdgeInfo(infos, box->VBuffer, box->IBuffer, 5.0f, CancelAtPoll(from)));
+        }
+        EXPECT_EQ(LineSegmentSet::GetCreaseEdgesFromMesh(box->VBuffer, box->IBuffer, CancelAtPoll(from), 5.0f, true),
+                  nullptr)
+            << "cancelled from poll " << from;
+    }
+}
+
+TEST(LineSet, EmptySetsOddIndexCountsAndClones) {
+    const SetPointer empty = new LineSegmentSet;
+    EXPECT_TRUE(empty->VBuffer == nullptr && empty->IBuffer == nullptr && empty->getSegmentQuantity() == 0);
+    EXPECT_TRUE(empty->segmentFlags.empty() && empty->occlusionIntervals.empty() && empty->segmentClips.empty());
+    EXPECT_EQ(LineSet({V3(0, 0, 0), V3(1, 0, 0)}, {0, 1, 1, 0, 0})->getSegmentQuantity(), 2);
+
+    // Clones carry the occlusion data but never flags.
+    const SetPointer source = LineSet({V3(0, 0, 0), V3(1, 0, 0), V3(1, 1, 0)}, {0, 1, 1, 2});
+    source->segmentFlags = {true, false};
+    source->occlusionIntervals = {{{0, 1, 1, 4}, {1, 2, 3, 4}}, {}};
+    source->segmentClips = {{0.0f, 1.0f, 1.0f, 1.0f}, {0.25f, 0.5f, 2.0f, 3.0f}};
+    const auto intervals = source->occlusionIntervals;
+    const auto clips = Clips(*source);
+
+    qe::qeRttiInterface* target = nullptr;
+    ASSERT_TRUE(source->Clone(target));
+    const SetPointer copy = dynamic_cast<LineSegmentSet*>(target);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->getSegmentQuantity(), 2);
+    EXPECT_TRUE(copy->segmentFlags.empty());
+    EXPECT_EQ(copy->occlusionIntervals, intervals);
+    EXPECT_EQ(Clips(*copy), clips);
+
+    // An existing set loses its own flags.
+    const SetPointer existing = new LineSegmentSet;
+    existing->segmentFlags = {true};
+    target = existing.get();
+    ASSERT_TRUE(source->Clone(target));
+    EXPECT_EQ(target, existing.get());
+    EXPECT_TRUE(existing->segmentFlags.empty());
+    EXPECT_EQ(existing->occlusionIntervals, intervals);
+
+    // Other framework types are refused untouched, a plain line included.
+    const qe::qePointer<qe::qeLine> line = new qe::qeLine(3, 2, false);
+    const auto mesh = ctr_test::MakeMesh({V3(0, 0, 0), V3(1, 0, 0), V3(0, 1, 0)}, {0, 1, 2});
+    for (qe::qeBaseGeometry* other : std::vector<qe::qeBaseGeometry*>{line.get(), mesh.get()}) {
+        target = other;
+        EXPECT_FALSE(source->Clone(target));
+        EXPECT_TRUE(target == other && other->VBuffer != source->VBuffer && other->IBuffer != source->IBuffer);
+    }
+
+    target = source.get();
+    ASSERT_TRUE(source->Clone(target));
+    EXPECT_TRUE(source->segmentFlags.empty());
+    EXPECT_EQ(source->occlusionIntervals, intervals);
+    EXPECT_EQ(Clips(*source), clips);
+}
+
+TEST(OutlineEdges, WrapTheSharedBufferAtTheMeshsWorldPlacement) {
+    auto mesh = ctr_test::MakeMesh({V3(0, 0, 0), V3(1, 0, 0), V3(0, 1, 0)}, {0, 1, 2});
+    mesh->Local.SetTranslate(V3(1, 0, 0));
+    mesh->World.SetTranslate(V3(0, 5, 0));
+    mesh->WorldIsCurrent = true;
+    const qe::qePointer<qe::qeOutlineMetadata> none = new qe::qeOutlineMetadata;
+    EXPECT_EQ(LineSegmentSet::GetOutlineEdgesFromTriMesh(mesh, none->getIBuffer()), nullptr);
+
+    const qe::qePointer<qe::qeOutlineMetadata> outline = new qe::qeOutlineMetadata(Lines({0, 1, 1, 2, 2}));
+    const SetPointer set = LineSegmentSet::GetOutlineEdgesFromTriMesh(mesh, outline->getIBuffer());
+    ASSERT_NE(set, nullptr);
+    EXPECT_EQ(set->VBuffer, mesh->VBuffer);
+    EXPECT_EQ(set->getSegmentQuantity(), 2);
+    EXPECT_TRUE(set->segmentFlags.empty());
+    outline->getIBuffer()->GetData()[0] = 2;
+    EXPECT_EQ(Segments(*set)[0], Segment(2, 1));
+    EXPECT_TRUE(set->Local == mesh->World);
+    EXPECT_TRUE(set->World == mesh->World);
+}
+
+TEST(OutlineEdges, OutlineMetadataTakesPrecedenceOverCreases) {
+    // Metadata of another kind, which the search for the outline passes over.
+    struct OtherMetadata : qe::qeMetadata {
+        unsigned int GetMetadataTypeId() const override { return 1u; }
+    };
+    // The box alone would give 24 crease records; its outline names one.
+    auto box = Box(true);
+    box->World.SetTranslate(V3(2, 0, 0));
+    box->WorldIsCurrent = true;
+    box->AttachMetadata(new OtherMetadata);
+    box->AttachMetadata(new qe::qeOutlineMetadata(Lines({0, 2})));
+    // An outline without a buffer gives nothing, not the mesh's creases.
+    const V3 up(0, 0, 1);
+    auto withoutBuffer = ctr_test::MakeMesh({V3(0, 0, 0), V3(1, 0, 0), V3(0, 1, 0)}, {0, 1, 2}, {up, up, up});
+    withoutBuffer->AttachMetadata(new qe::qeOutlineMetadata);
+    auto triangle = ctr_test::MakeMesh({V3(0, 0, 0), V3(1, 0, 0), V3(0, 1, 0)}, {0, 1, 2}, {up, up, up});
+    triangle->World.SetTranslate(V3(0, 3, 0));
+    triangle->WorldIsCurrent = true;
+
+    ctr::GeometricFeaturesGenerator generator;
+    generator.setSingleExportCluster({box, nullptr, withoutBuffer, triangle}, nullptr);
+    const SetPointer fused = generator.getInternal().computeCreaseEdges(0);
+    ASSERT_NE(fused, nullptr);
+    ASSERT_EQ(fused->getSegmentQuantity(), 4);
+    EXPECT_EQ(fused->VBuffer->GetVertexQuantity(), 24 + 3);
+    const V3 a = box->VBuffer->Position3(0) + V3(2, 0, 0), b = box->VBuffer->Position3(2) + V3(2, 0, 0);
+    EXPECT_EQ(Ends(*fused, 0), (std::array<float, 6>{a[0], a[1], a[2], b[0], b[1], b[2]}));
+    // The triangle's borders, lifted by its world translation.
+    EXPECT_EQ(Ends(*fused, 1), (std::array<float, 6>{0, 3, 0, 0, 4, 0}));
+    EXPECT_EQ(generator.getInternal().computeCreaseEdges(1), nullptr);
+}
+
+TEST(FuseSets, CopiesEverySetIntoWorldSpaceInInputOrder) {
+    EXPECT_EQ(LineSegmentSet::FuseLineSegmentSets({}), nullptr);
+    EXPECT_EQ(LineSegmentSet::FuseLineSegmentSets({nullptr, nullptr}), nullptr);
+    const SetPointer empty = new LineSegmentSet;
+    EXPECT_EQ(LineSegmentSet::FuseLineSegmentSets({empty}), nullptr);
+    const SetPointer noVertices = LineSet({}, {0, 1});
+    EXPECT_EQ(LineSegmentSet::FuseLineSegmentSets({noVertices}), nullptr);
+
+    // One vertex buffer (with normals, and a vertex no segment uses) under
+    // two sets; the first is scaled by 2 and moved by 10 along x.
+    const std::vector<V3> positions{V3(0, 0, 0), V3(1, 0, 0), V3(1, 1, 0), V3(0, 0, 1)};
+    const auto mesh = ctr_test::MakeMesh(positions, {}, positions);
+    const SetPointer first = new LineSegmentSet, second = new LineSegmentSet, noIndices = new LineSegmentSet;
+    first->VBuffer = second->VBuffer = noIndices->VBuffer = mesh->VBuffer;
+    first->IBuffer = Lines({0, 1, 1, 2});
+    second->IBuffer = Lines({2, 0, 3});
+    first->World.SetMatrix(Wm4::Matrix4<float>(2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 10, 0, 0, 1));
+    first->segmentFlags = {true, true};
+    first->segmentClips.assign(2, {0.0f, 1.0f, 1.0f, 1.0f});
+    first->occlusionIntervals = {{{0, 1, 1, 2}}};
+    second->occlusionIntervals = {{{1, 4, 3, 4}}};
+
+    const SetPointer fused = LineSegmentSet::FuseLineSegmentSets({nullptr, first, noIndices, second});
+    ASSERT_NE(fused, nullptr);
+    ASSERT_EQ(fused->VBuffer->GetVertexQuantity(), 8);
+    EXPECT_FALSE(fused->VBuffer->GetAttributes().HasNormal());
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(fused->VBuffer->Position3(i), positions[i] * 2.0f + V3(10, 0, 0));
+        EXPECT_EQ(fused->VBuffer->Position3(4 + i), positions[i]);
+    }
+    EXPECT_EQ(fused->IBuffer->GetIndexQuantity(), 6);
+    EXPECT_EQ(Segments(*fused), (std::vector<Segment>{{0, 1}, {1, 2}, {6, 4}}));
+    EXPECT_EQ(fused->occlusionIntervals, (std::vector<std::vector<RI>>{{{0, 1, 1, 2}}, {}, {{1, 4, 3, 4}}}));
+    EXPECT_TRUE(fused->segmentFlags.empty());
+    EXPECT_TRUE(fused->segmentClips.empty());
+    EXPECT_TRUE(fused->World.IsIdentity());
+    EXPECT_EQ(first->occlusionIntervals.size(), 1u);
+
+    const SetPointer reversed = LineSegmentSet::FuseLineSegmentSets({second, first});
+    ASSERT_NE(reversed, nullptr);
+    EXPECT_EQ(Segments(*reversed), (std::vector<Segment>{{2, 0}, {4, 5}, {5, 6}}));
+}
+
+std::vector<RI> Merged(std::vector<RI> list) {
+    ctr::SortAndMergeIntervals(list);
+    return list;
+}
+
+TEST(IntervalMerge, MergesTouchingOverlappingAndNestedIntervals) {
+    EXPECT_EQ(Merged({}), std::vector<RI>{});
+    EXPECT_EQ(Merged({{0, 1, 1, 4}, {1, 4, 1, 2}}), (std::vector<RI>{{0, 1, 1, 2}}));
+    EXPECT_EQ(Merged({{0, 1, 1, 4}, {1, 3, 1, 2}}), (std::vector<RI>{{0, 1, 1, 4}, {1, 3, 1, 2}}));
+    EXPECT_EQ(Merged({{1, 3, 1, 2}, {0, 1, 1, 4}}), (std::vector<RI>{{0, 1, 1, 4}, {1, 3, 1, 2}}));
+    EXPECT_EQ(Merged({{1, 4, 1, 2}, {0, 1, 1, 1}, {1, 8, 5, 8}}), (std::vector<RI>{{0, 1, 1, 1}}));
+    // Equal values written with other denominators touch; an equal end keeps
+    // the fields it had.
+    EXPECT_EQ(Merged({{1, 4, 3, 4}, {0, 1, 2, 8}}), (std::vector<RI>{{0, 1, 3, 4}}));
+    EXPECT_EQ(Merged({{0, 1, 1, 2}, {2, 8, 4, 8}}), (std::vector<RI>{{0, 1, 1, 2}}));
+    // A gap of about 2^-61 near 1/2: doubles do not see it and 64-bit
+    // products wrap the wrong way; exact 128-bit products keep it.
+    const int64_t p60 = int64_t(1) << 60, d = (int64_t(1) << 61) + 4;
+    EXPECT_EQ(Merged({{p60 + 2, d, 1, 1}, {0, 1, p60 + 1, d}}),
+              (std::vector<RI>{{0, 1, p60 + 1, d}, {p60 + 2, d, 1, 1}}));
+
+    // Longer lists than the insertion sort takes: 40 disjoint intervals in
+    // mixed denominators, then 40 touching ones, each given in reverse.
+    std::vector<RI> disjoint, touching;
+    for (int64_t k = 39; k >= 0; --k) {
+        disjoint.push_back(k % 2 ? RI{2 * k, 100, 2 * k + 1, 100} : RI{4 * k, 200, 4 * k + 2, 200});
+        touching.push_back({k, 40, k + 1, 40});
+    }
+    std::vector<RI> expected(disjoint.rbegin(), disjoint.rend());
+    EXPECT_EQ(Merged(disjoint), expected);
+    EXPECT_EQ(Merged(touching), (std::vector<RI>{{0, 40, 40, 40}}));
+}
+
+const RI kWhole{0, 1, 1, 1};
+
+// Behind the square [-0.5, 0.5]^2 at depth 0 in the default space (world
+// coordinates are clip coordinates): a segment behind it, one out of view,
+// one seen end-on, one in front of it, one naming a missing vertex and a
+// trailing index. The set is moved by 2 along x into that place.
+SetPointer OcclusionCases() {
+    std::vector<V3> world{V3(-0.9f, 0.1f, 0.5f), V3(0.9f, 0.1f, 0.5f), V3(2.0f, 0.1f, 0.5f),   V3(3.0f, 0.1f, 0.5f),
+                          V3(0.8f, 0.8f, -0.5f), V3(0.8f, 0.8f, 0.5f), V3(-0.9f, 0.1f, -0.5f), V3(0.9f, 0.1f, -0.5f)};
+    for (V3& p : world) p[0] -= 2.0f;
+    SetPointer set = LineSet(world, {0, 1, 2, 3, 4, 5, 6, 7, 0, 99, 1});
+    set->World.SetTranslate(V3(2, 0, 0));
+    return set;
+}
+
+struct SquareScene {
+    qe::qePointer<qe::qeTriMesh> square = ctr_test::MakeMesh(
+        {V3(-0.5f, -0.5f, 0), V3(0.5f, -0.5f, 0), V3(0.5f, 0.5f, 0), V3(-0.5f, 0.5f, 0)}, {0, 1, 2, 0, 2, 3});
+    ctr::GeometricFeaturesGenerator generator;
+    SquareScene() { generator.setSingleExportCluster({square}, nullptr); }
+};
+
+TEST(FeatureOcclusion, HiddenIntervalsOfSimpleSegmentsAndUntouchedSets) {
+    SquareScene scene;
+    SetPointer set = OcclusionCases();
+    scene.generator.computeOcclusion(*set, 0);
+    ASSERT_EQ(set->occlusionIntervals.size(), 5u);
+    ASSERT_EQ(set->segmentClips.size(), 5u);
+    const std::vector<RI>& behind = set->occlusionIntervals[0];
+    ASSERT_EQ(behind.size(), 1u);
+    EXPECT_NEAR(double(behind[0].startNumerator) / behind[0].startDenominator, 0.4 / 1.8, 1e-5);
+    EXPECT_NEAR(double(behind[0].endNumerator) / behind[0].endDenominator, 1.4 / 1.8, 1e-5);
+    EXPECT_EQ(set->occlusionIntervals[1], std::vector<RI>{kWhole});
+    EXPECT_EQ(set->segmentClips[1].tStart, 1.0f);
+    EXPECT_EQ(set->segmentClips[1].tEnd, 0.0f);
+    // End-on and missing vertex: wholly hidden with nothing in front.
+    EXPECT_EQ(set->occlusionIntervals[2], std::vector<RI>{kWhole});
+    EXPECT_EQ(set->occlusionIntervals[4], std::vector<RI>{kWhole});
+    EXPECT_TRUE(set->occlusionIntervals[3].empty());
+    EXPECT_EQ(Clips(*set)[3], (std::array<float, 4>{0.0f, 1.0f, 1.0f, 1.0f}));
+
+    // A second run adds nothing new; intervals already present are merged
+    // in, and tables of the wrong size are replaced.
+    const auto first = set->occlusionIntervals;
+    scene.generator.computeOcclusion(*set, 0);
+    EXPECT_EQ(set->occlusionIntervals, first);
+    set->occlusionIntervals[3] = {{0, 1, 1, 4}};
+    scene.generator.computeOcclusion(*set, 0);
+    EXPECT_EQ(set->occlusionIntervals[3], (std::vector<RI>{{0, 1, 1, 4}}));
+    set->occlusionIntervals.assign(7, {kWhole});
+    scene.generator.computeOcclusion(*set, 0);
+    EXPECT_EQ(set->occlusionIntervals, first);
+
+    // Unknown clusters and sets without indices are left alone.
+    set = OcclusionCases();
+    scene.generator.computeOcclusion(*set, 1);
+    EXPECT_TRUE(set->occlusionIntervals.empty() && set->segmentClips.empty());
+    set->IBuffer = nullptr;
+    set->segmentClips.assign(1, {0.5f, 0.25f, 1.0f, 1.0f});
+    scene.generator.computeOcclusion(*set, 0);
+    EXPECT_TRUE(set->occlusionIntervals.empty());
+    EXPECT_EQ(Clips(*set), (std::vector<std::array<float, 4>>{{0.5f, 0.25f, 1.0f, 1.0f}}));
+}
+
+TEST(FeatureOcclusion, ReportsProgressPerSegmentAndStopsWhenCancelled) {
+    struct Notifier : qe::qeProgressNotifierInterface {
+        int cancelAfter;
+        int advances = 0, checks = 0;
+        double total = 0.0;
+        explicit Notifier(int after) : cancelAfter(after) {}
+        bool shouldCancel() override {
+            ++checks;
+            return advances >= cancelAfter;
+        }
+        void setTotalProgress(double) override {}
+        void advanceProgress(double amount) override {
+            ++advances;
+            total += amount;
+        }
+    };
+    SquareScene scene;
+    Notifier all(INT_MAX);
+    scene.generator.setProgressNotifier(&all);
+    SetPointer set = OcclusionCases();
+    scene.generator.computeOcclusion(*set, 0);
+    EXPECT_EQ(all.advances, 5);
+    EXPECT_EQ(all.total, 5.0);
+
+    // Stopped before the end-on segment: it keeps the empty list and the
+    // zero record that the tables were sized with.
+    Notifier two(2);
+    scene.generator.setProgressNotifier(&two);
+    set = OcclusionCases();
+    scene.generator.computeOcclusion(*set, 0);
+    EXPECT_EQ(two.advances, 2);
+    EXPECT_EQ(two.checks, 3);
+    EXPECT_EQ(set->occlusionIntervals[1], std::vector<RI>{kWhole});
+    EXPECT_TRUE(set->occlusionIntervals[2].empty());
+    EXPECT_EQ(Clips(*set)[2], (std::array<float, 4>{0.0f, 0.0f, 0.0f, 0.0f}));
+    scene.generator.setProgressNotifier(nullptr);
+}
+
+// Sorted and merged by value, written independently of the library's merge.
+std::vector<RI> ReferenceMerge(const std::vector<RI>& list) {
+    const auto less = [](int64_t n1, int64_t d1, int64_t n2, int64_t d2) { return Int128(n1) * d2 < Int128(n2) * d1; };
+    std::vector<RI> merged;
+    for (const RI& r : ctr_test::Canonical(list, true)) {
+        if (merged.empty() ||
+            less(merged.back().endNumerator, merged.back().endDenominator, r.startNumerator, r.startDenominator))
+            merged.push_back(r);
+        else if (less(merged.back().endNumerator, merged.back().endDenominator, r.endNumerator, r.endDenominator))
+            merged.back() = {merged.back().startNumerator, merged.back().startDenominator, r.endNumerator,
+                             r.endDenominator};
+    }
+    return merged;
+}
+
+// Crease edges of a model seen in perspective, with an occluder through its
+// middle: every segment's stored intervals must be those that testing every
+// triangle gives for the segment clipped the same way.
+void CheckAgainstEveryTriangle(const char* model, const V3& toEye) {
+    SCOPED_TRACE(model);
+    contour::ImportedModel imported;
+    std::string error;
+    ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath(model), imported, error)) << error;
+    ASSERT_TRUE(imported.hasNormals);
+    qe::qeBBox bound;
+    for (const auto& mesh : imported.meshes) bound.include(mesh->WorldBound);
+    const V3 center = bound.center();
+    const float radius = (bound.Max - bound.Min).Length() * 0.5f;
+    const V3 eye = center + toEye * (2.5f * radius);
+    ctr::DiscreteProjectionSpace space;
+    ctr_test::PerspectiveCamera(space, eye, center, 40.0f, 1.3f, 0.2f * radius, 6.0f * radius);
+
+    // Eight upright strips through the middle, across the view: segments
+    // passing behind them collect several intervals each.
+    V3 forward = center - eye;
+    forward.Normalize();
+    V3 right = forward.Cross(V3(0, 1, 0));
+    right.Normalize();
+    const V3 up = right.Cross(forward) * (2.0f * radius);
+    right *= 0.125f * radius;
+    std::vector<V3> corners;
+    std::vector<unsigned> strips;
+    for (unsigned k = 0; k < 8; ++k) {
+        const V3 left = center + right * (2.0f * float(k) - 8.0f);
+        corners.insert(corners.end(), {left - up, left + right - up, left + right + up, left + up});
+        strips.insert(strips.end(), {4 * k, 4 * k + 1, 4 * k + 2, 4 * k, 4 * k + 2, 4 * k + 3});
+    }
+    const auto wall = ctr_test::MakeMesh(corners, strips);
+    const std::vector<const qe::qeTriMesh*> occluders{wall};
+
+    ctr::GeometricFeaturesGenerator generator;
+    generator.setProjectionSpace(space);
+    generator.setSingleExportCluster(imported.meshList(), &occluders);
+    const ctr::GeometricFeaturesGenerator::tInternal& internal = generator.getInternal();
+    const SetPointer set = internal.computeCreaseEdges(0);
+    ASSERT_NE(set, nullptr);
+    generator.computeOcclusion(*set, 0);
+    const size_t segmentCount = static_cast<size_t>(set->getSegmentQuantity());
+    ASSERT_EQ(set->occlusionIntervals.size(), segmentCount);
+    ASSERT_EQ(set->segmentClips.size(), segmentCount);
+
+    size_t visible = 0, partly = 0, wholly = 0;
+    const unsigned* indices = set->IBuffer->GetData();
+    for (size_t i = 0; i < segmentCount; ++i) {
+        const V3 a = set->World.ApplyForward(set->VBuffer->Position3(static_cast<int>(indices[2 * i])), true);
+        const V3 b = set->World.ApplyForward(set->VBuffer->Position3(static_cast<int>(indices[2 * i + 1])), true);
+        ctr::BakedVertex bakedA, bakedB;
+        float wA = 0.0f, wB = 0.0f;
+        const std::pair<float, float> t = internal.projectionSpace.clipEdgeWorld(a, b, bakedA, bakedB, wA, wB);
+        EXPECT_EQ(Clips(*set)[i], (std::array<float, 4>{t.first, t.second, wA, wB})) << "segment " << i;
+        std::vector<RI> expected{kWhole};
+        if (t.first < t.second && (bakedA.x != bakedB.x || bakedA.y != bakedB.y)) {
+            expected = ctr_test::BruteForce(internal.bakedTriangles[0], bakedA, bakedB);
+            for (const RI& r : ctr_test::BruteForce(internal.occluderTriangles[0], bakedA, bakedB))
+                expected.push_back(r);
+            expected = ReferenceMerge(expected);
+        }
+        const std::vector<RI> stored = ctr_test::Canonical(set->occlusionIntervals[i], true);
+        ASSERT_EQ(stored, expected) << "segment " << i;
+        (expected.empty() ? visible : expected == std::vector<RI>{kWhole} ? wholly : partly) += 1;
+    }
+    // The comparison must have met every kind of segment.
+    EXPECT_GT(visible, 0u);
+    EXPECT_GT(partly, 0u);
+    EXPECT_GT(wholly, 0u);
+}
+
+TEST(FeatureOcclusion, MatchesEveryTriangleReferenceOnRealModels) {
+    CheckAgainstEveryTriangle("cad-brep/box_holes.obj", V3(0.5f, 0.6f, 0.7f));
+    CheckAgainstEveryTriangle("cad/fandisk.obj", V3(-0.6f, 0.4f, 0.7f));
+}
+
+}  // namespace
