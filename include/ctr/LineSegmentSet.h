@@ -41,6 +41,26 @@ public:
         float wEnd;
     };
 
+    // One stretch of an output polyline of BuildPolylines: the indices
+    // [begin, end) of the output index buffer (two per segment), linked to the
+    // stretches before and after it in the same polyline.
+    struct ArcFeature {
+        static constexpr uint32_t kArc = 1;   // a circular arc
+        static constexpr uint32_t kLine = 2;  // a straight line
+
+        uint32_t begin;
+        uint32_t end;
+        ArcFeature* previous;
+        ArcFeature* next;
+        uint32_t flags;
+
+        // Turns the stretch around in place: its indices in reverse order (each
+        // segment's two ends swap, the segments run backwards), and likewise
+        // the per-segment flags and bytes that are given.
+        void reverseIndexBuffer(unsigned int* indexArray, std::vector<bool>* segmentFlags,
+                                std::vector<unsigned char>* bytes) const;
+    };
+
     LineSegmentSet();
     ~LineSegmentSet() override;
 
@@ -80,6 +100,33 @@ public:
     // the hidden intervals. No welding, no flags, no clip records. Null
     // entries and sets lacking a buffer are skipped; null when nothing is left.
     static LineSegmentSet* FuseLineSegmentSets(const std::vector<LineSegmentSet*>& sets);
+
+    // The visible pieces of the segments of a set whose occlusion has been
+    // computed, one segment each, cut at the ends of the hidden intervals at
+    // the 3D points that project onto the cuts. Null when nothing is visible.
+    static LineSegmentSet* BakeVisibleSegments(const LineSegmentSet* source);
+
+    // A position-only buffer holding once every distinct position that the
+    // segments of indices use (equal as floats: no tolerance, NaN never
+    // equal), sorted by position; remap gets the new index of every used old
+    // vertex (0 for unused ones).
+    static void CreateFilteredVertexBuffer(const qe::qeVertexBuffer& vertices, const qe::qeIndexBuffer& indices,
+                                           qe::qePointer<qe::qeVertexBuffer>& filtered,
+                                           std::vector<unsigned int>& remap);
+    // The same, rewriting every index of indices onto the new buffer.
+    static void CreateFilteredVertexBufferPatched(const qe::qeVertexBuffer& vertices, qe::qeIndexBuffer& indices,
+                                                  qe::qePointer<qe::qeVertexBuffer>& filtered);
+
+    // Chains the segments into polylines (consecutive segments share their
+    // vertex index) and reports their straight and circular stretches in
+    // arcs. With filterVertices the result gets its own welded vertex buffer.
+    // Null when the source has no segment.
+    static LineSegmentSet* BuildPolylines(const LineSegmentSet& source, std::vector<ArcFeature>& arcs,
+                                          bool filterVertices);
+    static bool BuildPolylinesImpl(const qe::qeVertexBuffer& vertices, const qe::qeIndexBuffer& indices,
+                                   const std::vector<bool>* segmentFlags, std::vector<unsigned char>* segmentBytes,
+                                   qe::qePointer<qe::qeIndexBuffer>& outIndices, std::vector<ArcFeature>& arcs,
+                                   std::vector<bool>& outFlags);
 
     std::vector<bool> segmentFlags;
     // Per segment, the parameter intervals in which it is hidden.

@@ -1,0 +1,44 @@
+// How the camera's view is laid on a drawing sheet measured in millimetres.
+#ifndef CTR_EXPORTPARAMETERS_H
+#define CTR_EXPORTPARAMETERS_H
+
+#include "Wm4Matrix2.h"
+#include "Wm4Vector2.h"
+
+#include "ctr/DiscreteProjectionSpace.h"
+#include "ctr/Export.h"
+
+namespace ctr {
+
+// Maps normalised device coordinates (u, v) of the camera to sheet
+// coordinates X = m00 u + m01 v + offset.x, Y = m10 u + m11 v + offset.y,
+// with Y growing upwards and the view centred on the sheet.
+class CTR_API ExportParameters {
+public:
+    // A4 portrait, with the transform already computed.
+    explicit ExportParameters(const DiscreteProjectionSpace& space);
+
+    // Stores the size only: call computeBestFitTransform() afterwards.
+    void setPageSizeInMM(const Wm4::Vector2<float>& size);
+    // Fits the view's aspect ratio onto the sheet, touching its limiting
+    // edges, without margin.
+    void computeBestFitTransform();
+    // World length that one millimetre of the sheet stands for, at the near
+    // plane of a perspective camera.
+    float getWorldUnitsPerMM() const;
+
+    const DiscreteProjectionSpace& getProjectionSpace() const { return projectionSpace; }
+    const Wm4::Vector2<float>& getPageSizeInMM() const { return pageSizeInMM; }
+    const Wm4::Matrix2<float>& getBestFitTransform() const { return bestFitTransform; }
+    const Wm4::Vector2<float>& getPageOffset() const { return pageOffset; }
+
+private:
+    DiscreteProjectionSpace projectionSpace;
+    Wm4::Vector2<float> pageSizeInMM;
+    Wm4::Matrix2<float> bestFitTransform;
+    Wm4::Vector2<float> pageOffset;
+};
+
+}  // namespace ctr
+
+#endif

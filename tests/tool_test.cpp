@@ -1,0 +1,240 @@
+// End-to-end runs of the contour tool on real model files: drawings land on
+// the page inside the margin, occluders hide lines, and bad input fails with
+// one message while leaving existing files alone.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "TestSupport.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct tRun {
+    int exitCode;
+    std::string errors;  // standard error
+};
+
+struct tDrawing {
+    bool header = false;
+    double width = 0.0, height = 0.0;  // from the view box
+    size_t paths = 0;
+    std::vector<std::pair<double, double>> points;
+};
+
+std::string readFile(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// A scratch folder per test, so that the tests may run in parallel.
+class ContourTool : public ::testing::Test {
+protected:
+    void SetUp() override {
+        folder = fs::temp_directory_path() / ("contour_tool_" + std::to_string(getpid()) + "_" +
+                                              ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(folder);
+        fs::create_directories(folder);
+    }
+    void TearDown() override { fs::remove_all(folder); }
+
+    // Runs the tool from the scratch folder; arguments are passed to the shell
+    // as written.
+    tRun run(const std::string& arguments) const {
+        const fs::path errors = folder / "stderr.txt";
+        const std::string command = "cd '" + folder.string() + "' && '" CONTOUR_TOOL "' " + arguments + " 2>'" +
+                                    errors.string() + "' >'" + (folder / "stdout.txt").string() + "'";
+        const int status = std::system(command.c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(errors)};
+    }
+
+    tDrawing readDrawing(const std::string& name) const {
+        const std::string text = readFile(folder / name);
+        tDrawing drawing;
+        drawing.header = text.rfind("<?xml version=\"1.0\"?>\n<svg xmlns=\"http://www.w3.org/2000/svg\"", 0) == 0 &&
+                         text.find("</svg>\n") != std::string::npos;
+        // Parsed by hand: std::regex trips g++ 12's uninitialised-use warning
+        // in the sanitizer build.
+        const size_t box = text.find("viewBox=\"0 0 ");
+        if (box != std::string::npos) std::sscanf(text.c_str() + box + 13, "%lf %lf", &drawing.width, &drawing.height);
+        for (size_t at = text.find(" d=\""); at != std::string::npos; at = text.find(" d=\"", at + 1)) {
+            ++drawing.paths;
+            const char* p = text.c_str() + at + 4;
+            while (*p && *p != '"') {
+                if (*p == 'M' || *p == 'L' || *p == ' ') {
+                    ++p;
+                    continue;
+                }
+                char* end = nullptr;
+                const double x = std::strtod(p, &end);
+                if (end == p || *end != ',') break;  // malformed: the count of points shows it
+                const double y = std::strtod(end + 1, &end);
+                drawing.points.emplace_back(x, y);
+                p = end;
+            }
+        }
+        return drawing;
+    }
+
+    fs::path folder;
+};
+
+std::string model(const std::string& relative) { return "'" + ctr_test::ModelPath(relative) + "'"; }
+
+// Every point lies inside the margin; returns the drawing's bounds.
+void expectInsideMargin(const tDrawing& drawing, double margin, double bounds[4], const std::string& what) {
+    const double slack = 1e-3;
+    bounds[0] = bounds[1] = 1e30, bounds[2] = bounds[3] = -1e30;
+    size_t outside = 0;
+    for (const auto& [x, y] : drawing.points) {
+        if (!(x >= margin - slack && x <= drawing.width - margin + slack && y >= margin - slack &&
+              y <= drawing.height - margin + slack) &&
+            outside++ == 0)
+            ADD_FAILURE() << what << ": (" << x << ", " << y << ") is off the page or in the margin";
+        bounds[0] = std::min(bounds[0], x), bounds[1] = std::min(bounds[1], y);
+        bounds[2] = std::max(bounds[2], x), bounds[3] = std::max(bounds[3], y);
+    }
+    EXPECT_EQ(outside, 0u) << what;
+}
+
+TEST_F(ContourTool, DrawsRealModelsInsideTheMargin) {
+    struct tCase {
+        std::string arguments;
+        double width, height, margin;
+    };
+    const tCase cases[] = {
+        {model("cad/fandisk.obj") + " -o out.svg", 210, 297, 10},
+        {model("cad-brep/box_holes.obj") + " --view top --orthographic --page A3 --landscape -o out.svg", 420, 297, 10},
+        {model("scenes/2CylinderEngine.glb") + " --view right --page 300x200 --margin 4 -q -o out.svg", 300, 200, 4},
+        {"--demo --view back --fov 60 --page letter --title 'A & B' -o out.svg", 215.9, 279.4, 10},
+    };
+    for (const tCase& c : cases) {
+        const tRun result = run(c.arguments);
+        ASSERT_EQ(result.exitCode, 0) << c.arguments << "\n" << result.errors;
+        const tDrawing drawing = readDrawing("out.svg");
+        EXPECT_TRUE(drawing.header) << c.arguments;
+        EXPECT_NEAR(drawing.width, c.width, 1e-3) << c.arguments;
+        EXPECT_NEAR(drawing.height, c.height, 1e-3) << c.arguments;
+        EXPECT_GT(drawing.paths, 0u) << c.arguments;
+        EXPECT_GE(drawing.points.size(), 2 * drawing.paths) << c.arguments;  // a move and a line at least
+        double bounds[4];
+        expectInsideMargin(drawing, c.margin, bounds, c.arguments);
+    }
+    // Escaped, so that the file stays well-formed.
+    EXPECT_NE(readFile(folder / "out.svg").find("<title>A &amp; B</title>"), std::string::npos);
+}
+
+// The outer corners of the holed box are crease vertices, so a tight fit
+// shows: the drawing is centred and reaches the margin along one axis.
+TEST_F(ContourTool, FitsThePerspectiveViewToThePage) {
+    ASSERT_EQ(run(model("cad-brep/box_holes.obj") + " --margin 15 -q -o out.svg").exitCode, 0);
+    const tDrawing drawing = readDrawing("out.svg");
+    double b[4];
+    expectInsideMargin(drawing, 15, b, "box_holes");
+    EXPECT_NEAR(0.5 * (b[0] + b[2]), 105.0, 0.05);
+    EXPECT_NEAR(0.5 * (b[1] + b[3]), 148.5, 0.05);
+    EXPECT_TRUE(std::abs(b[0] - 15) < 0.05 || std::abs(b[1] - 15) < 0.05) << b[0] << ", " << b[1];
+}
+
+// Seen from the front, an occluder in front of the scene's left half (world
+// x < 0, which the centred fit puts left of the page's middle) hides every
+// line there, and covering everything leaves an empty page.
+TEST_F(ContourTool, OccludersHideLinesWithoutBeingDrawn) {
+    const auto writeQuad = [&](const char* name, float xMax) {
+        std::ofstream(folder / name) << "v -10 -10 5\nv " << xMax << " -10 5\nv " << xMax << " 10 5\nv -10 10 5\n"
+                                     << "f 1 2 3\nf 1 3 4\n";
+    };
+    writeQuad("left.obj", 0.0f);
+    writeQuad("all.obj", 10.0f);
+    const std::string front = "--demo --view front --orthographic -o out.svg";
+
+    ASSERT_EQ(run(front).exitCode, 0);
+    tDrawing open = readDrawing("out.svg");
+    const size_t leftPoints = std::count_if(open.points.begin(), open.points.end(),
+                                            [&](const auto& p) { return p.first < 0.5 * open.width - 1.0; });
+    EXPECT_GT(leftPoints, 0u);
+
+    ASSERT_EQ(run(front + " --occluder left.obj").exitCode, 0);
+    const tDrawing half = readDrawing("out.svg");
+    EXPECT_GT(half.paths, 0u);
+    for (const auto& [x, y] : half.points) ASSERT_GE(x, 0.5 * half.width - 1e-3) << y;
+
+    const tRun covered = run(front + " --occluder all.obj --occluder left.obj");
+    ASSERT_EQ(covered.exitCode, 0) << covered.errors;
+    EXPECT_EQ(readDrawing("out.svg").paths, 0u);
+    EXPECT_NE(covered.errors.find("warning"), std::string::npos);
+}
+
+TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
+    struct tCase {
+        std::string arguments;
+        int exitCode;
+        const char* message;
+    };
+    const tCase cases[] = {
+        {"missing.obj", 1, "missing.obj"},
+        {model("malformed/empty.stl"), 1, "empty.stl"},
+        {model("malformed/nan_coordinates.obj"), 1, "finite"},
+        {"--demo --occluder " + model("malformed/truncated_binary.stl"), 1, "truncated_binary.stl"},
+        {"--demo --page 0x100", 2, "--page"},
+        {"--demo --page -210x297", 2, "--page"},
+        {"--demo --page B9", 2, "--page"},
+        {"--demo --bits 30,30", 2, "--bits"},
+        {"--demo --bits 20,x", 2, "--bits"},
+        {"--demo --fov nan", 2, "--fov"},
+        {"--demo --fov 180", 2, "--fov"},
+        {"--demo --view sideways", 2, "--view"},
+        {"--demo --eye 0,0,10 --target 0,0,20", 1, "behind the eye"},
+        {"--demo --eye 1,2", 2, "--eye"},
+        {"--demo --margin 150", 2, "--margin"},
+        {"--demo --no-such-option", 2, "no-such-option"},
+        {"", 2, "no model"},
+    };
+    for (const tCase& c : cases) {
+        std::ofstream(folder / "out.svg") << "precious";
+        const tRun result = run("-q " + c.arguments + " -o out.svg");
+        EXPECT_EQ(result.exitCode, c.exitCode) << c.arguments;
+        EXPECT_EQ(result.errors.rfind("contour: error: ", 0), 0u) << c.arguments << ": " << result.errors;
+        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+        EXPECT_NE(result.errors.find(c.message), std::string::npos) << c.arguments << ": " << result.errors;
+        EXPECT_EQ(readFile(folder / "out.svg"), "precious") << c.arguments;
+    }
+    // A model is never overwritten by its own drawing.
+    fs::copy_file(ctr_test::ModelPath("cad-brep/box_holes.obj"), folder / "part.obj");
+    EXPECT_EQ(run("part.obj -o ./part.obj").exitCode, 1);
+    EXPECT_EQ(readFile(folder / "part.obj"), readFile(ctr_test::ModelPath("cad-brep/box_holes.obj")));
+    // Nothing but the files made here is left behind: no temporary.
+    size_t entries = 0;
+    for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder)) ++entries;
+    EXPECT_EQ(entries, 4u);  // out.svg, part.obj, stdout.txt, stderr.txt
+}
+
+TEST_F(ContourTool, NamesTheOutputAfterTheModelOrWritesToStandardOutput) {
+    ASSERT_EQ(run(model("cad/fandisk.obj") + " -q").exitCode, 0);
+    EXPECT_TRUE(readDrawing("fandisk.svg").header);
+    ASSERT_EQ(run("--demo -q").exitCode, 0);
+    EXPECT_GT(readDrawing("demo.svg").paths, 0u);
+    ASSERT_EQ(run("--demo -q -o -").exitCode, 0);
+    EXPECT_EQ(readFile(folder / "stdout.txt"), readFile(folder / "demo.svg"));
+
+    const tRun help = run("--help");
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_NE(readFile(folder / "stdout.txt").find("Usage: contour"), std::string::npos);
+    EXPECT_EQ(run("--version").exitCode, 0);
+    EXPECT_EQ(readFile(folder / "stdout.txt").rfind("contour 1.", 0), 0u);
+}
+
+}  // namespace

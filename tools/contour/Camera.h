@@ -1,0 +1,55 @@
+// The camera of a drawing: a view direction (a preset or an eye point) and a
+// view window fitted to the model so that it fills the sheet inside a margin.
+#ifndef CONTOUR_CAMERA_H
+#define CONTOUR_CAMERA_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Wm4Matrix4.h"
+#include "Wm4Vector3.h"
+#include "qe/qeTriMesh.h"
+
+namespace contour {
+
+enum class ViewPreset { kFront, kBack, kLeft, kRight, kTop, kBottom, kIso };
+
+// Case-sensitive names as the command line takes them; false for others.
+bool ParseViewPreset(const std::string& name, ViewPreset& view);
+const char* ViewPresetName(ViewPreset view);
+
+struct CameraOptions {
+    ViewPreset view = ViewPreset::kIso;
+    // An eye point replaces the preset's direction (and, in perspective, sets
+    // the distance); the target defaults to the centre of the model's box.
+    std::optional<Wm4::Vector3<double>> eye;
+    std::optional<Wm4::Vector3<double>> target;
+    // World direction that shows as up on the sheet; the presets are taken
+    // around it (with +y up, front looks along -z; with +z up, along +y).
+    Wm4::Vector3<double> up = Wm4::Vector3<double>(0.0, 1.0, 0.0);
+    bool perspective = true;
+    // Perspective strength: the camera stands where a lens of this vertical
+    // angle takes in the model's bounding sphere.
+    double fovDegrees = 30.0;
+    double marginMM = 10.0;
+};
+
+// Row-vector matrices for DiscreteProjectionSpace::setViewProjection.
+struct CameraMatrices {
+    Wm4::Matrix4<float> worldToClip;
+    Wm4::Matrix4<float> clipToWorld;
+};
+
+// Builds the camera for a sheet of the given size. The window has the
+// sheet's aspect ratio, so the exporter's best fit maps it onto the whole
+// sheet, and every vertex of drawn lands inside the margin. The depth range
+// also covers the occluders in front of the camera, so that they can hide
+// lines. False with a one-line reason when no camera can be made.
+bool FrameCamera(const std::vector<const qe::qeTriMesh*>& drawn, const std::vector<const qe::qeTriMesh*>& occluders,
+                 const CameraOptions& options, double pageWidthMM, double pageHeightMM, CameraMatrices& camera,
+                 std::string& error);
+
+}  // namespace contour
+
+#endif

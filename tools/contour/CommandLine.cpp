@@ -1,0 +1,289 @@
+#include "CommandLine.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "ctr/Version.h"
+
+namespace contour {
+
+namespace {
+
+// A usage error: what went wrong, reported as one line.
+struct tUsageError {
+    std::string message;
+};
+
+std::string lowercase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
+// A finite decimal number and nothing else (strtod alone would take "nan",
+// "inf", leading blanks and trailing junk).
+bool parseNumber(const std::string& text, double& value) {
+    if (text.empty() || std::isspace(static_cast<unsigned char>(text[0]))) return false;
+    char* end = nullptr;
+    value = std::strtod(text.c_str(), &end);
+    return end == text.c_str() + text.size() && std::isfinite(value);
+}
+
+std::vector<std::string> split(const std::string& text, const std::string& separators) {
+    std::vector<std::string> pieces(1);
+    for (const char c : text) {
+        if (separators.find(c) != std::string::npos)
+            pieces.emplace_back();
+        else
+            pieces.back() += c;
+    }
+    return pieces;
+}
+
+double number(const std::string& option, const std::string& text, double low, double high, bool openLow, bool openHigh,
+              const char* unit) {
+    double value;
+    if (!parseNumber(text, value)) throw tUsageError{option + ": '" + text + "' is not a number"};
+    if ((openLow ? value <= low : value < low) || (openHigh ? value >= high : value > high)) {
+        char range[128];
+        std::snprintf(range, sizeof range, "%s%g, %g%s", openLow ? "(" : "[", low, high, openHigh ? ")" : "]");
+        throw tUsageError{option + ": " + text + " is outside " + range + unit};
+    }
+    return value;
+}
+
+Wm4::Vector3<double> point(const std::string& option, const std::string& text) {
+    const std::vector<std::string> pieces = split(text, ",");
+    Wm4::Vector3<double> result;
+    if (pieces.size() == 3 && parseNumber(pieces[0], result[0]) && parseNumber(pieces[1], result[1]) &&
+        parseNumber(pieces[2], result[2]))
+        return result;
+    throw tUsageError{option + ": '" + text + "' is not three numbers X,Y,Z"};
+}
+
+unsigned int bitCount(const std::string& text) {
+    if (text.empty() || text.size() > 3 ||
+        !std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); }))
+        return 0;
+    return static_cast<unsigned int>(std::stoul(text));
+}
+
+struct tSheet {
+    const char* name;
+    double width;
+    double height;
+};
+constexpr tSheet kSheets[] = {{"A3", 297.0, 420.0},
+                              {"A4", 210.0, 297.0},
+                              {"A5", 148.0, 210.0},
+                              {"letter", 215.9, 279.4},
+                              {"legal", 215.9, 355.6}};
+
+void parsePage(const std::string& text, bool landscape, ToolOptions& options) {
+    double width = 0.0, height = 0.0;
+    std::string label;
+    for (const tSheet& sheet : kSheets)
+        if (lowercase(text) == lowercase(sheet.name)) width = sheet.width, height = sheet.height, label = sheet.name;
+    const bool custom = label.empty();
+    if (custom) {
+        const std::vector<std::string> pieces = split(text, "xX");
+        if (pieces.size() != 2 || !parseNumber(pieces[0], width) || !parseNumber(pieces[1], height))
+            throw tUsageError{"--page: '" + text + "' is not A3, A4, A5, letter, legal or WIDTHxHEIGHT in millimetres"};
+        // The sheet size becomes float coordinates in the file.
+        if (!(width > 0.0 && height > 0.0 && width <= 1e5 && height <= 1e5))
+            throw tUsageError{"--page: both sides of '" + text + "' must lie in (0, 100000] mm"};
+    }
+    if (landscape && width < height) std::swap(width, height);
+    if (custom) {
+        char size[64];
+        std::snprintf(size, sizeof size, "%g x %g mm", width, height);
+        label = size;
+    } else {
+        label += landscape ? " landscape" : " portrait";
+    }
+    options.drawing.pageWidthMM = width;
+    options.drawing.pageHeightMM = height;
+    options.pageLabel = label;
+}
+
+Wm4::ColorRGB parseColor(const std::string& text) {
+    static const struct {
+        const char* name;
+        const char* hex;
+    } kNames[] = {{"black", "#000000"}, {"gray", "#808080"},  {"grey", "#808080"},
+                  {"red", "#ff0000"},   {"green", "#008000"}, {"blue", "#0000ff"}};
+    std::string hex = lowercase(text);
+    for (const auto& entry : kNames)
+        if (hex == entry.name) hex = entry.hex;
+    if (hex.size() == 4 && hex[0] == '#') hex = std::string("#") + hex[1] + hex[1] + hex[2] + hex[2] + hex[3] + hex[3];
+    if (hex.size() != 7 || hex[0] != '#' ||
+        !std::all_of(hex.begin() + 1, hex.end(), [](unsigned char c) { return std::isxdigit(c); }))
+        throw tUsageError{"--color: '" + text + "' is not #RRGGBB, #RGB or black, gray, red, green, blue"};
+    float channels[3];
+    for (int i = 0; i < 3; ++i) {
+        const long value = std::strtol(hex.substr(1 + 2 * i, 2).c_str(), nullptr, 16);
+        // The exporter truncates channel * 255, so aim at the middle of the
+        // wanted integer.
+        channels[i] = (static_cast<float>(value) + 0.5f) / 255.0f;
+    }
+    return Wm4::ColorRGB(channels[0], channels[1], channels[2]);
+}
+
+const char* kFooter = R"(Output:
+  Without -o the drawing goes to MODEL.svg (the first model's name without
+  its extension) in the current directory, or demo.svg with --demo; "-o -"
+  writes it to standard output. An existing file is replaced only when the
+  drawing is complete; on any error it stays as it was.
+
+Camera:
+  The view is fitted to the model so that it fills the page inside the
+  margin. Presets are taken around --up: with the default +y up, front looks
+  along -z and right along -x; with --up 0,0,1, front looks along +y. --eye
+  replaces the preset (in orthographic views only its direction counts).
+
+Lines:
+  Edges across which the stored normals turn by more than 5 degrees, and open
+  borders, drawn where no triangle hides them. Files without normals get
+  normals from their faces, smoothed up to --smoothing-angle.
+
+Exit status: 0 on success, 1 when the drawing fails, 2 for a usage error.
+
+Examples:
+  contour --demo -o demo.svg
+  contour part.stl --view front --orthographic --page A3 --landscape
+  contour engine.glb --eye 300,200,400 --title "Engine" -o engine.svg
+  contour part.obj --occluder cover.obj --crease-width 0.25 --color "#203060"
+)";
+
+// The generated usage line cannot say that --demo replaces the models.
+class tFormatter : public CLI::Formatter {
+public:
+    std::string make_usage(const CLI::App*, std::string) const override {
+        return "Usage: contour [OPTIONS] MODEL... [-o OUT.svg]\n       contour --demo [OPTIONS] [-o OUT.svg]\n\n";
+    }
+};
+
+}  // namespace
+
+int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
+    CLI::App app{"Draws the visible edges of triangle meshes as an SVG technical drawing on a page in millimetres.",
+                 "contour"};
+    app.formatter(std::make_shared<tFormatter>());
+    app.footer(kFooter);
+    app.set_version_flag("-V,--version", std::string("contour ") +
+                                             qeContouringLib::Version::GetDescStringMajorMinorReleaseRevisionDate());
+
+    std::string view = "iso", eye, target, up, fov = "30", page = "A4", margin = "10", bits = "20,20";
+    std::string smoothing = "30", creaseWidth, color;
+    bool landscape = false, perspective = false, orthographic = false;
+    std::optional<std::string> title, description;
+
+    app.add_option("MODEL", options.models, "Model files (OBJ, STL, PLY, glTF and what else assimp reads)")
+        ->type_name("FILE");
+    app.add_flag("--demo", options.demo, "Draw the built-in demo scene instead of model files");
+    app.add_option("-o,--output", options.output, "Output SVG file (see Output below)")->type_name("FILE");
+    app.add_option("--occluder", options.occluders, "Mesh file that hides lines but is not drawn; repeatable")
+        ->allow_extra_args(false)
+        ->type_name("FILE");
+    app.add_option("--view", view, "front, back, left, right, top, bottom or iso")
+        ->type_name("NAME")
+        ->capture_default_str();
+    app.add_option("--eye", eye, "Camera position (overrides --view)")->type_name("X,Y,Z");
+    app.add_option("--target", target, "Point looked at (default: the model's centre)")->type_name("X,Y,Z");
+    app.add_option("--up", up, "World direction shown upwards (default 0,1,0)")->type_name("X,Y,Z");
+    app.add_flag("--perspective", perspective, "Perspective projection (default)");
+    app.add_flag("--orthographic", orthographic, "Parallel projection");
+    app.add_option("--fov", fov, "Perspective lens angle in degrees, in (0, 180)")
+        ->type_name("DEG")
+        ->capture_default_str();
+    app.add_option("--page", page, "A3, A4, A5, letter, legal or WIDTHxHEIGHT in mm")
+        ->type_name("SIZE")
+        ->capture_default_str();
+    app.add_flag("--landscape", landscape, "Turn the page so that its longer side is horizontal");
+    app.add_option("--margin", margin, "Blank border around the drawing in mm")->type_name("MM")->capture_default_str();
+    app.add_option("--title", title, "Title stored in the SVG (default: the model file names)");
+    app.add_option("--description", description, "Description stored in the SVG");
+    app.add_option("--bits", bits, "Grid bits of the visibility computation")->type_name("XY,Z")->capture_default_str();
+    app.add_option("--smoothing-angle", smoothing, "Degrees up to which generated normals are smoothed")
+        ->type_name("DEG")
+        ->capture_default_str();
+    app.add_option("--crease-width", creaseWidth, "Stroke width of the lines in mm (default 0.133)")->type_name("MM");
+    app.add_option("--color", color, "Stroke colour: #RRGGBB, #RGB, black, gray, red, green or blue")
+        ->type_name("COLOR");
+    app.add_flag("-q,--quiet", options.quiet, "No summary on standard error");
+
+    if (argc <= 1) {
+        std::fputs(app.help().c_str(), stdout);
+        return 0;
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        std::fputs(app.help().c_str(), stdout);
+        return 0;
+    } catch (const CLI::CallForVersion& version) {
+        std::printf("%s\n", version.what());
+        return 0;
+    } catch (const CLI::ParseError& failure) {
+        std::fprintf(stderr, "contour: error: %s (try --help)\n", failure.what());
+        return 2;
+    }
+
+    try {
+        if (options.demo && !options.models.empty()) throw tUsageError{"give either --demo or model files, not both"};
+        if (!options.demo && options.models.empty()) throw tUsageError{"no model file given (or --demo)"};
+        if (perspective && orthographic) throw tUsageError{"give either --perspective or --orthographic"};
+        CameraOptions& camera = options.drawing.camera;
+        if (!ParseViewPreset(lowercase(view), camera.view))
+            throw tUsageError{"--view: '" + view + "' is not front, back, left, right, top, bottom or iso"};
+        if (!eye.empty()) camera.eye = point("--eye", eye);
+        if (!target.empty()) camera.target = point("--target", target);
+        if (!up.empty()) {
+            camera.up = point("--up", up);
+            if (!(camera.up.Length() > 0.0)) throw tUsageError{"--up: the direction must not be zero"};
+        }
+        camera.perspective = !orthographic;
+        camera.fovDegrees = number("--fov", fov, 0.0, 180.0, true, true, " degrees");
+        parsePage(page, landscape, options);
+        camera.marginMM = number("--margin", margin, 0.0, 1e5, false, false, " mm");
+        if (!(2.0 * camera.marginMM < std::min(options.drawing.pageWidthMM, options.drawing.pageHeightMM)))
+            throw tUsageError{"--margin: " + margin + " mm leaves no room on the page"};
+
+        const std::vector<std::string> bitPieces = split(bits, ",");
+        const unsigned int xyBits = bitPieces.size() == 2 ? bitCount(bitPieces[0]) : 0;
+        const unsigned int zBits = bitPieces.size() == 2 ? bitCount(bitPieces[1]) : 0;
+        if (!BitSizesAccepted(xyBits, zBits))
+            throw tUsageError{"--bits: '" + bits + "' is refused: XY,Z need XY > 1, Z > 1 and 2*XY + Z <= 59"};
+        options.drawing.xyBits = xyBits;
+        options.drawing.zBits = zBits;
+
+        options.smoothingAngleDegrees =
+            static_cast<float>(number("--smoothing-angle", smoothing, 0.0, 180.0, false, false, " degrees"));
+        if (!creaseWidth.empty())
+            options.drawing.creaseWidthMM =
+                static_cast<float>(number("--crease-width", creaseWidth, 0.0, 100.0, true, false, " mm"));
+        if (!color.empty()) options.drawing.color = parseColor(color);
+
+        std::string names;
+        for (const std::string& model : options.models)
+            names += (names.empty() ? "" : ", ") + std::filesystem::path(model).filename().string();
+        options.drawing.title = EscapeXml(title ? *title : options.demo ? "contour demo" : names);
+        options.drawing.description = EscapeXml(
+            description ? *description
+                        : std::string(camera.eye ? "view from the given eye" : ViewPresetName(camera.view)) +
+                              (camera.eye ? ", " : " view, ") + (camera.perspective ? "perspective" : "orthographic"));
+        if (options.output.empty())
+            options.output =
+                options.demo ? "demo.svg" : std::filesystem::path(options.models[0]).stem().string() + ".svg";
+    } catch (const tUsageError& failure) {
+        std::fprintf(stderr, "contour: error: %s\n", failure.message.c_str());
+        return 2;
+    }
+    return -1;
+}
+
+}  // namespace contour

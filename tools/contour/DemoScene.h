@@ -1,0 +1,17 @@
+// A scene made in code, so that the tool can show what it does without a
+// model file.
+#ifndef CONTOUR_DEMOSCENE_H
+#define CONTOUR_DEMOSCENE_H
+
+#include "ModelImport.h"
+
+namespace contour {
+
+// A flat-shaded box, a cylinder with smooth sides and flat caps standing in
+// it, and a hexagonal prism behind them whose foot the box hides. Y is up;
+// the cylinder and the prism are placed by their world transformations.
+ImportedModel MakeDemoScene();
+
+}  // namespace contour
+
+#endif

@@ -1,0 +1,137 @@
+#include "Drawing.h"
+
+#include <fstream>
+#include <iterator>
+
+#include "Wm4Vector2.h"
+#include "qe/qeCancelInterface.h"
+#include "qe/qePointer.h"
+
+#include "ctr/DiscreteProjectionSpace.h"
+#include "ctr/ExportParameters.h"
+#include "ctr/GeometricFeaturesGenerator.h"
+#include "ctr/LineSegmentSet.h"
+#include "ctr/SVGExporter.h"
+
+namespace contour {
+
+namespace {
+
+// The generator's crease angle: stored normals that turn by more than this
+// across an edge make it a crease.
+constexpr float kCreaseAngleDegrees = 5.0f;
+
+// The feature lines of cluster 0 with their hidden parts. Creases only for
+// now; the generator's full feature computation fills the same record with
+// silhouettes and intersection lines, and the export takes it as it is.
+void computeFeatures(ctr::GeometricFeaturesGenerator& generator, const std::vector<const qe::qeTriMesh*>& meshes,
+                     ctr::GeometricFeatures& features) {
+    const bool neverCancelled = false;
+    const qe::qeCancelInterfaceProxyReadOnly cancel(neverCancelled);
+    // The per-mesh sets live only until they are fused.
+    std::vector<qe::qePointer<ctr::LineSegmentSet>> perMesh;
+    std::vector<ctr::LineSegmentSet*> sets;
+    for (const qe::qeTriMesh* mesh : meshes) {
+        perMesh.emplace_back(ctr::LineSegmentSet::GetCreaseEdgesFromTriMesh(mesh, cancel, kCreaseAngleDegrees, false));
+        sets.push_back(perMesh.back());
+    }
+    features.creaseEdges = ctr::LineSegmentSet::FuseLineSegmentSets(sets);
+    perMesh.clear();
+    if (features.creaseEdges) generator.computeOcclusion(*features.creaseEdges, 0);
+}
+
+size_t countSegments(const qe::qePointer<ctr::LineSegmentSet>& set) {
+    return set ? static_cast<size_t>(set->getSegmentQuantity()) : 0;
+}
+
+size_t countPaths(const std::string& svgPath) {
+    std::ifstream in(svgPath, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    size_t count = 0;
+    for (size_t at = text.find("<path"); at != std::string::npos; at = text.find("<path", at + 5)) ++count;
+    return count;
+}
+
+}  // namespace
+
+bool BitSizesAccepted(unsigned int xyBits, unsigned int zBits) {
+    ctr::DiscreteProjectionSpace probe;
+    return (xyBits == probe.getXYBitSize() && zBits == probe.getZBitSize()) || probe.setVoxelBitSize(xyBits, zBits);
+}
+
+std::string EscapeXml(const std::string& text) {
+    std::string escaped;
+    for (const char c : text) {
+        switch (c) {
+            case '&':
+                escaped += "&amp;";
+                break;
+            case '<':
+                escaped += "&lt;";
+                break;
+            case '>':
+                escaped += "&gt;";
+                break;
+            default:
+                const auto code = static_cast<unsigned char>(c);
+                escaped += code < 0x20 && c != '\t' && c != '\n' && c != '\r' ? ' ' : c;
+        }
+    }
+    return escaped;
+}
+
+bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
+               const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error) {
+    CameraMatrices camera;
+    if (!FrameCamera(meshes, occluders, options.camera, options.pageWidthMM, options.pageHeightMM, camera, error))
+        return false;
+    ctr::DiscreteProjectionSpace space;
+    space.setViewProjection(camera.worldToClip, camera.clipToWorld);
+    space.updateRatios();
+    // The space starts with the default sizes, which setVoxelBitSize would
+    // refuse to set again.
+    if ((options.xyBits != space.getXYBitSize() || options.zBits != space.getZBitSize()) &&
+        !space.setVoxelBitSize(options.xyBits, options.zBits)) {
+        error =
+            "the library refuses the bit sizes " + std::to_string(options.xyBits) + "," + std::to_string(options.zBits);
+        return false;
+    }
+
+    ctr::GeometricFeaturesGenerator generator;
+    generator.setProjectionSpace(space);
+    generator.setSingleExportCluster(meshes, &occluders);
+    ctr::GeometricFeatures features;
+    computeFeatures(generator, meshes, features);
+    stats.creaseSegments = countSegments(features.creaseEdges);
+
+    ctr::ExportParameters parameters(space);
+    parameters.setPageSizeInMM(
+        Wm4::Vector2<float>(static_cast<float>(options.pageWidthMM), static_cast<float>(options.pageHeightMM)));
+    parameters.computeBestFitTransform();
+    ctr::SVGExporter exporter;
+    exporter.setExportParameters(parameters);
+    exporter.setTitle(options.title);
+    exporter.setDescription(options.description);
+    ctr::SVGLineStyle crease = exporter.getLineStyle("crease");
+    if (options.creaseWidthMM) crease.width = *options.creaseWidthMM;
+    if (options.color) crease.color = *options.color;
+    exporter.setLineStyle("crease", crease);
+    if (options.color) {
+        ctr::SVGLineStyle silhouette = exporter.getLineStyle("silhouette");
+        silhouette.color = *options.color;
+        exporter.setLineStyle("silhouette", silhouette);
+    }
+
+    if (!exporter.openFile(svgPath)) {
+        error = "cannot write '" + svgPath + "'";
+        return false;
+    }
+    if (!exporter.streamGeometricFeatures(features) || !exporter.closeFile()) {
+        error = "writing '" + svgPath + "' failed";
+        return false;
+    }
+    stats.paths = countPaths(svgPath);
+    return true;
+}
+
+}  // namespace contour
