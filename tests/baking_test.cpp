@@ -87,8 +87,9 @@ TEST(Baking, TrianglesCrossingTheCubeBecomeFansWithEdgeCodes) {
         EXPECT_EQ(records[t] & ctr::BakedTriangles::kClipRecordTriangleMask, 0u);
         for (uint32_t j = 0; j < 3; ++j) {
             const uint32_t code = (records[t] >> (26 + 2 * j)) & 3u;
-            const ctr::BakedVertex& from = baked.getVertices()[baked.getTriangles()[3 * t + j]];
-            const ctr::BakedVertex& to = baked.getVertices()[baked.getTriangles()[3 * t + (j + 1) % 3]];
+            // Slot j: the side ending at corner j.
+            const ctr::BakedVertex& from = baked.getVertices()[baked.getTriangles()[3 * t + (j + 2) % 3]];
+            const ctr::BakedVertex& to = baked.getVertices()[baked.getTriangles()[3 * t + j]];
             if (code == 0) {
                 onPlane += (from.x == 1048575 && to.x == 1048575);
                 continue;

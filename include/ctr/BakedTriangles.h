@@ -24,6 +24,8 @@ class qeTriMesh;
 
 namespace ctr {
 
+class LineSegmentSet;
+
 // Every stored triangle lies inside the clip cube (triangles that cross it are
 // clipped and re-triangulated as fans), runs counter-clockwise in grid x, y,
 // and carries the plane record N = (P2 - P0) x (P1 - P0), so that Nz < 0 and
@@ -39,7 +41,10 @@ public:
     static constexpr int32_t kOutOfCubeMarker = 268435456;  // 2^28
     // Leaf size bound handed to the hierarchy builder.
     static constexpr uint32_t kMaxLeafSize = 10;
-    // Clip records name the source triangle in their low 26 bits.
+    // Clip records name the source triangle in their low 26 bits; above them,
+    // two bits per slot j = 0, 1, 2 code the side of the stored triangle that
+    // ends at corner j: 0 for a side made by a clip plane or a fan diagonal,
+    // else the source edge it lies on (1: C->A, 2: A->B, 3: B->C).
     static constexpr uint32_t kClipRecordTriangleMask = 0x03FFFFFFu;
     static constexpr unsigned int kClipRecordCodeShift = 26;
 
@@ -91,6 +96,13 @@ public:
     // space, for inspection: one vertex per baked vertex, taken back through
     // the inverse projection. Marker vertices map to wherever 2^28 maps.
     qe::qeTriMesh* computeBakedMesh() const;
+
+    // Per mesh, in mesh order, a new set (owned by the caller) of the mesh
+    // edges along which the baked surface folds away from the viewer, and of
+    // its borders, in the mesh's model space; null for a mesh without any.
+    // False, leaving out untouched, when out is not empty on entry; false
+    // also for a cluster without meshes or triangles.
+    bool computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) const;
 
     // Appends to list one interval of the edge parameter (0 at a, 1 at b) per
     // triangle that hides part of the edge a->b; never clears list. Edge ends

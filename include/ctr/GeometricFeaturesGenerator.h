@@ -50,6 +50,13 @@ public:
     // No range check.
     BakedTriangles& getBakedTriangles(unsigned int cluster);
 
+    // Fills features for the cluster: crease and outline edges, silhouette
+    // edges, and (when removeCommonSegments) creases that a silhouette
+    // repeats removed, both with their hidden parts; then the visible pieces
+    // of the intersection lines. A notifier may stop it between the steps;
+    // what was reached stays in features.
+    void computeGeometricFeatures(GeometricFeatures& features, unsigned int cluster, bool removeCommonSegments);
+
     // Clips every segment of set to the view and stores, per segment, its
     // clip record and the merged parameter intervals in which the cluster's
     // triangles hide it. Intervals already in the set are merged with the new

@@ -101,6 +101,13 @@ public:
     // entries and sets lacking a buffer are skipped; null when nothing is left.
     static LineSegmentSet* FuseLineSegmentSets(const std::vector<LineSegmentSet*>& sets);
 
+    // Deletes from a every segment whose two end positions b also holds, in
+    // either direction (exact float equality, no transformation applied).
+    // Kept segments keep their order and their per-segment data. A set left
+    // without segments loses its index buffer. Null sets, and a b without
+    // segments, change nothing.
+    static void RemoveCommonSegments(LineSegmentSet* a, const LineSegmentSet* b);
+
     // The visible pieces of the segments of a set whose occlusion has been
     // computed, one segment each, cut at the ends of the hidden intervals at
     // the 3D points that project onto the cuts. Null when nothing is visible.

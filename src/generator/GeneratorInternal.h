@@ -13,6 +13,17 @@
 
 namespace ctr {
 
+// Per-mesh line sets, deleted with the list once they have been fused.
+struct OwnedSets {
+    std::vector<LineSegmentSet*> sets;
+    explicit OwnedSets(size_t count) : sets(count, nullptr) {}
+    ~OwnedSets() {
+        for (LineSegmentSet* set : sets) delete set;
+    }
+    OwnedSets(const OwnedSets&) = delete;
+    OwnedSets& operator=(const OwnedSets&) = delete;
+};
+
 class GeometricFeaturesGenerator::tInternal {
 public:
     void initBakedTriangles();
@@ -20,6 +31,12 @@ public:
     // any, else its crease edges; fused into one world-space set. Null for an
     // unknown cluster or when no mesh has a line.
     LineSegmentSet* computeCreaseEdges(unsigned int cluster) const;
+    // The silhouette edges of the cluster's baked meshes, fused into one
+    // world-space set; null when there are none.
+    LineSegmentSet* computeSilhouetteEdges(unsigned int cluster) const;
+    // The visible pieces of the lines where the cluster's triangles cut each
+    // other; null when there are none or when cancelled.
+    LineSegmentSet* computeIntersectionEdges(unsigned int cluster) const;
 
     // The baked triangles point at this member: tInternal never moves.
     DiscreteProjectionSpace projectionSpace;

@@ -23,17 +23,6 @@ const qe::qeOutlineMetadata* FindOutline(const qe::qeTriMesh& mesh) {
     return nullptr;
 }
 
-// Owns the per-mesh sets until they are fused.
-struct SetList {
-    std::vector<LineSegmentSet*> sets;
-    explicit SetList(size_t count) : sets(count, nullptr) {}
-    ~SetList() {
-        for (LineSegmentSet* set : sets) delete set;
-    }
-    SetList(const SetList&) = delete;
-    SetList& operator=(const SetList&) = delete;
-};
-
 }  // namespace
 
 GeometricFeaturesGenerator::GeometricFeaturesGenerator() : internal(new tInternal) {}
@@ -82,7 +71,7 @@ void GeometricFeaturesGenerator::tInternal::initBakedTriangles() {
 LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeCreaseEdges(unsigned int cluster) const {
     if (cluster >= clusterMeshes.size()) return nullptr;
     const std::vector<const qe::qeTriMesh*>& meshes = clusterMeshes[cluster];
-    SetList perMesh(meshes.size());
+    OwnedSets perMesh(meshes.size());
     // Crease extraction of the feature computation is never cancelled.
     const bool neverCancelled = false;
     const qe::qeCancelInterfaceProxyReadOnly proxy(neverCancelled);

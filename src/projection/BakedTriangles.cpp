@@ -159,8 +159,11 @@ void BakedTriangles::initialize() {
         if (area < 0) {
             std::swap(ib, ic);
             if (clipRecord) {
+                // Slot j holds the side ending at corner j: with B and C
+                // exchanged, the sides ending at A and at the second corner
+                // trade places, the side between them stays.
                 const uint32_t codes = *clipRecord >> kClipRecordCodeShift;
-                const uint32_t swapped = (codes & 0x0Cu) | ((codes & 0x03u) << 4) | ((codes >> 4) & 0x03u);
+                const uint32_t swapped = (codes & 0x30u) | ((codes & 0x03u) << 2) | ((codes >> 2) & 0x03u);
                 *clipRecord = (*clipRecord & kClipRecordTriangleMask) | (swapped << kClipRecordCodeShift);
             }
         }
@@ -210,13 +213,14 @@ void BakedTriangles::initialize() {
             const uint32_t n = static_cast<uint32_t>(clipped.polygon.size());
             for (const Wm4::Vector4<float>& point : clipped.polygon)
                 vertices[vertexCursor++] = space.quantizeClipPoint(point);
-            // Fan (0, k, k + 1): its edges 0->1, k->k+1 and (n-1)->0 lie on
-            // polygon edges and carry the code of the vertex they end at;
-            // the diagonals get 0.
+            // Fan (0, k, k + 1): slot j of its record holds the side ending
+            // at corner j, as the clipper codes polygon vertices. The sides
+            // (n-1)->0, 0->1 and k->k+1 lie on polygon edges and carry the
+            // code of the vertex they end at; the diagonals get 0.
             for (uint32_t k = 1; k + 1 < n; ++k) {
-                const uint32_t code0 = k == 1 ? edgeCode(clipped.edgeCodes, 1) : 0u;
-                const uint32_t code1 = edgeCode(clipped.edgeCodes, k + 1);
-                const uint32_t code2 = k + 2 == n ? edgeCode(clipped.edgeCodes, 0) : 0u;
+                const uint32_t code0 = k + 2 == n ? edgeCode(clipped.edgeCodes, 0) : 0u;
+                const uint32_t code1 = k == 1 ? edgeCode(clipped.edgeCodes, 1) : 0u;
+                const uint32_t code2 = edgeCode(clipped.edgeCodes, k + 1);
                 uint32_t record = (clipped.triangle & kClipRecordTriangleMask) |
                                   ((code0 | (code1 << 2) | (code2 << 4)) << kClipRecordCodeShift);
                 addTriangle(first, first + k, first + k + 1, &record, records);

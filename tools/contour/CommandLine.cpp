@@ -146,9 +146,12 @@ Camera:
   replaces the preset (in orthographic views only its direction counts).
 
 Lines:
-  Edges across which the stored normals turn by more than 5 degrees, and open
-  borders, drawn where no triangle hides them. Files without normals get
-  normals from their faces, smoothed up to --smoothing-angle.
+  Creases (edges across which the stored normals turn by more than 5
+  degrees) and open borders, silhouettes (where the surface turns away from
+  the eye) and the lines where solids pass through each other, drawn where
+  no triangle hides them. Silhouettes and intersections are drawn 0.2 mm
+  wide, creases 0.133 mm. Files without normals get normals from their
+  faces, smoothed up to --smoothing-angle.
 
 Exit status: 0 on success, 1 when the drawing fails, 2 for a usage error.
 
@@ -178,7 +181,7 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
                                              qeContouringLib::Version::GetDescStringMajorMinorReleaseRevisionDate());
 
     std::string view = "iso", eye, target, up, fov = "30", page = "A4", margin = "10", bits = "20,20";
-    std::string smoothing = "30", creaseWidth, color;
+    std::string smoothing = "30", creaseWidth, silhouetteWidth, color;
     bool landscape = false, perspective = false, orthographic = false;
     std::optional<std::string> title, description;
 
@@ -211,7 +214,11 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     app.add_option("--smoothing-angle", smoothing, "Degrees up to which generated normals are smoothed")
         ->type_name("DEG")
         ->capture_default_str();
-    app.add_option("--crease-width", creaseWidth, "Stroke width of the lines in mm (default 0.133)")->type_name("MM");
+    app.add_option("--crease-width", creaseWidth, "Stroke width of crease lines in mm (default 0.133)")
+        ->type_name("MM");
+    app.add_option("--silhouette-width", silhouetteWidth,
+                   "Stroke width of silhouette and intersection lines in mm (default 0.2)")
+        ->type_name("MM");
     app.add_option("--color", color, "Stroke colour: #RRGGBB, #RGB, black, gray, red, green or blue")
         ->type_name("COLOR");
     app.add_flag("-q,--quiet", options.quiet, "No summary on standard error");
@@ -266,6 +273,9 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
         if (!creaseWidth.empty())
             options.drawing.creaseWidthMM =
                 static_cast<float>(number("--crease-width", creaseWidth, 0.0, 100.0, true, false, " mm"));
+        if (!silhouetteWidth.empty())
+            options.drawing.silhouetteWidthMM =
+                static_cast<float>(number("--silhouette-width", silhouetteWidth, 0.0, 100.0, true, false, " mm"));
         if (!color.empty()) options.drawing.color = parseColor(color);
 
         std::string names;

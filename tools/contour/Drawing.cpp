@@ -4,7 +4,6 @@
 #include <iterator>
 
 #include "Wm4Vector2.h"
-#include "qe/qeCancelInterface.h"
 #include "qe/qePointer.h"
 
 #include "ctr/DiscreteProjectionSpace.h"
@@ -16,29 +15,6 @@
 namespace contour {
 
 namespace {
-
-// The generator's crease angle: stored normals that turn by more than this
-// across an edge make it a crease.
-constexpr float kCreaseAngleDegrees = 5.0f;
-
-// The feature lines of cluster 0 with their hidden parts. Creases only for
-// now; the generator's full feature computation fills the same record with
-// silhouettes and intersection lines, and the export takes it as it is.
-void computeFeatures(ctr::GeometricFeaturesGenerator& generator, const std::vector<const qe::qeTriMesh*>& meshes,
-                     ctr::GeometricFeatures& features) {
-    const bool neverCancelled = false;
-    const qe::qeCancelInterfaceProxyReadOnly cancel(neverCancelled);
-    // The per-mesh sets live only until they are fused.
-    std::vector<qe::qePointer<ctr::LineSegmentSet>> perMesh;
-    std::vector<ctr::LineSegmentSet*> sets;
-    for (const qe::qeTriMesh* mesh : meshes) {
-        perMesh.emplace_back(ctr::LineSegmentSet::GetCreaseEdgesFromTriMesh(mesh, cancel, kCreaseAngleDegrees, false));
-        sets.push_back(perMesh.back());
-    }
-    features.creaseEdges = ctr::LineSegmentSet::FuseLineSegmentSets(sets);
-    perMesh.clear();
-    if (features.creaseEdges) generator.computeOcclusion(*features.creaseEdges, 0);
-}
 
 size_t countSegments(const qe::qePointer<ctr::LineSegmentSet>& set) {
     return set ? static_cast<size_t>(set->getSegmentQuantity()) : 0;
@@ -100,9 +76,12 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     ctr::GeometricFeaturesGenerator generator;
     generator.setProjectionSpace(space);
     generator.setSingleExportCluster(meshes, &occluders);
+    // Creases that a silhouette repeats are drawn once, as silhouettes.
     ctr::GeometricFeatures features;
-    computeFeatures(generator, meshes, features);
+    generator.computeGeometricFeatures(features, 0, true);
     stats.creaseSegments = countSegments(features.creaseEdges);
+    stats.silhouetteSegments = countSegments(features.silhouetteEdges);
+    stats.intersectionSegments = countSegments(features.intersectionEdges);
 
     ctr::ExportParameters parameters(space);
     parameters.setPageSizeInMM(
@@ -116,11 +95,10 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     if (options.creaseWidthMM) crease.width = *options.creaseWidthMM;
     if (options.color) crease.color = *options.color;
     exporter.setLineStyle("crease", crease);
-    if (options.color) {
-        ctr::SVGLineStyle silhouette = exporter.getLineStyle("silhouette");
-        silhouette.color = *options.color;
-        exporter.setLineStyle("silhouette", silhouette);
-    }
+    ctr::SVGLineStyle silhouette = exporter.getLineStyle("silhouette");
+    if (options.silhouetteWidthMM) silhouette.width = *options.silhouetteWidthMM;
+    if (options.color) silhouette.color = *options.color;
+    exporter.setLineStyle("silhouette", silhouette);
 
     if (!exporter.openFile(svgPath)) {
         error = "cannot write '" + svgPath + "'";

@@ -26,11 +26,14 @@ struct DrawingOptions {
     std::string description;
     // Unset values keep the exporter's crease style.
     std::optional<float> creaseWidthMM;
+    std::optional<float> silhouetteWidthMM;
     std::optional<Wm4::ColorRGB> color;
 };
 
 struct DrawingStats {
     size_t creaseSegments = 0;
+    size_t silhouetteSegments = 0;
+    size_t intersectionSegments = 0;
     size_t paths = 0;
 };
 

@@ -80,14 +80,17 @@ int run(const contour::ToolOptions& options) {
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (stats.paths == 0)
         std::fprintf(stderr, "contour: warning: the drawing is empty (%s)\n",
-                     stats.creaseSegments == 0 ? "the model has no crease or border edge" : "every line is hidden");
+                     stats.creaseSegments + stats.silhouetteSegments + stats.intersectionSegments == 0
+                         ? "the model shows no line from this camera"
+                         : "every line is hidden");
     if (!options.quiet) {
         std::fprintf(stderr, "contour: %zu mesh%s, %zu triangles", meshes.size(), meshes.size() == 1 ? "" : "es",
                      triangles);
         if (!occluders.empty()) std::fprintf(stderr, " (+ %zu occluder triangles)", occluderTriangles);
-        std::fprintf(stderr, ", %zu crease segments -> %zu paths in %s (%s), %.2f s\n", stats.creaseSegments,
-                     stats.paths, options.output == "-" ? "standard output" : options.output.c_str(),
-                     options.pageLabel.c_str(), seconds);
+        std::fprintf(
+            stderr, ", %zu crease, %zu silhouette and %zu intersection segments -> %zu paths in %s (%s), %.2f s\n",
+            stats.creaseSegments, stats.silhouetteSegments, stats.intersectionSegments, stats.paths,
+            options.output == "-" ? "standard output" : options.output.c_str(), options.pageLabel.c_str(), seconds);
     }
     return 0;
 }

@@ -15,6 +15,10 @@ public:
     virtual void setTotalProgress(double total) = 0;
     // Reports that amount of the announced work as done.
     virtual void advanceProgress(double amount) = 0;
+    // The announced work not yet reported done, for a computation that
+    // spreads what is left over steps it only now can count. A notifier that
+    // does not keep count may leave it at 0: such steps then advance by 0.
+    virtual double getRemainingProgress() const { return 0.0; }
 };
 
 }  // namespace qe

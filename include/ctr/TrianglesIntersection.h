@@ -1,0 +1,45 @@
+// The lines along which the baked triangles of a cluster pass through each
+// other, with their hidden parts removed.
+#ifndef CTR_TRIANGLESINTERSECTION_H
+#define CTR_TRIANGLESINTERSECTION_H
+
+#include <memory>
+
+#include "qe/qeProgressNotifierInterface.h"
+
+#include "ctr/BakedTriangles.h"
+#include "ctr/Export.h"
+#include "ctr/LineSegmentSet.h"
+
+namespace ctr {
+
+// Works on the integer grid of the baked triangles: every decision is exact.
+// The triangles must be baked with their hierarchy and outlive the object.
+class CTR_API TrianglesIntersection {
+public:
+    class tInternal;
+
+    explicit TrianglesIntersection(const BakedTriangles& triangles);
+    ~TrianglesIntersection();
+    TrianglesIntersection(const TrianglesIntersection&) = delete;
+    TrianglesIntersection& operator=(const TrianglesIntersection&) = delete;
+
+    // Not owned; null removes it.
+    void setProgressNotifier(qe::qeProgressNotifierInterface* notifier);
+
+    // A new set (owned by the caller) of the visible pieces of every
+    // intersection line, in world space, one segment and two vertices per
+    // piece. Null when nothing is visible or the computation was cancelled.
+    LineSegmentSet* computeIntersectionEdges() const;
+
+    // The internal state, for code built against the library's internal
+    // headers.
+    const tInternal& getInternal() const { return *internal; }
+
+private:
+    std::unique_ptr<tInternal> internal;
+};
+
+}  // namespace ctr
+
+#endif

@@ -1,0 +1,58 @@
+#include <cstdint>
+
+#include "ctr/GeometricFeaturesGenerator.h"
+#include "ctr/TrianglesIntersection.h"
+#include "generator/GeneratorInternal.h"
+
+namespace ctr {
+
+LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeSilhouetteEdges(unsigned int cluster) const {
+    if (cluster >= bakedTriangles.size()) return nullptr;
+    OwnedSets perMesh(0);
+    bakedTriangles[cluster].computeSilhouetteEdges(perMesh.sets);
+    return LineSegmentSet::FuseLineSegmentSets(perMesh.sets);
+}
+
+LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeIntersectionEdges(unsigned int cluster) const {
+    if (cluster >= bakedTriangles.size()) return nullptr;
+    // Only the cluster's own triangles cut each other; hide-only meshes do
+    // not take part.
+    TrianglesIntersection intersection(bakedTriangles[cluster]);
+    intersection.setProgressNotifier(progressNotifier);
+    return intersection.computeIntersectionEdges();
+}
+
+void GeometricFeaturesGenerator::computeGeometricFeatures(GeometricFeatures& features, unsigned int cluster,
+                                                          bool removeCommonSegments) {
+    const tInternal& state = *internal;
+    qe::qeProgressNotifierInterface* notifier = state.progressNotifier;
+    const auto cancelled = [notifier]() { return notifier && notifier->shouldCancel(); };
+    const auto segments = [](const qe::qePointer<LineSegmentSet>& set) -> uint32_t {
+        return set && set->IBuffer ? static_cast<uint32_t>(set->IBuffer->GetIndexQuantity()) >> 1 : 0u;
+    };
+
+    features.creaseEdges = state.computeCreaseEdges(cluster);
+    if (cancelled()) return;
+    features.silhouetteEdges = state.computeSilhouetteEdges(cluster);
+    if (removeCommonSegments) {
+        LineSegmentSet::RemoveCommonSegments(features.creaseEdges, features.silhouetteEdges);
+        // A crease set whose every segment was a silhouette is no set at all.
+        if (features.creaseEdges && !features.creaseEdges->IBuffer) features.creaseEdges = nullptr;
+    }
+    if (notifier) {
+        if (cancelled()) return;
+        const uint32_t triangles =
+            cluster < state.bakedTriangles.size() ? state.bakedTriangles[cluster].getTriangleQuantity() : 0u;
+        // Summed in 32 bits and passed on through float, as the work total
+        // has always been announced.
+        const uint32_t total = 2u * triangles + segments(features.creaseEdges) + segments(features.silhouetteEdges);
+        notifier->setTotalProgress(static_cast<double>(static_cast<float>(total)));
+    }
+    if (features.creaseEdges) computeOcclusion(*features.creaseEdges, cluster);
+    if (cancelled()) return;
+    if (features.silhouetteEdges) computeOcclusion(*features.silhouetteEdges, cluster);
+    if (cancelled()) return;
+    features.intersectionEdges = state.computeIntersectionEdges(cluster);
+}
+
+}  // namespace ctr

@@ -1,0 +1,91 @@
+// The private state of TrianglesIntersection: the search for the lines along
+// which baked triangles pass through each other, and the occlusion of those
+// lines. Every decision is exact on the integer grid.
+#ifndef CTR_VISIBILITY_INTERSECTIONINTERNAL_H
+#define CTR_VISIBILITY_INTERSECTIONINTERNAL_H
+
+#include <cstdint>
+#include <list>
+#include <utility>
+#include <vector>
+
+#include "Wm4Vector2.h"
+#include "Wm4Vector3.h"
+#include "qe/qeBBox.h"
+#include "qe/qeGenericBVH.h"
+#include "qe/qeProgressNotifierInterface.h"
+
+#include "ctr/BakedTriangles.h"
+#include "ctr/BakedVertex.h"
+#include "ctr/RationalInterval.h"
+#include "ctr/TrianglesIntersection.h"
+
+namespace ctr {
+
+// Interval ends travel as (numerator, denominator) pairs of longs.
+static_assert(sizeof(long) == sizeof(int64_t), "interval ends are 64-bit numerators and denominators");
+
+class TrianglesIntersection::tInternal {
+public:
+    // The triangle whose partners are being sought.
+    struct tTriangleData {
+        BakedVertex vertices[3];
+        Wm4::Vector3<int64_t> normal;
+        uint32_t index;
+    };
+
+    // Where an edge of one triangle crosses the other triangle's plane: at
+    // parameter numerator / denominator (0 < t <= 1, denominator > 0) from
+    // edgeStart towards edgeEnd. point is that crossing rounded down onto the
+    // grid, coordinate by coordinate.
+    struct tPointOnEdge {
+        BakedVertex edgeStart;
+        BakedVertex edgeEnd;
+        BakedVertex point;
+        int64_t numerator;
+        int64_t denominator;
+    };
+
+    using tEdge = std::pair<tPointOnEdge, tPointOnEdge>;
+    using tEdgeList = std::list<tEdge>;
+
+    explicit tInternal(const BakedTriangles& triangles)
+        : bakedTriangles(&triangles), bvh(&triangles.getHierarchy()), progressNotifier(nullptr) {}
+
+    // Appends every intersection edge of the cluster, in search order; stops
+    // early (keeping what it found) when the notifier asks to cancel.
+    void findIntersectionEdges(tEdgeList& edges) const;
+    // Appends the edges of one triangle with every triangle of higher number.
+    void findTriangleIntersections(unsigned int triangle, tEdgeList& edges) const;
+    void triangleIntersectionIter(unsigned int node, const tTriangleData& triangle, const qe::qeBBox& box,
+                                  tEdgeList& edges) const;
+    // True, with the end points of the common segment, when the two triangles
+    // cross each other along a segment.
+    bool testTriangleIntersection(const tTriangleData& first, unsigned int second, tPointOnEdge& start,
+                                  tPointOnEdge& end) const;
+
+    // Appends, unsorted, one hidden interval of the edge's parameter per
+    // triangle that hides part of it.
+    void computeEdgeOcclusion(const tEdge& edge, std::vector<RationalInterval>& list) const;
+    void computeEdgeOcclusionIter(unsigned int node, const tEdge& edge, const qe::qeBBox& box,
+                                  std::vector<RationalInterval>& list) const;
+    // True, with the hidden part [a, b] (numerator, denominator each), when
+    // the triangle hides a part of the edge of positive length.
+    bool computeTriangleEdgeOcclusion(const tEdge& edge, unsigned int triangle, Wm4::Vector2<long>& a,
+                                      Wm4::Vector2<long>& b) const;
+
+    tTriangleData getTriangleData(unsigned int triangle) const;
+
+    const BakedTriangles* bakedTriangles;
+    const qe::qeGenericBVH* bvh;
+    qe::qeProgressNotifierInterface* progressNotifier;
+};
+
+// floor(a + (b - a) * numerator / denominator) for 0 <= numerator <=
+// denominator, denominator > 0, exactly: a double estimate from the smaller
+// end, corrected by 128-bit comparisons.
+int32_t FloorAlongSegment(int32_t a, int32_t b, int64_t numerator, int64_t denominator);
+
+}  // namespace ctr
+
+#endif

@@ -1,0 +1,117 @@
+// From intersection edges to a drawable set: hidden parts removed, the ends
+// of the visible pieces put on the grid and taken back to world space.
+
+#include <limits>
+#include <vector>
+
+#include "qe/qeAttributes.h"
+
+#include "ctr/DiscreteProjectionSpace.h"
+#include "ctr/TrianglesIntersection.h"
+#include "projection/ExactArithmetic.h"
+#include "visibility/IntersectionInternal.h"
+#include "visibility/IntervalMerge.h"
+
+namespace ctr {
+
+namespace {
+
+struct tRational {
+    int64_t numerator;
+    int64_t denominator;
+};
+
+// Interval ends here are never negative.
+bool isLess(const tRational& p, const tRational& q) {
+    return static_cast<exact::int128>(p.numerator) * q.denominator <
+           static_cast<exact::int128>(q.numerator) * p.denominator;
+}
+
+BakedVertex gridPointAt(const BakedVertex& from, const BakedVertex& to, const tRational& s) {
+    return BakedVertex{FloorAlongSegment(from.x, to.x, s.numerator, s.denominator),
+                       FloorAlongSegment(from.y, to.y, s.numerator, s.denominator),
+                       FloorAlongSegment(from.z, to.z, s.numerator, s.denominator)};
+}
+
+// The inverse of the projection, written out rather than taken from
+// discreteToWorld: the division by w is one reciprocal and three products.
+Wm4::Vector3<float> gridToWorld(const DiscreteProjectionSpace& space, const BakedVertex& point) {
+    const Wm4::Vector3<float>& invScale = space.getDiscreteInvScale();
+    const Wm4::Vector3<float>& domainMin = space.getDomainMin();
+    const Wm4::Vector4<float> ndc(static_cast<float>(point.x) * invScale[0] + domainMin[0],
+                                  static_cast<float>(point.y) * invScale[1] + domainMin[1],
+                                  static_cast<float>(point.z) * invScale[2] + domainMin[2], 1.0f);
+    const Wm4::Vector4<float> h = ndc * space.getClipToWorld();
+    const float inverseW = 1.0f / h[3];
+    return Wm4::Vector3<float>(h[0] * inverseW, h[1] * inverseW, h[2] * inverseW);
+}
+
+}  // namespace
+
+LineSegmentSet* TrianglesIntersection::computeIntersectionEdges() const {
+    const tInternal& state = *internal;
+    qe::qeProgressNotifierInterface* notifier = state.progressNotifier;
+    tInternal::tEdgeList edges;
+    state.findIntersectionEdges(edges);
+    if (notifier && notifier->shouldCancel()) return nullptr;
+    const DiscreteProjectionSpace* space = state.bakedTriangles->getProjectionSpace();
+    if (edges.empty() || !space) return nullptr;
+
+    // What is left of the notifier's range is spread evenly over the edges.
+    const float step =
+        notifier ? static_cast<float>(notifier->getRemainingProgress() / static_cast<double>(edges.size())) : 1.0f;
+    std::vector<RationalInterval> hidden;
+    std::vector<Wm4::Vector3<float>> points;
+    for (const tInternal::tEdge& edge : edges) {
+        if (notifier) {
+            notifier->advanceProgress(step);
+            if (notifier->shouldCancel()) return nullptr;
+        }
+        hidden.clear();
+        state.computeEdgeOcclusion(edge, hidden);
+        SortAndMergeIntervals(hidden);
+
+        // The parameter now runs between the grid points of the two ends.
+        const BakedVertex& g1 = edge.first.point;
+        const BakedVertex& g2 = edge.second.point;
+        const auto addPiece = [&](const tRational& from, const tRational& to) {
+            const BakedVertex start = gridPointAt(g1, g2, from);
+            const BakedVertex end = gridPointAt(g1, g2, to);
+            // Less than one grid cell on screen: nothing to draw.
+            if (start.x == end.x && start.y == end.y) return;
+            points.push_back(gridToWorld(*space, start));
+            points.push_back(gridToWorld(*space, end));
+        };
+        // Merged intervals are sorted with positive gaps, so the visible
+        // pieces are the gaps, plus the stretches before the first and after
+        // the last interval when they have positive length.
+        tRational visibleFrom{0, 1};
+        for (const RationalInterval& interval : hidden) {
+            const tRational hiddenFrom{interval.startNumerator, interval.startDenominator};
+            if (isLess(visibleFrom, hiddenFrom)) addPiece(visibleFrom, hiddenFrom);
+            visibleFrom = tRational{interval.endNumerator, interval.endDenominator};
+        }
+        if (isLess(visibleFrom, tRational{1, 1})) addPiece(visibleFrom, tRational{1, 1});
+    }
+
+    if (points.empty()) return nullptr;
+    if (notifier && notifier->shouldCancel()) return nullptr;
+    if (points.size() > static_cast<size_t>(std::numeric_limits<int>::max())) return nullptr;
+    const int count = static_cast<int>(points.size());
+    qe::qeAttributes attributes;
+    attributes.SetPositionChannels(3);
+    qe::qePointer<qe::qeVertexBuffer> vertices = new qe::qeVertexBuffer(attributes, count);
+    qe::qePointer<qe::qeIndexBuffer> indices = new qe::qeIndexBuffer(count, qe::qeIndexBuffer::IBT_LINE_LIST);
+    unsigned int* index = indices->GetData();
+    for (int i = 0; i < count; ++i) {
+        vertices->Position3(i) = points[static_cast<size_t>(i)];
+        index[i] = static_cast<unsigned int>(i);
+    }
+    LineSegmentSet* set = new LineSegmentSet;
+    set->VBuffer = vertices;
+    set->IBuffer = indices;
+    set->UpdateMS(true, false, -2);
+    return set;
+}
+
+}  // namespace ctr

@@ -1,0 +1,329 @@
+// Silhouette edges of baked meshes, checked against the facing of the source
+// triangles seen from the eye, and the removal of segments common to two sets.
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "TestSupport.h"
+#include "ctr/BakedTriangles.h"
+#include "ctr/LineSegmentSet.h"
+
+namespace {
+
+using V3 = Wm4::Vector3<float>;
+using ctr::LineSegmentSet;
+using Edge = std::pair<unsigned, unsigned>;
+using SetPointer = qe::qePointer<LineSegmentSet>;
+using MeshPointer = qe::qePointer<qe::qeTriMesh>;
+
+ctr::BakedTriangles Bake(const ctr::DiscreteProjectionSpace& space, const std::vector<const qe::qeTriMesh*>& meshes) {
+    ctr::BakedTriangles baked;
+    baked.setProjectionSpace(&space);
+    baked.setMeshes(meshes);
+    baked.initialize();
+    return baked;
+}
+
+// The sets of every mesh, owned here, with null entries kept.
+std::vector<SetPointer> Silhouettes(const ctr::BakedTriangles& baked) {
+    std::vector<LineSegmentSet*> out;
+    EXPECT_TRUE(baked.computeSilhouetteEdges(out));
+    return std::vector<SetPointer>(out.begin(), out.end());
+}
+
+// The segments as index pairs, smaller index first; a segment found twice
+// fails the test.
+std::set<Edge> Undirected(const LineSegmentSet& set) {
+    std::set<Edge> edges;
+    const unsigned* indices = set.IBuffer->GetData();
+    for (int s = 0; s < set.getSegmentQuantity(); ++s) {
+        const Edge edge = std::minmax(indices[2 * s], indices[2 * s + 1]);
+        EXPECT_TRUE(edges.insert(edge).second) << "segment " << edge.first << "-" << edge.second << " twice";
+    }
+    return edges;
+}
+
+// Mesh edges whose triangles face the eye differently in world space, and
+// edges of one triangle only.
+std::set<Edge> ExpectedSilhouette(const qe::qeTriMesh& mesh, const V3& eye) {
+    std::map<Edge, std::vector<bool>> facing;
+    for (int t = 0; t < mesh.GetTriangleQuantity(); ++t) {
+        int v[3];
+        mesh.GetTriangle(t, v[0], v[1], v[2]);
+        V3 p[3];
+        for (int c = 0; c < 3; ++c) p[c] = mesh.World.ApplyForward(mesh.VBuffer->Position3(v[c]), true);
+        const bool front = (p[1] - p[0]).Cross(p[2] - p[0]).Dot(eye - p[0]) > 0.0f;
+        for (int c = 0; c < 3; ++c)
+            facing[std::minmax(static_cast<unsigned>(v[c]), static_cast<unsigned>(v[(c + 1) % 3]))].push_back(front);
+    }
+    std::set<Edge> edges;
+    for (const auto& [edge, sides] : facing)
+        if (sides.size() == 1 || sides[0] != sides[1]) edges.insert(edge);
+    return edges;
+}
+
+// Twelve vertices (0, +-1, +-g) cyclically, faces wherever three lie at edge
+// length 2 from each other, turned to face outwards.
+MeshPointer Icosahedron() {
+    const float g = (1.0f + std::sqrt(5.0f)) / 2.0f;
+    std::vector<V3> points;
+    for (const float s : {-1.0f, 1.0f})
+        for (const float u : {-g, g}) {
+            points.emplace_back(0.0f, s, u);
+            points.emplace_back(s, u, 0.0f);
+            points.emplace_back(u, 0.0f, s);
+        }
+    const auto neighbours = [&](unsigned i, unsigned j) {
+        return std::abs((points[i] - points[j]).SquaredLength() - 4.0f) < 1e-3f;
+    };
+    std::vector<unsigned> indices;
+    for (unsigned i = 0; i < 12; ++i)
+        for (unsigned j = i + 1; j < 12; ++j)
+            for (unsigned k = j + 1; k < 12; ++k) {
+                if (!neighbours(i, j) || !neighbours(j, k) || !neighbours(i, k)) continue;
+                const bool outward = (points[j] - points[i]).Cross(points[k] - points[i]).Dot(points[i]) > 0.0f;
+                indices.insert(indices.end(), {i, outward ? j : k, outward ? k : j});
+            }
+    EXPECT_EQ(indices.size(), 60u);
+    return ctr_test::MakeMesh(points, indices);
+}
+
+TEST(SilhouetteEdges, ClosedConvexMeshFoldsBetweenFrontAndBackFaces) {
+    MeshPointer mesh = Icosahedron();
+    Wm4::Matrix4<float> placement(false);
+    const float c = std::cos(0.4f), s = std::sin(0.4f);
+    placement[0][0] = c;
+    placement[0][1] = s;
+    placement[1][0] = -s;
+    placement[1][1] = c;
+    placement[3][0] = 0.5f;
+    placement[3][1] = -0.25f;
+    mesh->World.SetMatrix(placement);
+    const V3 centre(0.5f, -0.25f, 0.0f);
+
+    for (const V3& eye : {V3(4.1f, 2.7f, 6.3f), V3(-5.2f, 0.9f, -3.4f), V3(0.3f, -6.6f, 1.7f)}) {
+        SCOPED_TRACE(testing::Message() << "eye " << eye[0] << ", " << eye[1] << ", " << eye[2]);
+        ctr::DiscreteProjectionSpace space;
+        ctr_test::PerspectiveCamera(space, eye, centre);
+        const std::vector<SetPointer> sets = Silhouettes(Bake(space, {mesh}));
+        ASSERT_EQ(sets.size(), 1u);
+        ASSERT_TRUE(sets[0]);
+        const std::set<Edge> expected = ExpectedSilhouette(*mesh, eye);
+        EXPECT_GE(expected.size(), 5u);
+        EXPECT_EQ(Undirected(*sets[0]), expected);
+        // Model space: the mesh's own vertices, placed where the mesh is.
+        EXPECT_EQ(sets[0]->VBuffer.get(), mesh->VBuffer.get());
+        EXPECT_EQ(sets[0]->World, mesh->World);
+        EXPECT_EQ(sets[0]->Local, mesh->World);
+    }
+}
+
+TEST(SilhouetteEdges, OpenMeshesGiveTheirBordersWhicheverWayTheyFace) {
+    // A triangle facing the eye, one facing away, and a tilted 3 x 3 grid:
+    // each mesh its own entry, indexed in its own vertex buffer.
+    const MeshPointer facing =
+        ctr_test::MakeMesh({V3(-1.0f, -1.0f, 0.0f), V3(0.0f, -1.0f, 0.2f), V3(-1.0f, 0.0f, 0.0f)}, {0, 1, 2});
+    const MeshPointer away =
+        ctr_test::MakeMesh({V3(0.2f, 0.3f, 0.0f), V3(1.0f, 0.9f, 0.1f), V3(1.1f, 0.2f, 0.0f)}, {0, 1, 2});
+    std::vector<V3> grid;
+    std::vector<unsigned> cells;
+    for (unsigned row = 0; row < 3; ++row)
+        for (unsigned column = 0; column < 3; ++column)
+            grid.emplace_back(0.5f * column - 0.5f, 0.4f * row - 1.2f, -0.3f * row + 0.1f * column);
+    for (unsigned row = 0; row < 2; ++row)
+        for (unsigned column = 0; column < 2; ++column) {
+            const unsigned v = 3 * row + column;
+            cells.insert(cells.end(), {v, v + 1, v + 4, v, v + 4, v + 3});
+        }
+    const MeshPointer plane = ctr_test::MakeMesh(grid, cells);
+
+    const V3 eye(0.4f, 0.3f, 4.0f);
+    ctr::DiscreteProjectionSpace space;
+    ctr_test::PerspectiveCamera(space, eye, V3(0.0f, -0.2f, 0.0f));
+    const std::vector<SetPointer> sets = Silhouettes(Bake(space, {facing, away, plane}));
+    ASSERT_EQ(sets.size(), 3u);
+    for (const SetPointer& set : sets) ASSERT_TRUE(set);
+    const std::set<Edge> triangle{{0, 1}, {0, 2}, {1, 2}};
+    EXPECT_EQ(Undirected(*sets[0]), triangle);
+    EXPECT_EQ(Undirected(*sets[1]), triangle);
+    EXPECT_EQ(Undirected(*sets[2]), ExpectedSilhouette(*plane, eye));
+    EXPECT_EQ(sets[2]->getSegmentQuantity(), 8);
+}
+
+TEST(SilhouetteEdges, WindingAndSplitVerticesDoNotOpenInteriorEdges) {
+    // Both quads face the eye. The first has its triangles wound opposite
+    // ways around a shared edge; the second repeats the diagonal's vertices.
+    const MeshPointer mixed =
+        ctr_test::MakeMesh({V3(-1.0f, -1.0f, 0.0f), V3(0.0f, -1.0f, 0.0f), V3(-1.0f, 0.0f, 0.0f), V3(0.0f, 0.0f, 0.1f)},
+                           {0, 1, 2, 1, 2, 3});
+    const MeshPointer split = ctr_test::MakeMesh({V3(0.2f, 0.2f, 0.0f), V3(1.0f, 0.2f, 0.0f), V3(0.2f, 1.0f, 0.0f),
+                                                  V3(1.0f, 0.2f, 0.0f), V3(1.0f, 1.0f, -0.1f), V3(0.2f, 1.0f, 0.0f)},
+                                                 {0, 1, 2, 3, 4, 5});
+    ctr::DiscreteProjectionSpace space;
+    ctr_test::PerspectiveCamera(space, V3(0.1f, 0.2f, 4.0f), V3(0.0f, 0.0f, 0.0f));
+    const std::vector<SetPointer> sets = Silhouettes(Bake(space, {mixed, split}));
+    ASSERT_EQ(sets.size(), 2u);
+    ASSERT_TRUE(sets[0] && sets[1]);
+    EXPECT_EQ(Undirected(*sets[0]), (std::set<Edge>{{0, 1}, {0, 2}, {1, 3}, {2, 3}}));
+    EXPECT_EQ(Undirected(*sets[1]), (std::set<Edge>{{0, 1}, {0, 2}, {3, 4}, {4, 5}}));
+}
+
+TEST(SilhouetteEdges, ClippedTrianglesGiveWholeSourceEdges) {
+    // Vertex 3 lies far right of the view: triangle 1 3 2 is cut into a fan
+    // whose side on the clip plane and whose diagonal are no mesh edges.
+    // Seen from behind, baking turns the fan over and its edge codes with it.
+    const MeshPointer quad =
+        ctr_test::MakeMesh({V3(-1.0f, -1.0f, 0.0f), V3(0.0f, -1.0f, 0.0f), V3(-1.0f, 0.5f, 0.0f), V3(9.0f, 0.7f, 0.3f)},
+                           {0, 1, 2, 1, 3, 2});
+    const std::set<Edge> borders{{0, 1}, {0, 2}, {1, 3}, {2, 3}};
+    for (const float side : {4.0f, -4.0f}) {
+        SCOPED_TRACE(side);
+        ctr::DiscreteProjectionSpace space;
+        ctr_test::PerspectiveCamera(space, V3(0.0f, 0.0f, side), V3(0.0f, 0.0f, 0.0f));
+        const ctr::BakedTriangles baked = Bake(space, {quad});
+        ASSERT_FALSE(baked.getMeshClipRecords()[0].empty());
+        std::vector<SetPointer> sets = Silhouettes(baked);
+        ASSERT_TRUE(sets.size() == 1 && sets[0]);
+        EXPECT_EQ(Undirected(*sets[0]), borders);
+
+        // Changed behind the baking's back, the source triangle is no longer
+        // readable: its edges go, the unclipped triangle's stay.
+        const qe::qePointer<qe::qeIndexBuffer> original = quad->IBuffer;
+        const unsigned broken[] = {0, 1, 2, 1, 99, 2};
+        for (const int count : {6, 0}) {
+            quad->IBuffer = new qe::qeIndexBuffer(count, qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
+            std::copy_n(broken, count, quad->IBuffer->GetData());
+            sets = Silhouettes(baked);
+            ASSERT_TRUE(sets.size() == 1 && sets[0]);
+            EXPECT_EQ(Undirected(*sets[0]), (std::set<Edge>{{0, 1}, {0, 2}}));
+        }
+        quad->IBuffer = original;
+    }
+}
+
+TEST(SilhouetteEdges, EmptyResultsAndRefusedCalls) {
+    const MeshPointer inView = ctr_test::MakeMesh({V3(0, 0, 0), V3(0.5f, 0, 0), V3(0, 0.5f, 0)}, {0, 1, 2});
+    const MeshPointer behind = ctr_test::MakeMesh({V3(0, 0, 9), V3(0.5f, 0, 9), V3(0, 0.5f, 9)}, {0, 1, 2});
+    ctr::DiscreteProjectionSpace space;
+    ctr_test::PerspectiveCamera(space, V3(0.0f, 0.0f, 4.0f), V3(0.0f, 0.0f, 0.0f));
+    const std::vector<SetPointer> sets = Silhouettes(Bake(space, {behind, inView}));
+    ASSERT_EQ(sets.size(), 2u);
+    EXPECT_FALSE(sets[0]);
+    EXPECT_TRUE(sets[1]);
+
+    // A non-empty vector is refused as it is.
+    const SetPointer existing = new LineSegmentSet;
+    std::vector<LineSegmentSet*> used{existing.get()};
+    EXPECT_FALSE(Bake(space, {inView}).computeSilhouetteEdges(used));
+    EXPECT_EQ(used, std::vector<LineSegmentSet*>{existing.get()});
+    // No mesh, or no baked triangle in any mesh.
+    std::vector<LineSegmentSet*> out;
+    EXPECT_FALSE(Bake(space, {}).computeSilhouetteEdges(out));
+    EXPECT_TRUE(out.empty());
+    EXPECT_FALSE(Bake(space, {behind, nullptr}).computeSilhouetteEdges(out));
+    EXPECT_EQ(out, (std::vector<LineSegmentSet*>{nullptr, nullptr}));
+}
+
+// A set over its own copy of the points.
+SetPointer MakeSet(const std::vector<V3>& points, const std::vector<unsigned>& indices) {
+    SetPointer set = new LineSegmentSet;
+    qe::qeAttributes attributes;
+    attributes.SetPositionChannels(3);
+    set->VBuffer = new qe::qeVertexBuffer(attributes, static_cast<int>(points.size()));
+    for (size_t i = 0; i < points.size(); ++i) set->VBuffer->Position3(static_cast<int>(i)) = points[i];
+    if (!indices.empty()) {
+        set->IBuffer = new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_LINE_LIST);
+        std::copy(indices.begin(), indices.end(), set->IBuffer->GetData());
+    }
+    return set;
+}
+
+std::vector<unsigned> Indices(const LineSegmentSet& set) {
+    if (!set.IBuffer) return {};
+    const unsigned* data = set.IBuffer->GetData();
+    return std::vector<unsigned>(data, data + set.IBuffer->GetIndexQuantity());
+}
+
+// Interval list and clip record that name segment s.
+std::vector<ctr::RationalInterval> Tag(int s) { return {ctr::RationalInterval{s, 7, 1, 1}}; }
+LineSegmentSet::tSegmentClip Clip(int s) { return {0.0f, 1.0f, static_cast<float>(s), 1.0f}; }
+
+TEST(CommonSegments, RemovesWholeSegmentsMatchedByPositionInEitherDirection) {
+    const float nan = std::nanf("");
+    const float nextToOne = std::nextafter(1.0f, 2.0f);
+    // a: 0 p-q, 1 q-r, 2 r-s, 3 q-p again, 4 r-t with t one ulp off b's,
+    // 5 s-u, 6 a NaN end, 7 an index past the buffer.
+    const V3 p(0, 0, 0), q(1, 0, 0), r(1, 1, 0), s(0, 1, 0), u(0, 1, 2);
+    const SetPointer a =
+        MakeSet({p, q, r, s, V3(nextToOne, 1, 1), u, V3(nan, 0, 0)}, {0, 1, 1, 2, 2, 3, 1, 0, 2, 4, 3, 5, 6, 0, 0, 40});
+    for (int k = 0; k < 8; ++k) {
+        a->occlusionIntervals.push_back(Tag(k));
+        a->segmentClips.push_back(Clip(k));
+        a->segmentFlags.push_back(k % 2 == 1);
+    }
+    // b, in its own buffer and order: q-p, r-q, p-q again, r-(1, 1, 1), the
+    // same NaN segment, an index past its buffer.
+    const SetPointer b = MakeSet({q, p, r, V3(1, 1, 1), V3(nan, 0, 0)}, {0, 1, 2, 0, 1, 0, 2, 3, 4, 1, 2, 9});
+    const std::vector<unsigned> bIndices = Indices(*b);
+
+    LineSegmentSet::RemoveCommonSegments(a, b);
+    // Kept, in order and direction: 2, 4, 5, 6, 7.
+    EXPECT_EQ(Indices(*a), (std::vector<unsigned>{2, 3, 2, 4, 3, 5, 6, 0, 0, 40}));
+    ASSERT_EQ(a->occlusionIntervals.size(), 5u);
+    ASSERT_EQ(a->segmentClips.size(), 5u);
+    const int kept[] = {2, 4, 5, 6, 7};
+    for (int k = 0; k < 5; ++k) {
+        EXPECT_EQ(a->occlusionIntervals[k], Tag(kept[k])) << k;
+        EXPECT_EQ(a->segmentClips[k].wStart, static_cast<float>(kept[k])) << k;
+    }
+    EXPECT_EQ(a->segmentFlags, (std::vector<bool>{false, false, true, false, true}));
+    EXPECT_EQ(Indices(*b), bIndices);
+    EXPECT_EQ(b->VBuffer->Position3(0), q);
+}
+
+TEST(CommonSegments, EmptyResultsAndUnusableInputs) {
+    const V3 p(0, 0, 0), q(1, 2, 3);
+    // Every segment removed: no index buffer, side tables emptied.
+    const SetPointer a = MakeSet({p, q}, {0, 1, 1, 0});
+    a->occlusionIntervals = {Tag(0), Tag(1)};
+    a->segmentClips = {Clip(0)};
+    LineSegmentSet::RemoveCommonSegments(a, MakeSet({q, p}, {0, 1}));
+    EXPECT_FALSE(a->IBuffer);
+    EXPECT_TRUE(a->occlusionIntervals.empty());
+    EXPECT_TRUE(a->segmentClips.empty());
+
+    // A set against itself, whose indices are being compacted while read.
+    const SetPointer self = MakeSet({p, q, V3(std::nanf(""), 0, 0)}, {0, 1, 2, 0, 1, 0});
+    LineSegmentSet::RemoveCommonSegments(self, self);
+    EXPECT_EQ(Indices(*self), (std::vector<unsigned>{2, 0}));
+
+    // Nothing usable in b leaves a alone; so do null sets.
+    const SetPointer keep = MakeSet({p, q}, {0, 1});
+    keep->segmentClips = {Clip(5)};
+    for (const SetPointer& useless : {MakeSet({p, q}, {}), MakeSet({p, q}, {0, 7}), SetPointer(new LineSegmentSet)}) {
+        LineSegmentSet::RemoveCommonSegments(keep, useless);
+        EXPECT_EQ(Indices(*keep), (std::vector<unsigned>{0, 1}));
+        EXPECT_EQ(keep->segmentClips.size(), 1u);
+    }
+    LineSegmentSet::RemoveCommonSegments(keep, nullptr);
+    LineSegmentSet::RemoveCommonSegments(nullptr, keep);
+    EXPECT_EQ(Indices(*keep), (std::vector<unsigned>{0, 1}));
+
+    // A set without a whole segment loses its buffer; short side tables are
+    // filled up to one entry per kept segment.
+    const SetPointer odd = MakeSet({p, q}, {1});
+    LineSegmentSet::RemoveCommonSegments(odd, keep);
+    EXPECT_FALSE(odd->IBuffer);
+    const SetPointer partial = MakeSet({p, q, V3(5, 5, 5)}, {0, 2, 2, 1, 0, 1});
+    partial->segmentClips = {Clip(0)};
+    LineSegmentSet::RemoveCommonSegments(partial, keep);
+    EXPECT_EQ(Indices(*partial), (std::vector<unsigned>{0, 2, 2, 1}));
+    EXPECT_EQ(partial->occlusionIntervals.size(), 2u);
+    ASSERT_EQ(partial->segmentClips.size(), 2u);
+    EXPECT_EQ(partial->segmentClips[1].tEnd, 0.0f);
+}
+
+}  // namespace
