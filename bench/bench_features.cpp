@@ -44,7 +44,9 @@ tFeatureScene& GetScene(const std::string& path) {
 
 // A copy of a set that the timed step may change (buffers shared, index
 // buffer copied, since removal compacts it in place).
-qe::qePointer<ctr::LineSegmentSet> Copy(const ctr::LineSegmentSet& set) {
+qe::qePointer<ctr::LineSegmentSet> Copy(const qe::qePointer<ctr::LineSegmentSet>& source) {
+    if (!source) return nullptr;
+    const ctr::LineSegmentSet& set = *source;
     qe::qeRttiInterface* clone = nullptr;
     set.Clone(clone);
     qe::qePointer<ctr::LineSegmentSet> copy = static_cast<ctr::LineSegmentSet*>(clone);
@@ -85,10 +87,10 @@ void BM_RemoveCommon(benchmark::State& state, const std::string& path) {
     size_t kept = 0;
     for (auto _ : state) {
         state.PauseTiming();
-        qe::qePointer<ctr::LineSegmentSet> creases = Copy(*scene.creases);
+        qe::qePointer<ctr::LineSegmentSet> creases = Copy(scene.creases);
         state.ResumeTiming();
         ctr::LineSegmentSet::RemoveCommonSegments(creases, scene.silhouettes);
-        kept = creases->IBuffer ? static_cast<size_t>(creases->getSegmentQuantity()) : 0;
+        kept = creases && creases->IBuffer ? static_cast<size_t>(creases->getSegmentQuantity()) : 0;
     }
     SetCounters(state, scene);
     state.counters["creases_kept"] = static_cast<double>(kept);
@@ -98,14 +100,15 @@ void BM_Occlusion(benchmark::State& state, const std::string& path) {
     tFeatureScene& scene = GetScene(path);
     for (auto _ : state) {
         state.PauseTiming();
-        qe::qePointer<ctr::LineSegmentSet> creases = Copy(*scene.creases);
-        qe::qePointer<ctr::LineSegmentSet> silhouettes = Copy(*scene.silhouettes);
+        qe::qePointer<ctr::LineSegmentSet> creases = Copy(scene.creases);
+        qe::qePointer<ctr::LineSegmentSet> silhouettes = Copy(scene.silhouettes);
         state.ResumeTiming();
-        scene.generator.computeOcclusion(*creases, 0);
-        scene.generator.computeOcclusion(*silhouettes, 0);
+        if (creases) scene.generator.computeOcclusion(*creases, 0);
+        if (silhouettes) scene.generator.computeOcclusion(*silhouettes, 0);
     }
     SetCounters(state, scene);
-    const double segments = scene.creases->getSegmentQuantity() + scene.silhouettes->getSegmentQuantity();
+    const double segments = (scene.creases ? scene.creases->getSegmentQuantity() : 0) +
+                            (scene.silhouettes ? scene.silhouettes->getSegmentQuantity() : 0);
     state.counters["segments_per_s"] = benchmark::Counter(segments, benchmark::Counter::kIsIterationInvariantRate);
 }
 
