@@ -92,16 +92,10 @@ MeshPointer Icosahedron() {
 }
 
 TEST(SilhouetteEdges, ClosedConvexMeshFoldsBetweenFrontAndBackFaces) {
+    // Turned about z and moved to the centre.
     MeshPointer mesh = Icosahedron();
-    Wm4::Matrix4<float> placement(false);
     const float c = std::cos(0.4f), s = std::sin(0.4f);
-    placement[0][0] = c;
-    placement[0][1] = s;
-    placement[1][0] = -s;
-    placement[1][1] = c;
-    placement[3][0] = 0.5f;
-    placement[3][1] = -0.25f;
-    mesh->World.SetMatrix(placement);
+    mesh->World.SetMatrix(Wm4::Matrix4<float>(c, s, 0, 0, -s, c, 0, 0, 0, 0, 1, 0, 0.5f, -0.25f, 0, 1));
     const V3 centre(0.5f, -0.25f, 0.0f);
 
     for (const V3& eye : {V3(4.1f, 2.7f, 6.3f), V3(-5.2f, 0.9f, -3.4f), V3(0.3f, -6.6f, 1.7f)}) {
@@ -109,48 +103,31 @@ TEST(SilhouetteEdges, ClosedConvexMeshFoldsBetweenFrontAndBackFaces) {
         ctr::DiscreteProjectionSpace space;
         ctr_test::PerspectiveCamera(space, eye, centre);
         const std::vector<SetPointer> sets = Silhouettes(Bake(space, {mesh}));
-        ASSERT_EQ(sets.size(), 1u);
-        ASSERT_TRUE(sets[0]);
+        ASSERT_TRUE(sets.size() == 1 && sets[0]);
         const std::set<Edge> expected = ExpectedSilhouette(*mesh, eye);
         EXPECT_GE(expected.size(), 5u);
         EXPECT_EQ(Undirected(*sets[0]), expected);
         // Model space: the mesh's own vertices, placed where the mesh is.
-        EXPECT_EQ(sets[0]->VBuffer.get(), mesh->VBuffer.get());
-        EXPECT_EQ(sets[0]->World, mesh->World);
-        EXPECT_EQ(sets[0]->Local, mesh->World);
+        EXPECT_TRUE(sets[0]->VBuffer == mesh->VBuffer && sets[0]->World == mesh->World &&
+                    sets[0]->Local == mesh->World);
     }
 }
 
 TEST(SilhouetteEdges, OpenMeshesGiveTheirBordersWhicheverWayTheyFace) {
-    // A triangle facing the eye, one facing away, and a tilted 3 x 3 grid:
-    // each mesh its own entry, indexed in its own vertex buffer.
+    // A triangle facing the eye and one facing away: each mesh its own entry,
+    // indexed in its own vertex buffer. Interior edges of open meshes are
+    // checked with the quads below.
     const MeshPointer facing =
         ctr_test::MakeMesh({V3(-1.0f, -1.0f, 0.0f), V3(0.0f, -1.0f, 0.2f), V3(-1.0f, 0.0f, 0.0f)}, {0, 1, 2});
     const MeshPointer away =
         ctr_test::MakeMesh({V3(0.2f, 0.3f, 0.0f), V3(1.0f, 0.9f, 0.1f), V3(1.1f, 0.2f, 0.0f)}, {0, 1, 2});
-    std::vector<V3> grid;
-    std::vector<unsigned> cells;
-    for (unsigned row = 0; row < 3; ++row)
-        for (unsigned column = 0; column < 3; ++column)
-            grid.emplace_back(0.5f * column - 0.5f, 0.4f * row - 1.2f, -0.3f * row + 0.1f * column);
-    for (unsigned row = 0; row < 2; ++row)
-        for (unsigned column = 0; column < 2; ++column) {
-            const unsigned v = 3 * row + column;
-            cells.insert(cells.end(), {v, v + 1, v + 4, v, v + 4, v + 3});
-        }
-    const MeshPointer plane = ctr_test::MakeMesh(grid, cells);
-
-    const V3 eye(0.4f, 0.3f, 4.0f);
     ctr::DiscreteProjectionSpace space;
-    ctr_test::PerspectiveCamera(space, eye, V3(0.0f, -0.2f, 0.0f));
-    const std::vector<SetPointer> sets = Silhouettes(Bake(space, {facing, away, plane}));
-    ASSERT_EQ(sets.size(), 3u);
-    for (const SetPointer& set : sets) ASSERT_TRUE(set);
+    ctr_test::PerspectiveCamera(space, V3(0.4f, 0.3f, 4.0f), V3(0.0f, -0.2f, 0.0f));
+    const std::vector<SetPointer> sets = Silhouettes(Bake(space, {facing, away}));
+    ASSERT_TRUE(sets.size() == 2 && sets[0] && sets[1]);
     const std::set<Edge> triangle{{0, 1}, {0, 2}, {1, 2}};
     EXPECT_EQ(Undirected(*sets[0]), triangle);
     EXPECT_EQ(Undirected(*sets[1]), triangle);
-    EXPECT_EQ(Undirected(*sets[2]), ExpectedSilhouette(*plane, eye));
-    EXPECT_EQ(sets[2]->getSegmentQuantity(), 8);
 }
 
 TEST(SilhouetteEdges, WindingAndSplitVerticesDoNotOpenInteriorEdges) {
@@ -165,8 +142,7 @@ TEST(SilhouetteEdges, WindingAndSplitVerticesDoNotOpenInteriorEdges) {
     ctr::DiscreteProjectionSpace space;
     ctr_test::PerspectiveCamera(space, V3(0.1f, 0.2f, 4.0f), V3(0.0f, 0.0f, 0.0f));
     const std::vector<SetPointer> sets = Silhouettes(Bake(space, {mixed, split}));
-    ASSERT_EQ(sets.size(), 2u);
-    ASSERT_TRUE(sets[0] && sets[1]);
+    ASSERT_TRUE(sets.size() == 2 && sets[0] && sets[1]);
     EXPECT_EQ(Undirected(*sets[0]), (std::set<Edge>{{0, 1}, {0, 2}, {1, 3}, {2, 3}}));
     EXPECT_EQ(Undirected(*sets[1]), (std::set<Edge>{{0, 1}, {0, 2}, {3, 4}, {4, 5}}));
 }
@@ -211,8 +187,7 @@ TEST(SilhouetteEdges, EmptyResultsAndRefusedCalls) {
     ctr_test::PerspectiveCamera(space, V3(0.0f, 0.0f, 4.0f), V3(0.0f, 0.0f, 0.0f));
     const std::vector<SetPointer> sets = Silhouettes(Bake(space, {behind, inView}));
     ASSERT_EQ(sets.size(), 2u);
-    EXPECT_FALSE(sets[0]);
-    EXPECT_TRUE(sets[1]);
+    EXPECT_TRUE(!sets[0] && sets[1]);
 
     // A non-empty vector is refused as it is.
     const SetPointer existing = new LineSegmentSet;
@@ -230,10 +205,7 @@ TEST(SilhouetteEdges, EmptyResultsAndRefusedCalls) {
 // A set over its own copy of the points.
 SetPointer MakeSet(const std::vector<V3>& points, const std::vector<unsigned>& indices) {
     SetPointer set = new LineSegmentSet;
-    qe::qeAttributes attributes;
-    attributes.SetPositionChannels(3);
-    set->VBuffer = new qe::qeVertexBuffer(attributes, static_cast<int>(points.size()));
-    for (size_t i = 0; i < points.size(); ++i) set->VBuffer->Position3(static_cast<int>(i)) = points[i];
+    set->VBuffer = ctr_test::MakeMesh(points, {})->VBuffer;
     if (!indices.empty()) {
         set->IBuffer = new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_LINE_LIST);
         std::copy(indices.begin(), indices.end(), set->IBuffer->GetData());
@@ -291,9 +263,7 @@ TEST(CommonSegments, EmptyResultsAndUnusableInputs) {
     a->occlusionIntervals = {Tag(0), Tag(1)};
     a->segmentClips = {Clip(0)};
     LineSegmentSet::RemoveCommonSegments(a, MakeSet({q, p}, {0, 1}));
-    EXPECT_FALSE(a->IBuffer);
-    EXPECT_TRUE(a->occlusionIntervals.empty());
-    EXPECT_TRUE(a->segmentClips.empty());
+    EXPECT_TRUE(!a->IBuffer && a->occlusionIntervals.empty() && a->segmentClips.empty());
 
     // A set against itself, whose indices are being compacted while read.
     const SetPointer self = MakeSet({p, q, V3(std::nanf(""), 0, 0)}, {0, 1, 2, 0, 1, 0});
