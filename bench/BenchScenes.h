@@ -27,6 +27,7 @@
 #include "qe/qeTriMesh.h"
 #include "qe/qeVertexBuffer.h"
 
+#include "Matrix4d.h"
 #include "ModelImport.h"
 #include "ctr/BakedTriangles.h"
 #include "ctr/BakedVertex.h"
@@ -115,31 +116,16 @@ inline qe::qeBBox ComputeWorldBox(const contour::ImportedModel& model) {
     return box;
 }
 
-// Inverse by Gauss-Jordan elimination with partial pivoting, in double.
+// Inverse computed in double (the matrices are built in float).
 inline Wm4::Matrix4<float> Invert(const Wm4::Matrix4<float>& matrix) {
-    double a[4][8];
+    contour::Matrix4d wide, inverse;
     for (int row = 0; row < 4; ++row)
-        for (int col = 0; col < 4; ++col) {
-            a[row][col] = matrix[row][col];
-            a[row][col + 4] = row == col ? 1.0 : 0.0;
-        }
-    for (int col = 0; col < 4; ++col) {
-        int pivot = col;
-        for (int row = col + 1; row < 4; ++row)
-            if (std::fabs(a[row][col]) > std::fabs(a[pivot][col])) pivot = row;
-        for (int k = 0; k < 8; ++k) std::swap(a[col][k], a[pivot][k]);
-        const double scale = 1.0 / a[col][col];
-        for (int k = 0; k < 8; ++k) a[col][k] *= scale;
-        for (int row = 0; row < 4; ++row) {
-            if (row == col) continue;
-            const double factor = a[row][col];
-            for (int k = 0; k < 8; ++k) a[row][k] -= factor * a[col][k];
-        }
-    }
-    Wm4::Matrix4<float> inverse;
+        for (int col = 0; col < 4; ++col) wide[row][col] = matrix[row][col];
+    contour::InvertMatrix(wide, inverse);
+    Wm4::Matrix4<float> result;
     for (int row = 0; row < 4; ++row)
-        for (int col = 0; col < 4; ++col) inverse[row][col] = static_cast<float>(a[row][col + 4]);
-    return inverse;
+        for (int col = 0; col < 4; ++col) result[row][col] = static_cast<float>(inverse[row][col]);
+    return result;
 }
 
 // A camera looking at the centre of the model's box from an oblique

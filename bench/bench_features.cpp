@@ -10,6 +10,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "BenchMain.h"
 #include "BenchScenes.h"
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/LineSegmentSet.h"
@@ -64,7 +65,7 @@ void SetCounters(benchmark::State& state, const tFeatureScene& scene) {
     state.counters["silhouettes"] = scene.silhouettes ? scene.silhouettes->getSegmentQuantity() : 0;
 }
 
-void BM_Creases(benchmark::State& state, const std::string& path) {
+void BM_Creases(benchmark::State& state, const char* path) {
     tFeatureScene& scene = GetScene(path);
     for (auto _ : state) {
         qe::qePointer<ctr::LineSegmentSet> set = scene.generator.getInternal().computeCreaseEdges(0);
@@ -73,7 +74,7 @@ void BM_Creases(benchmark::State& state, const std::string& path) {
     SetCounters(state, scene);
 }
 
-void BM_Silhouettes(benchmark::State& state, const std::string& path) {
+void BM_Silhouettes(benchmark::State& state, const char* path) {
     tFeatureScene& scene = GetScene(path);
     for (auto _ : state) {
         qe::qePointer<ctr::LineSegmentSet> set = scene.generator.getInternal().computeSilhouetteEdges(0);
@@ -82,7 +83,7 @@ void BM_Silhouettes(benchmark::State& state, const std::string& path) {
     SetCounters(state, scene);
 }
 
-void BM_RemoveCommon(benchmark::State& state, const std::string& path) {
+void BM_RemoveCommon(benchmark::State& state, const char* path) {
     tFeatureScene& scene = GetScene(path);
     size_t kept = 0;
     for (auto _ : state) {
@@ -96,7 +97,7 @@ void BM_RemoveCommon(benchmark::State& state, const std::string& path) {
     state.counters["creases_kept"] = static_cast<double>(kept);
 }
 
-void BM_Occlusion(benchmark::State& state, const std::string& path) {
+void BM_Occlusion(benchmark::State& state, const char* path) {
     tFeatureScene& scene = GetScene(path);
     for (auto _ : state) {
         state.PauseTiming();
@@ -112,7 +113,7 @@ void BM_Occlusion(benchmark::State& state, const std::string& path) {
     state.counters["segments_per_s"] = benchmark::Counter(segments, benchmark::Counter::kIsIterationInvariantRate);
 }
 
-void BM_Intersections(benchmark::State& state, const std::string& path) {
+void BM_Intersections(benchmark::State& state, const char* path) {
     tFeatureScene& scene = GetScene(path);
     size_t pieces = 0;
     for (auto _ : state) {
@@ -123,7 +124,7 @@ void BM_Intersections(benchmark::State& state, const std::string& path) {
     state.counters["pieces"] = static_cast<double>(pieces);
 }
 
-void BM_AllFeatures(benchmark::State& state, const std::string& path) {
+void BM_AllFeatures(benchmark::State& state, const char* path) {
     tFeatureScene& scene = GetScene(path);
     for (auto _ : state) {
         ctr::GeometricFeatures features;
@@ -134,29 +135,20 @@ void BM_AllFeatures(benchmark::State& state, const std::string& path) {
 }
 
 void RegisterAll() {
-    const std::pair<const char*, const char*> models[] = {
-        {"bunny", bench::kBunny}, {"two_balls", "scenes/two_balls_intersecting.obj"}, {"igea1m", bench::kIgea1M}};
-    using tBody = void (*)(benchmark::State&, const std::string&);
-    const std::pair<const char*, tBody> stages[] = {
-        {"BM_Creases", BM_Creases},     {"BM_Silhouettes", BM_Silhouettes},     {"BM_RemoveCommon", BM_RemoveCommon},
-        {"BM_Occlusion", BM_Occlusion}, {"BM_Intersections", BM_Intersections}, {"BM_AllFeatures", BM_AllFeatures}};
-    for (const auto& [stageName, body] : stages) {
-        for (const auto& [modelName, path] : models) {
-            const std::string name = std::string(stageName) + "/" + modelName;
-            benchmark::RegisterBenchmark(name.c_str(), body, std::string(path))
-                ->Unit(benchmark::kMillisecond)
-                ->MinTime(kMinTime);
-        }
-    }
+    bench::RegisterGrid(
+        {{"BM_Creases", BM_Creases},
+         {"BM_Silhouettes", BM_Silhouettes},
+         {"BM_RemoveCommon", BM_RemoveCommon},
+         {"BM_Occlusion", BM_Occlusion},
+         {"BM_Intersections", BM_Intersections},
+         {"BM_AllFeatures", BM_AllFeatures}},
+        {{"bunny", bench::kBunny}, {"two_balls", "scenes/two_balls_intersecting.obj"}, {"igea1m", bench::kIgea1M}},
+        kMinTime);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     RegisterAll();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return bench::RunBenchmarks(argc, argv);
 }

@@ -15,6 +15,7 @@
 
 #include "qe/qeCancelInterface.h"
 
+#include "BenchMain.h"
 #include "BenchScenes.h"
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/LineSegmentSet.h"
@@ -218,28 +219,18 @@ void BM_CreaseOcclusion(benchmark::State& state, const char* path) {
 }
 
 void registerAll() {
-    const std::pair<const char*, const char*> models[] = {
-        {"box_holes", kBoxHoles}, {"fandisk", kFandisk}, {"bunny", bench::kBunny}, {"igea1m", bench::kIgea1M}};
-    using tBody = void (*)(benchmark::State&, const char*);
-    const std::pair<const char*, tBody> stages[] = {{"BM_ClusterCreases", BM_ClusterCreases},
-                                                    {"BM_MeshCreases", BM_MeshCreases},
-                                                    {"BM_FuseCreases", BM_FuseCreases},
-                                                    {"BM_CreaseOcclusion", BM_CreaseOcclusion}};
-    for (const auto& [stageName, body] : stages) {
-        for (const auto& [modelName, path] : models) {
-            const std::string name = std::string(stageName) + "/" + modelName;
-            benchmark::RegisterBenchmark(name.c_str(), body, path)->Unit(benchmark::kMillisecond)->MinTime(kMinTime);
-        }
-    }
+    bench::RegisterGrid(
+        {{"BM_ClusterCreases", BM_ClusterCreases},
+         {"BM_MeshCreases", BM_MeshCreases},
+         {"BM_FuseCreases", BM_FuseCreases},
+         {"BM_CreaseOcclusion", BM_CreaseOcclusion}},
+        {{"box_holes", kBoxHoles}, {"fandisk", kFandisk}, {"bunny", bench::kBunny}, {"igea1m", bench::kIgea1M}},
+        kMinTime);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     registerAll();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return bench::RunBenchmarks(argc, argv);
 }

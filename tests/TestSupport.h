@@ -120,6 +120,30 @@ inline CameraMatrices OrthoMatrices(const Wm4::Vector3<float>& eye, const Wm4::V
     return {view.worldToClip * projection, inverse * view.clipToWorld};
 }
 
+// A box from lo to hi, two triangles per face, whose faces have their own
+// corners carrying the face normal (split corners, as CAD hands them over).
+inline qe::qePointer<qe::qeTriMesh> MakeSplitBox(const Wm4::Vector3<float>& lo, const Wm4::Vector3<float>& hi) {
+    std::vector<Wm4::Vector3<float>> positions, normals;
+    std::vector<unsigned int> indices;
+    for (int axis = 0; axis < 3; ++axis)
+        for (int side = 0; side < 2; ++side) {
+            const unsigned int first = static_cast<unsigned int>(positions.size());
+            Wm4::Vector3<float> normal(0.0f, 0.0f, 0.0f);
+            normal[axis] = side ? 1.0f : -1.0f;
+            const int u = (axis + 1) % 3, v = (axis + 2) % 3;
+            for (int k = 0; k < 4; ++k) {
+                Wm4::Vector3<float> p;
+                p[axis] = side ? hi[axis] : lo[axis];
+                p[u] = (k == 1 || k == 2) ? hi[u] : lo[u];
+                p[v] = k >= 2 ? hi[v] : lo[v];
+                positions.push_back(p);
+                normals.push_back(normal);
+            }
+            indices.insert(indices.end(), {first, first + 1, first + 2, first, first + 2, first + 3});
+        }
+    return MakeMesh(positions, indices, normals);
+}
+
 // Fill space with the camera and refresh its scales (the bit sizes already
 // set in space are kept).
 inline void PerspectiveCamera(ctr::DiscreteProjectionSpace& space, const Wm4::Vector3<float>& eye,

@@ -21,29 +21,6 @@ namespace {
 using V3 = Wm4::Vector3<float>;
 using Polyline = std::vector<Wm4::Vector2<float>>;
 
-// A box from lo to hi whose faces have their own corners and normals.
-qe::qePointer<qe::qeTriMesh> Box(const V3& lo, const V3& hi) {
-    std::vector<V3> positions, normals;
-    std::vector<unsigned> indices;
-    for (int axis = 0; axis < 3; ++axis)
-        for (int side = 0; side < 2; ++side) {
-            const unsigned first = static_cast<unsigned>(positions.size());
-            V3 normal(0, 0, 0);
-            normal[axis] = side ? 1.0f : -1.0f;
-            for (int k = 0; k < 4; ++k) {
-                V3 p;
-                p[axis] = side ? hi[axis] : lo[axis];
-                const int u = (axis + 1) % 3, v = (axis + 2) % 3;
-                p[u] = (k == 1 || k == 2) ? hi[u] : lo[u];
-                p[v] = k >= 2 ? hi[v] : lo[v];
-                positions.push_back(p);
-                normals.push_back(normal);
-            }
-            indices.insert(indices.end(), {first, first + 1, first + 2, first, first + 2, first + 3});
-        }
-    return ctr_test::MakeMesh(positions, indices, normals);
-}
-
 // An upright cylinder with smooth sides and a flat top, open at the bottom.
 qe::qePointer<qe::qeTriMesh> Cylinder(const V3& base, float radius, float height, unsigned sides) {
     std::vector<V3> positions, normals;
@@ -116,7 +93,7 @@ TEST(Drawing, CreasesOfABoxAndACylinderWithHiddenPartsRemoved) {
     // Looking down at the box from the front. The cylinder stands sunk into
     // the box top, so that its open foot is hidden inside; the panel stands
     // between the camera and everything right of x = 0.5.
-    const auto box = Box(V3(-2, 0, -1.5f), V3(2, 1, 1.5f));
+    const auto box = ctr_test::MakeSplitBox(V3(-2, 0, -1.5f), V3(2, 1, 1.5f));
     const auto cylinder = Cylinder(V3(0, 0.9f, 0), 0.6f, 1.6f, 48);
     const auto panel =
         ctr_test::MakeMesh({V3(0.5f, -5, 3), V3(6, -5, 3), V3(6, 8, 3), V3(0.5f, 8, 3)}, {0, 1, 2, 0, 2, 3});

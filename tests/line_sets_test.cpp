@@ -75,25 +75,13 @@ SetPointer Creases(const qe::qeTriMesh& mesh, float angleDegrees = 5.0f) {
 // The unit cube, two triangles per face, each face with its own four
 // vertices carrying the face normal. The last triangle may be given twice.
 qe::qePointer<qe::qeTriMesh> Box(bool repeatLast = false) {
-    std::vector<V3> positions, normals;
-    std::vector<unsigned> indices;
-    for (int axis = 0; axis < 3; ++axis)
-        for (int side = 0; side < 2; ++side) {
-            const unsigned first = static_cast<unsigned>(positions.size());
-            V3 n(0, 0, 0);
-            n[axis] = side ? 1.0f : -1.0f;
-            for (int k = 0; k < 4; ++k) {
-                V3 p(0, 0, 0);
-                p[axis] = float(side);
-                p[(axis + 1) % 3] = (k == 1 || k == 2) ? 1.0f : 0.0f;
-                p[(axis + 2) % 3] = k >= 2 ? 1.0f : 0.0f;
-                positions.push_back(p);
-                normals.push_back(n);
-            }
-            indices.insert(indices.end(), {first, first + 1, first + 2, first, first + 2, first + 3});
-        }
-    if (repeatLast) indices.insert(indices.end(), {indices[33], indices[34], indices[35]});
-    return ctr_test::MakeMesh(positions, indices, normals);
+    auto box = ctr_test::MakeSplitBox(V3(0, 0, 0), V3(1, 1, 1));
+    if (repeatLast) {
+        qe::qeIndexBuffer& indices = *box->IBuffer;
+        indices.resizeIndexBuffer(39);
+        std::copy(indices.GetData() + 33, indices.GetData() + 36, indices.GetData() + 36);
+    }
+    return box;
 }
 
 TEST(CreaseEdges, SingleTriangleGivesItsBordersInCanonicalOrder) {

@@ -66,40 +66,34 @@ TEST(OcclusionQuery, SingleTriangleCases) {
     const ctr::BakedTriangles& t = baked->triangles;
     ASSERT_EQ(t.getTriangleQuantity(), 1u);
 
-    // Behind it, outside to outside: hidden between the two outline crossings.
-    auto hidden = Query(t, {0, 150, 900}, {400, 150, 900});
-    ASSERT_EQ(hidden.size(), 1u);
-    EXPECT_TRUE(SameValue(hidden[0], 1, 4, 5, 8));
-    // The reversed edge gives the mirrored interval.
-    hidden = Query(t, {400, 150, 900}, {0, 150, 900});
-    ASSERT_EQ(hidden.size(), 1u);
-    EXPECT_TRUE(SameValue(hidden[0], 3, 8, 3, 4));
-    // In front of it, or lying in its plane: nothing.
-    EXPECT_TRUE(Query(t, {0, 150, 100}, {400, 150, 100}).empty());
-    EXPECT_TRUE(Query(t, {0, 150, 500}, {400, 150, 500}).empty());
-    // Parallel to the side y = 100 and just outside it: nothing.
-    EXPECT_TRUE(Query(t, {50, 99, 900}, {350, 99, 900}).empty());
-    // Passing beside it: nothing.
-    EXPECT_TRUE(Query(t, {0, 310, 900}, {400, 310, 900}).empty());
-    // Crossing its plane inside its outline: only the part behind, from the
-    // depth crossing at 1/2 on; reversed, the part up to 1/2.
-    hidden = Query(t, {120, 150, 100}, {220, 150, 900});
-    ASSERT_EQ(hidden.size(), 1u);
-    EXPECT_TRUE(SameValue(hidden[0], 1, 2, 1, 1));
-    hidden = Query(t, {220, 150, 900}, {120, 150, 100});
-    ASSERT_EQ(hidden.size(), 1u);
-    EXPECT_TRUE(SameValue(hidden[0], 0, 1, 1, 2));
-    // Ending exactly on the plane: that end is not hidden, the rest is.
-    hidden = Query(t, {120, 150, 900}, {220, 150, 500});
-    ASSERT_EQ(hidden.size(), 1u);
-    EXPECT_TRUE(SameValue(hidden[0], 0, 1, 1, 1));
-    // Seen end-on inside the outline and behind: the whole (zero-length on
-    // screen) edge is inside, so [0, 1] is hidden.
-    hidden = Query(t, {150, 150, 800}, {150, 150, 900});
-    ASSERT_EQ(hidden.size(), 1u);
-    EXPECT_TRUE(SameValue(hidden[0], 0, 1, 1, 1));
+    // Edges hidden over one interval (start sn/sd, end en/ed).
+    struct Hidden {
+        ctr::BakedVertex a, b;
+        int64_t sn, sd, en, ed;
+        const char* what;
+    };
+    for (const Hidden& c : {
+             Hidden{{0, 150, 900}, {400, 150, 900}, 1, 4, 5, 8, "behind, between the outline crossings"},
+             Hidden{{400, 150, 900}, {0, 150, 900}, 3, 8, 3, 4, "reversed: the mirrored interval"},
+             Hidden{{120, 150, 100}, {220, 150, 900}, 1, 2, 1, 1, "crossing the plane inside: from the crossing on"},
+             Hidden{{220, 150, 900}, {120, 150, 100}, 0, 1, 1, 2, "reversed: up to the crossing"},
+             Hidden{{120, 150, 900}, {220, 150, 500}, 0, 1, 1, 1, "ending on the plane: the rest is hidden"},
+             Hidden{{150, 150, 800}, {150, 150, 900}, 0, 1, 1, 1, "end-on inside and behind: all of it"},
+         }) {
+        const auto hidden = Query(t, c.a, c.b);
+        ASSERT_EQ(hidden.size(), 1u) << c.what;
+        EXPECT_TRUE(SameValue(hidden[0], c.sn, c.sd, c.en, c.ed)) << c.what;
+    }
+    // In front of it, lying in its plane, parallel to the side y = 100 just
+    // outside it, or passing beside it: nothing.
+    for (const auto& [a, b] :
+         std::vector<std::pair<ctr::BakedVertex, ctr::BakedVertex>>{{{0, 150, 100}, {400, 150, 100}},
+                                                                    {{0, 150, 500}, {400, 150, 500}},
+                                                                    {{50, 99, 900}, {350, 99, 900}},
+                                                                    {{0, 310, 900}, {400, 310, 900}}})
+        EXPECT_TRUE(Query(t, a, b).empty());
     // Ends off the grid are clamped onto it instead of overflowing.
-    hidden = Query(t, {INT32_MIN, 150, INT32_MAX}, {INT32_MAX, 150, INT32_MAX});
+    const auto hidden = Query(t, {INT32_MIN, 150, INT32_MAX}, {INT32_MAX, 150, INT32_MAX});
     EXPECT_EQ(hidden.size(), 1u);
 }
 

@@ -33,6 +33,25 @@ inline int CompareFloat(float a, float b) {
     return aBits < bBits ? -1 : 1;
 }
 
+// -1, 0 or 1 as float comparison orders a and b by value (-0 and +0 alike),
+// with NaN after every number and all NaNs alike: a strict weak order for
+// sorts and searches that match positions by float equality. NaN still
+// equals nothing under ==, so callers that weld or match compare that way.
+inline int CompareValue(float a, float b) {
+    if (a < b) return -1;
+    if (b < a) return 1;
+    return static_cast<int>(std::isnan(a)) - static_cast<int>(std::isnan(b));
+}
+
+// Lexicographic (x, y, z) order of positions by value, as CompareValue.
+inline int ComparePositionValue(const Wm4::Vector3<float>& p, const Wm4::Vector3<float>& q) {
+    for (int axis = 0; axis < 3; ++axis) {
+        const int order = CompareValue(p[axis], q[axis]);
+        if (order != 0) return order;
+    }
+    return 0;
+}
+
 inline int ComparePosition(const Wm4::Vector3<float>& p, const Wm4::Vector3<float>& q) {
     for (int axis = 0; axis < 3; ++axis) {
         const int order = CompareFloat(p[axis], q[axis]);

@@ -6,6 +6,7 @@
 #include "qe/qeAttributes.h"
 
 #include "ctr/LineSegmentSet.h"
+#include "lines/EdgeOrder.h"
 
 namespace ctr {
 
@@ -13,18 +14,6 @@ namespace {
 
 constexpr unsigned int kUsed = 1u;
 constexpr unsigned int kRepresentative = 0x80000000u;
-
-// Float order of one coordinate in which NaN follows every number and all
-// NaNs are alike. Numbers keep their float order, -0 and +0 alike, so that
-// positions that weld are neighbours after the sort; a NaN never welds (the
-// walk compares with ==), wherever it lands.
-int CompareCoordinate(float a, float b) {
-    if (a < b) return -1;
-    if (b < a) return 1;
-    const bool aNaN = a != a;
-    const bool bNaN = b != b;
-    return static_cast<int>(aNaN) - static_cast<int>(bNaN);
-}
 
 bool SamePosition(const Wm4::Vector3<float>& p, const Wm4::Vector3<float>& q) {
     return p[0] == q[0] && p[1] == q[1] && p[2] == q[2];
@@ -49,13 +38,10 @@ void LineSegmentSet::CreateFilteredVertexBuffer(const qe::qeVertexBuffer& vertic
     std::iota(order.begin(), order.end(), 0u);
     std::sort(order.begin(), order.end(), [&](unsigned int v, unsigned int w) {
         if (remap[v] != remap[w]) return remap[v] > remap[w];
-        const Wm4::Vector3<float>& p = vertices.Position3(static_cast<int>(v));
-        const Wm4::Vector3<float>& q = vertices.Position3(static_cast<int>(w));
-        for (int axis = 0; axis < 3; ++axis) {
-            const int c = CompareCoordinate(p[axis], q[axis]);
-            if (c != 0) return c < 0;
-        }
-        return false;
+        // By value, NaN last: positions that weld are neighbours after the
+        // sort, and a NaN never welds (the walk compares with ==).
+        return edges::ComparePositionValue(vertices.Position3(static_cast<int>(v)),
+                                           vertices.Position3(static_cast<int>(w))) < 0;
     });
 
     unsigned int next = 0;

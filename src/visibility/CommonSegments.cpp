@@ -13,29 +13,13 @@
 #include "qe/qeVertexBuffer.h"
 
 #include "ctr/LineSegmentSet.h"
+#include "lines/EdgeOrder.h"
 
 namespace ctr {
 
 namespace {
 
 using Vector3f = Wm4::Vector3<float>;
-
-// Float order of one coordinate (-0 and +0 alike), with NaN after every
-// number and all NaNs alike: a strict weak order, as the sort and the search
-// need. NaN keys are kept out of matching separately.
-int CompareCoordinate(float a, float b) {
-    if (a < b) return -1;
-    if (b < a) return 1;
-    return static_cast<int>(a != a) - static_cast<int>(b != b);
-}
-
-int ComparePoint(const Vector3f& p, const Vector3f& q) {
-    for (int axis = 0; axis < 3; ++axis) {
-        const int order = CompareCoordinate(p[axis], q[axis]);
-        if (order != 0) return order;
-    }
-    return 0;
-}
 
 // The ends of a segment, smaller first, read in place from the buffer.
 struct SegmentKey {
@@ -44,8 +28,8 @@ struct SegmentKey {
 };
 
 int CompareKey(const SegmentKey& k, const SegmentKey& l) {
-    const int order = ComparePoint(*k.lo, *l.lo);
-    return order != 0 ? order : ComparePoint(*k.hi, *l.hi);
+    const int order = edges::ComparePositionValue(*k.lo, *l.lo);
+    return order != 0 ? order : edges::ComparePositionValue(*k.hi, *l.hi);
 }
 
 bool HasNaN(const SegmentKey& key) {
@@ -71,7 +55,7 @@ public:
         if (a >= vertexCount || b >= vertexCount) return false;
         key.lo = &vertices->Position3(static_cast<int>(a));
         key.hi = &vertices->Position3(static_cast<int>(b));
-        if (ComparePoint(*key.hi, *key.lo) < 0) std::swap(key.lo, key.hi);
+        if (edges::ComparePositionValue(*key.hi, *key.lo) < 0) std::swap(key.lo, key.hi);
         return true;
     }
 

@@ -5,12 +5,14 @@
 #include <cmath>
 #include <limits>
 
+#include "Matrix4d.h"
+
 namespace contour {
 
 namespace {
 
 using Vec3 = Wm4::Vector3<double>;
-using Mat4 = std::array<std::array<double, 4>, 4>;
+using Mat4 = Matrix4d;
 
 constexpr double kPi = 3.14159265358979323846;
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
@@ -49,33 +51,6 @@ Mat4 multiply(const Mat4& a, const Mat4& b) {
         for (int col = 0; col < 4; ++col)
             for (int k = 0; k < 4; ++k) product[row][col] += a[row][k] * b[k][col];
     return product;
-}
-
-// Gauss-Jordan with partial pivoting; false for a singular matrix.
-bool invert(const Mat4& matrix, Mat4& inverse) {
-    double a[4][8];
-    for (int row = 0; row < 4; ++row)
-        for (int col = 0; col < 4; ++col) {
-            a[row][col] = matrix[row][col];
-            a[row][col + 4] = row == col ? 1.0 : 0.0;
-        }
-    for (int col = 0; col < 4; ++col) {
-        int pivot = col;
-        for (int row = col + 1; row < 4; ++row)
-            if (std::fabs(a[row][col]) > std::fabs(a[pivot][col])) pivot = row;
-        if (!(std::fabs(a[pivot][col]) > 0.0)) return false;
-        for (int k = 0; k < 8; ++k) std::swap(a[col][k], a[pivot][k]);
-        const double scale = 1.0 / a[col][col];
-        for (int k = 0; k < 8; ++k) a[col][k] *= scale;
-        for (int row = 0; row < 4; ++row) {
-            if (row == col) continue;
-            const double factor = a[row][col];
-            for (int k = 0; k < 8; ++k) a[row][k] -= factor * a[col][k];
-        }
-    }
-    for (int row = 0; row < 4; ++row)
-        for (int col = 0; col < 4; ++col) inverse[row][col] = a[row][col + 4];
-    return true;
 }
 
 bool toFloat(const Mat4& in, Wm4::Matrix4<float>& out) {
@@ -278,7 +253,7 @@ bool FrameCamera(const std::vector<const qe::qeTriMesh*>& drawn, const std::vect
     }
     const Mat4 worldToClip = multiply(view, projection);
     Mat4 clipToWorld;
-    if (!invert(worldToClip, clipToWorld) || !toFloat(worldToClip, camera.worldToClip) ||
+    if (!InvertMatrix(worldToClip, clipToWorld) || !toFloat(worldToClip, camera.worldToClip) ||
         !toFloat(clipToWorld, camera.clipToWorld)) {
         error = "the camera cannot be represented in single precision (model too large or too small)";
         return false;
