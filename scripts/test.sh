@@ -2,6 +2,7 @@
 # Builds everything with warnings as errors and runs the test suite.
 #   scripts/test.sh             optimised build with debug information
 #   scripts/test.sh --sanitize  the same under the address and undefined-behaviour sanitizers
+#   scripts/test.sh --tsan      the same under the thread sanitizer
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="$root/build"
@@ -9,9 +10,13 @@ options=(-DCTR_WARNINGS_AS_ERRORS=ON -DCTR_BUILD_TESTS=ON -DCTR_BUILD_BENCH=ON)
 if [ "${1:-}" = "--sanitize" ]; then
   build="$root/build-sanitize"
   options+=(-DCTR_SANITIZE=ON -DCTR_BUILD_BENCH=OFF)
+elif [ "${1:-}" = "--tsan" ]; then
+  build="$root/build-tsan"
+  options+=(-DCTR_SANITIZE_THREAD=ON -DCTR_BUILD_BENCH=OFF)
 fi
 "$root/scripts/build.sh" "$build" "${options[@]}"
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
 cd "$build"
 ctest --output-on-failure -j "$(nproc)" --timeout 900

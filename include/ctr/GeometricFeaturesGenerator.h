@@ -11,6 +11,7 @@
 
 #include "ctr/BakedTriangles.h"
 #include "ctr/DiscreteProjectionSpace.h"
+#include "ctr/Executor.h"
 #include "ctr/Export.h"
 #include "ctr/LineSegmentSet.h"
 
@@ -43,6 +44,11 @@ public:
     void setProjectionSpace(const DiscreteProjectionSpace& space);
     // Not owned; null removes it.
     void setProgressNotifier(qe::qeProgressNotifierInterface* notifier);
+    // Not owned; null (the default) runs everything on the calling thread.
+    // Set it before the cluster to bake in parallel too. The results are the
+    // same with any executor; the notifier is only ever called from the
+    // thread that called the generator.
+    void setExecutor(Executor* executor);
     // Makes cluster 0 of meshes (whose lines are wanted) and occluders (which
     // only hide lines; null or empty for none) and bakes both lists.
     void setSingleExportCluster(const std::vector<const qe::qeTriMesh*>& meshes,

@@ -8,6 +8,7 @@
 #include "qe/qeProgressNotifierInterface.h"
 
 #include "ctr/BakedTriangles.h"
+#include "ctr/Executor.h"
 #include "ctr/Export.h"
 #include "ctr/LineSegmentSet.h"
 
@@ -26,6 +27,9 @@ public:
 
     // Not owned; null removes it.
     void setProgressNotifier(qe::qeProgressNotifierInterface* notifier);
+    // Not owned; null (the default) runs everything on the calling thread.
+    // The result is the same either way.
+    void setExecutor(Executor* executor);
 
     // A new set (owned by the caller) of the visible pieces of every
     // intersection line, in world space, one segment and two vertices per

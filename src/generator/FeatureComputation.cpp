@@ -19,6 +19,7 @@ LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeIntersectionEdges(
     // not take part.
     TrianglesIntersection intersection(bakedTriangles[cluster]);
     intersection.setProgressNotifier(progressNotifier);
+    intersection.setExecutor(executor);
     return intersection.computeIntersectionEdges();
 }
 

@@ -8,6 +8,7 @@
 
 #include "ctr/BakedTriangles.h"
 #include "ctr/DiscreteProjectionSpace.h"
+#include "ctr/Executor.h"
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/LineSegmentSet.h"
 
@@ -45,6 +46,7 @@ public:
     std::vector<BakedTriangles> bakedTriangles;
     std::vector<BakedTriangles> occluderTriangles;
     qe::qeProgressNotifierInterface* progressNotifier = nullptr;
+    Executor* executor = nullptr;
 };
 
 }  // namespace ctr

@@ -37,6 +37,8 @@ void GeometricFeaturesGenerator::setProgressNotifier(qe::qeProgressNotifierInter
     internal->progressNotifier = notifier;
 }
 
+void GeometricFeaturesGenerator::setExecutor(Executor* executor) { internal->executor = executor; }
+
 void GeometricFeaturesGenerator::setSingleExportCluster(const std::vector<const qe::qeTriMesh*>& meshes,
                                                         const std::vector<const qe::qeTriMesh*>* occluders) {
     internal->clusterMeshes.assign(1, meshes);

@@ -2,6 +2,7 @@
 
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "generator/GeneratorInternal.h"
+#include "parallel/Chunks.h"
 #include "visibility/IntervalMerge.h"
 
 namespace ctr {
@@ -9,6 +10,11 @@ namespace ctr {
 namespace {
 
 const RationalInterval kWholeSegment{0, 1, 1, 1};
+
+// Chunks of a few hundred microseconds each; a wave keeps cancellation
+// within a few milliseconds of the request.
+constexpr size_t kSegmentsPerChunk = 256;
+constexpr size_t kChunksPerWave = 32;
 
 }  // namespace
 
@@ -34,28 +40,23 @@ void GeometricFeaturesGenerator::computeOcclusion(LineSegmentSet& set, unsigned 
     const BakedTriangles& baked = state.bakedTriangles[cluster];
     const BakedTriangles& occluders = state.occluderTriangles[cluster];
     qe::qeProgressNotifierInterface* notifier = state.progressNotifier;
-    std::vector<RationalInterval> work;
-    BakedVertex bakedA{0, 0, 0};
-    BakedVertex bakedB{0, 0, 0};
 
-    for (size_t i = 0; i < segmentCount; ++i) {
-        if (notifier) {
-            if (notifier->shouldCancel()) return;
-            notifier->advanceProgress(1.0);
-        }
+    const auto occlude = [&](size_t i, std::vector<RationalInterval>& work) {
         const unsigned int indexA = indices[2 * i];
         const unsigned int indexB = indices[2 * i + 1];
         if (indexA >= vertexCount || indexB >= vertexCount) {
             // Nothing to draw: treated like a segment out of view.
             set.segmentClips[i] = {1.0f, 0.0f, 0.0f, 0.0f};
             set.occlusionIntervals[i].assign(1, kWholeSegment);
-            continue;
+            return;
         }
         const Wm4::Vector3<float> worldA = set.World.ApplyForward(vertices.Position3(static_cast<int>(indexA)), true);
         const Wm4::Vector3<float> worldB = set.World.ApplyForward(vertices.Position3(static_cast<int>(indexB)), true);
         // The clipper leaves w untouched for a rejected edge; zero is stored.
         float wA = 0.0f;
         float wB = 0.0f;
+        BakedVertex bakedA{0, 0, 0};
+        BakedVertex bakedB{0, 0, 0};
         const std::pair<float, float> t = space.clipEdgeWorld(worldA, worldB, bakedA, bakedB, wA, wB);
         set.segmentClips[i] = {t.first, t.second, wA, wB};
 
@@ -63,13 +64,38 @@ void GeometricFeaturesGenerator::computeOcclusion(LineSegmentSet& set, unsigned 
         // not drawn.
         if (!(t.first < t.second) || (bakedA.x == bakedB.x && bakedA.y == bakedB.y)) {
             set.occlusionIntervals[i].assign(1, kWholeSegment);
-            continue;
+            return;
         }
         work.assign(set.occlusionIntervals[i].begin(), set.occlusionIntervals[i].end());
         baked.computeOcclusionIntervals(bakedA, bakedB, work);
         occluders.computeOcclusionIntervals(bakedA, bakedB, work);
         SortAndMergeIntervals(work);
         set.occlusionIntervals[i].assign(work.begin(), work.end());
+    };
+
+    if (state.executor) {
+        // Segments are independent; the notifier hears from the calling
+        // thread between waves, with the same advance per segment.
+        ForEachChunkInWaves(
+            *state.executor, segmentCount, kSegmentsPerChunk, kChunksPerWave,
+            [&](size_t, size_t begin, size_t end) {
+                std::vector<RationalInterval> work;
+                for (size_t i = begin; i < end; ++i) occlude(i, work);
+            },
+            [&](size_t begin, size_t end) {
+                if (!notifier) return true;
+                for (size_t i = begin; i < end; ++i) notifier->advanceProgress(1.0);
+                return !notifier->shouldCancel();
+            });
+        return;
+    }
+    std::vector<RationalInterval> work;
+    for (size_t i = 0; i < segmentCount; ++i) {
+        if (notifier) {
+            if (notifier->shouldCancel()) return;
+            notifier->advanceProgress(1.0);
+        }
+        occlude(i, work);
     }
 }
 

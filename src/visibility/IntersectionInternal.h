@@ -17,6 +17,7 @@
 
 #include "ctr/BakedTriangles.h"
 #include "ctr/BakedVertex.h"
+#include "ctr/Executor.h"
 #include "ctr/RationalInterval.h"
 #include "ctr/TrianglesIntersection.h"
 
@@ -49,12 +50,26 @@ public:
     using tEdge = std::pair<tPointOnEdge, tPointOnEdge>;
     using tEdgeList = std::list<tEdge>;
 
+    // An edge found for the pair (first, partner), first < partner; rank is
+    // the partner's place in the depth-first order of the hierarchy's leaves,
+    // the order in which a search from the first triangle meets it.
+    struct tHit {
+        uint32_t first;
+        uint32_t rank;
+        tEdge edge;
+    };
+
     explicit tInternal(const BakedTriangles& triangles)
         : bakedTriangles(&triangles), bvh(&triangles.getHierarchy()), progressNotifier(nullptr) {}
 
-    // Appends every intersection edge of the cluster, in search order; stops
-    // early (keeping what it found) when the notifier asks to cancel.
+    // Appends every intersection edge of the cluster, in search order (by
+    // first triangle, then as findTriangleIntersections meets the partners);
+    // stops early (keeping what it found) when the notifier asks to cancel.
     void findIntersectionEdges(tEdgeList& edges) const;
+    // Every edge of the cluster, sorted by first triangle and rank: the
+    // hierarchy is walked against itself once per pair of nodes, in tasks
+    // run through the executor when there is one.
+    void findAllHits(std::vector<tHit>& hits) const;
     // Appends the edges of one triangle with every triangle of higher number.
     void findTriangleIntersections(unsigned int triangle, tEdgeList& edges) const;
     void triangleIntersectionIter(unsigned int node, const tTriangleData& triangle, const qe::qeBBox& box,
@@ -75,10 +90,14 @@ public:
                                       Wm4::Vector2<long>& b) const;
 
     tTriangleData getTriangleData(unsigned int triangle) const;
+    // Per hierarchy node, the highest triangle number below it.
+    const std::vector<uint32_t>& highestPrimitives() const;
 
     const BakedTriangles* bakedTriangles;
     const qe::qeGenericBVH* bvh;
     qe::qeProgressNotifierInterface* progressNotifier;
+    Executor* executor = nullptr;
+    mutable std::vector<uint32_t> highestPrimitive;
 };
 
 // floor(a + (b - a) * numerator / denominator) for 0 <= numerator <=

@@ -8,6 +8,7 @@
 
 #include "ctr/DiscreteProjectionSpace.h"
 #include "ctr/TrianglesIntersection.h"
+#include "parallel/Chunks.h"
 #include "projection/ExactArithmetic.h"
 #include "visibility/IntersectionInternal.h"
 #include "visibility/IntervalMerge.h"
@@ -46,6 +47,9 @@ Wm4::Vector3<float> gridToWorld(const DiscreteProjectionSpace& space, const Bake
     return Wm4::Vector3<float>(h[0] * inverseW, h[1] * inverseW, h[2] * inverseW);
 }
 
+constexpr size_t kEdgesPerChunk = 64;
+constexpr size_t kChunksPerWave = 32;
+
 }  // namespace
 
 LineSegmentSet* TrianglesIntersection::computeIntersectionEdges() const {
@@ -60,13 +64,8 @@ LineSegmentSet* TrianglesIntersection::computeIntersectionEdges() const {
     // What is left of the notifier's range is spread evenly over the edges.
     const float step =
         notifier ? static_cast<float>(notifier->getRemainingProgress() / static_cast<double>(edges.size())) : 1.0f;
-    std::vector<RationalInterval> hidden;
-    std::vector<Wm4::Vector3<float>> points;
-    for (const tInternal::tEdge& edge : edges) {
-        if (notifier) {
-            notifier->advanceProgress(step);
-            if (notifier->shouldCancel()) return nullptr;
-        }
+    const auto visiblePieces = [&](const tInternal::tEdge& edge, std::vector<RationalInterval>& hidden,
+                                   std::vector<Wm4::Vector3<float>>& out) {
         hidden.clear();
         state.computeEdgeOcclusion(edge, hidden);
         SortAndMergeIntervals(hidden);
@@ -79,8 +78,8 @@ LineSegmentSet* TrianglesIntersection::computeIntersectionEdges() const {
             const BakedVertex end = gridPointAt(g1, g2, to);
             // Less than one grid cell on screen: nothing to draw.
             if (start.x == end.x && start.y == end.y) return;
-            points.push_back(gridToWorld(*space, start));
-            points.push_back(gridToWorld(*space, end));
+            out.push_back(gridToWorld(*space, start));
+            out.push_back(gridToWorld(*space, end));
         };
         // Merged intervals are sorted with positive gaps, so the visible
         // pieces are the gaps, plus the stretches before the first and after
@@ -92,6 +91,41 @@ LineSegmentSet* TrianglesIntersection::computeIntersectionEdges() const {
             visibleFrom = tRational{interval.endNumerator, interval.endDenominator};
         }
         if (isLess(visibleFrom, tRational{1, 1})) addPiece(visibleFrom, tRational{1, 1});
+    };
+
+    std::vector<Wm4::Vector3<float>> points;
+    if (state.executor) {
+        // Each chunk of edges keeps its own pieces, joined in chunk order.
+        const std::vector<const tInternal::tEdge*> edgeAt = [&] {
+            std::vector<const tInternal::tEdge*> list;
+            list.reserve(edges.size());
+            for (const tInternal::tEdge& edge : edges) list.push_back(&edge);
+            return list;
+        }();
+        std::vector<std::vector<Wm4::Vector3<float>>> chunkPoints(ChunkCount(edgeAt.size(), kEdgesPerChunk));
+        const bool finished = ForEachChunkInWaves(
+            *state.executor, edgeAt.size(), kEdgesPerChunk, kChunksPerWave,
+            [&](size_t chunk, size_t begin, size_t end) {
+                std::vector<RationalInterval> hidden;
+                for (size_t i = begin; i < end; ++i) visiblePieces(*edgeAt[i], hidden, chunkPoints[chunk]);
+            },
+            [&](size_t begin, size_t end) {
+                if (!notifier) return true;
+                for (size_t i = begin; i < end; ++i) notifier->advanceProgress(step);
+                return !notifier->shouldCancel();
+            });
+        if (!finished) return nullptr;
+        for (const std::vector<Wm4::Vector3<float>>& part : chunkPoints)
+            points.insert(points.end(), part.begin(), part.end());
+    } else {
+        std::vector<RationalInterval> hidden;
+        for (const tInternal::tEdge& edge : edges) {
+            if (notifier) {
+                notifier->advanceProgress(step);
+                if (notifier->shouldCancel()) return nullptr;
+            }
+            visiblePieces(edge, hidden, points);
+        }
     }
 
     if (points.empty()) return nullptr;

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 
+#include "parallel/Chunks.h"
 #include "projection/ExactArithmetic.h"
 #include "visibility/IntersectionInternal.h"
 
@@ -23,30 +24,6 @@ using tPointOnEdge = TrianglesIntersection::tInternal::tPointOnEdge;
 
 static_assert(static_cast<uint128>(1) << 32 << 63 < static_cast<uint128>(1) << 127,
               "coordinate span times parameter numerator fits 128 bits");
-
-uint64_t magnitude(int64_t value) {
-    // Negating in unsigned arithmetic is defined for every value.
-    return value < 0 ? 0u - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-}
-
-// Exact parallelism of two plane records. Only records whose component signs
-// agree, or are all opposite, can be parallel under this test; others are
-// left to the plane-side tests, which reject parallel planes anyway.
-bool areParallel(const Wm4::Vector3<int64_t>& na, const Wm4::Vector3<int64_t>& nb) {
-    unsigned patternA = 0, patternB = 0;
-    for (int axis = 0; axis < 3; ++axis) {
-        patternA |= static_cast<unsigned>(na[axis] < 0) << axis;
-        patternB |= static_cast<unsigned>(nb[axis] < 0) << axis;
-    }
-    if (patternA != patternB && patternA != (patternB ^ 7u)) return false;
-    for (int axis = 0; axis < 3; ++axis) {
-        const int next = (axis + 1) % 3;
-        if (static_cast<uint128>(magnitude(na[axis])) * magnitude(nb[next]) !=
-            static_cast<uint128>(magnitude(na[next])) * magnitude(nb[axis]))
-            return false;
-    }
-    return true;
-}
 
 bool straddles(const int64_t (&distance)[3]) {
     const bool below = distance[0] < 0 || distance[1] < 0 || distance[2] < 0;
@@ -129,27 +106,203 @@ TrianglesIntersection::tInternal::tTriangleData TrianglesIntersection::tInternal
     return data;
 }
 
+void TrianglesIntersection::setExecutor(Executor* executor) { internal->executor = executor; }
+
 void TrianglesIntersection::tInternal::findIntersectionEdges(tEdgeList& edges) const {
     const uint32_t count = bakedTriangles->getTriangleQuantity();
+    // The pairs are found all at once, then handed out triangle by triangle,
+    // where progress and cancellation are counted as they always were.
+    std::vector<tHit> hits;
+    findAllHits(hits);
+    size_t next = 0;
     for (uint32_t i = 0; i < count; ++i) {
         if (progressNotifier) {
             progressNotifier->advanceProgress(1.0);
             if (progressNotifier->shouldCancel()) return;
         }
-        findTriangleIntersections(i, edges);
+        for (; next < hits.size() && hits[next].first == i; ++next) edges.push_back(hits[next].edge);
     }
+}
+
+namespace {
+
+// Two subtrees whose triangles are still to be paired; a == b pairs a subtree
+// with itself.
+struct tNodePair {
+    uint32_t a;
+    uint32_t b;
+};
+
+qe::qeBBox floatBox(const BakedVertex (&v)[3]) {
+    return qe::qeBBox(Wm4::Vector3<float>(static_cast<float>(std::min({v[0].x, v[1].x, v[2].x})),
+                                          static_cast<float>(std::min({v[0].y, v[1].y, v[2].y})),
+                                          static_cast<float>(std::min({v[0].z, v[1].z, v[2].z}))),
+                      Wm4::Vector3<float>(static_cast<float>(std::max({v[0].x, v[1].x, v[2].x})),
+                                          static_cast<float>(std::max({v[0].y, v[1].y, v[2].y})),
+                                          static_cast<float>(std::max({v[0].z, v[1].z, v[2].z}))));
+}
+
+// Below this many levels of the pairing recursion the work is one task.
+constexpr int kTaskDepth = 7;
+
+}  // namespace
+
+void TrianglesIntersection::tInternal::findAllHits(std::vector<tHit>& hits) const {
+    hits.clear();
+    const uint32_t count = bakedTriangles->getTriangleQuantity();
+    if (bvh->isEmpty() || count < 2) return;
+    const std::vector<qe::qeBVHNode>& nodes = bvh->getNodes();
+    const std::vector<uint32_t>& primitives = bvh->getPrimitives();
+    const uint32_t nodeCount = static_cast<uint32_t>(nodes.size());
+    const auto valid = [nodeCount](uint32_t node) { return node < nodeCount; };
+
+    // Leaves in depth-first order, first child first: the order in which the
+    // search from one triangle meets its partners.
+    constexpr uint32_t kUnranked = ~0u;
+    std::vector<uint32_t> rank(count, kUnranked);
+    {
+        uint32_t next = 0;
+        std::vector<uint32_t> stack{0u};
+        while (!stack.empty()) {
+            const qe::qeBVHNode& node = nodes[stack.back()];
+            stack.pop_back();
+            if (node.isLeaf()) {
+                const uint32_t end = node.firstPrimitive() + node.primitiveCount();
+                for (uint32_t k = node.firstPrimitive(); k < end && k < primitives.size(); ++k)
+                    if (primitives[k] < count && rank[primitives[k]] == kUnranked) rank[primitives[k]] = next++;
+                continue;
+            }
+            if (valid(node.secondChild())) stack.push_back(node.secondChild());
+            if (valid(node.firstChild())) stack.push_back(node.firstChild());
+        }
+    }
+
+    // The search from triangle i tests partner j (j > i) exactly when the box
+    // of i overlaps the box of the leaf holding j (and so every box above
+    // it); that same condition is applied here, so the same pairs reach the
+    // exact test.
+    const auto testPair = [&](uint32_t p, uint32_t q, uint32_t leafOfP, uint32_t leafOfQ, std::vector<tHit>& out) {
+        if (p == q || p >= count || q >= count) return;
+        const uint32_t first = std::min(p, q);
+        const uint32_t partner = std::max(p, q);
+        const uint32_t partnerLeaf = partner == p ? leafOfP : leafOfQ;
+        const tTriangleData data = getTriangleData(first);
+        if (!nodes[partnerLeaf].box.overlaps(floatBox(data.vertices))) return;
+        tHit hit{first, rank[partner], {}};
+        if (testTriangleIntersection(data, partner, hit.edge.first, hit.edge.second)) out.push_back(hit);
+    };
+    const auto primitivesOf = [&](const qe::qeBVHNode& leaf, uint32_t& first, uint32_t& end) {
+        first = std::min<uint32_t>(leaf.firstPrimitive(), static_cast<uint32_t>(primitives.size()));
+        end = std::min<uint32_t>(first + leaf.primitiveCount(), static_cast<uint32_t>(primitives.size()));
+    };
+    // Splits a pair one level: the children of a subtree paired with
+    // themselves and with each other, or the larger of two subtrees split.
+    // Pairs of subtrees whose boxes are apart are dropped. Returns false for
+    // a pair of leaves, which is tested instead.
+    const auto split = [&](const tNodePair& pair, tNodePair (&parts)[3], int& partCount) {
+        partCount = 0;
+        const qe::qeBVHNode& a = nodes[pair.a];
+        const qe::qeBVHNode& b = nodes[pair.b];
+        if (pair.a == pair.b) {
+            if (a.isLeaf()) return false;
+            const uint32_t left = a.firstChild(), right = a.secondChild();
+            if (valid(left)) parts[partCount++] = {left, left};
+            if (valid(right)) parts[partCount++] = {right, right};
+            if (valid(left) && valid(right)) parts[partCount++] = {left, right};
+            return true;
+        }
+        if (!a.box.overlaps(b.box)) return true;
+        if (a.isLeaf() && b.isLeaf()) return false;
+        if (a.isLeaf() || (!b.isLeaf() && b.box.halfArea() > a.box.halfArea())) {
+            if (valid(b.firstChild())) parts[partCount++] = {pair.a, b.firstChild()};
+            if (valid(b.secondChild())) parts[partCount++] = {pair.a, b.secondChild()};
+        } else {
+            if (valid(a.firstChild())) parts[partCount++] = {a.firstChild(), pair.b};
+            if (valid(a.secondChild())) parts[partCount++] = {a.secondChild(), pair.b};
+        }
+        return true;
+    };
+    const auto testLeaves = [&](const tNodePair& pair, std::vector<tHit>& out) {
+        uint32_t firstA, endA, firstB, endB;
+        primitivesOf(nodes[pair.a], firstA, endA);
+        if (pair.a == pair.b) {
+            for (uint32_t k = firstA; k < endA; ++k)
+                for (uint32_t m = k + 1; m < endA; ++m) testPair(primitives[k], primitives[m], pair.a, pair.a, out);
+            return;
+        }
+        primitivesOf(nodes[pair.b], firstB, endB);
+        for (uint32_t k = firstA; k < endA; ++k)
+            for (uint32_t m = firstB; m < endB; ++m) testPair(primitives[k], primitives[m], pair.a, pair.b, out);
+    };
+    const auto walk = [&](const tNodePair& start, std::vector<tHit>& out) {
+        std::vector<tNodePair> stack{start};
+        tNodePair parts[3];
+        int partCount = 0;
+        while (!stack.empty()) {
+            const tNodePair pair = stack.back();
+            stack.pop_back();
+            if (!split(pair, parts, partCount))
+                testLeaves(pair, out);
+            else
+                stack.insert(stack.end(), parts, parts + partCount);
+        }
+    };
+
+    // The first levels become the tasks; how they are cut depends on the
+    // tree alone, and the hits are sorted afterwards in any case.
+    std::vector<tNodePair> tasks{{0u, 0u}};
+    for (int level = 0; level < kTaskDepth; ++level) {
+        std::vector<tNodePair> deeper;
+        tNodePair parts[3];
+        int partCount = 0;
+        for (const tNodePair& pair : tasks) {
+            if (split(pair, parts, partCount))
+                deeper.insert(deeper.end(), parts, parts + partCount);
+            else
+                deeper.push_back(pair);
+        }
+        tasks.swap(deeper);
+    }
+    std::vector<std::vector<tHit>> found(tasks.size());
+    ForEachTask(executor, tasks.size(), [&](size_t t) { walk(tasks[t], found[t]); });
+    size_t total = 0;
+    for (const std::vector<tHit>& part : found) total += part.size();
+    hits.reserve(total);
+    for (const std::vector<tHit>& part : found) hits.insert(hits.end(), part.begin(), part.end());
+    std::sort(hits.begin(), hits.end(), [](const tHit& x, const tHit& y) {
+        return x.first != y.first ? x.first < y.first : x.rank < y.rank;
+    });
+}
+
+const std::vector<uint32_t>& TrianglesIntersection::tInternal::highestPrimitives() const {
+    // Built on first use (the object is used by one thread at a time, and
+    // the parallel search builds it before it fans out).
+    if (!highestPrimitive.empty() || bvh->isEmpty()) return highestPrimitive;
+    const std::vector<qe::qeBVHNode>& nodes = bvh->getNodes();
+    const std::vector<uint32_t>& primitives = bvh->getPrimitives();
+    highestPrimitive.assign(nodes.size(), 0u);
+    // Children come after their parent, so one backward sweep sees every
+    // child before the node that holds it.
+    for (size_t n = nodes.size(); n-- > 0;) {
+        const qe::qeBVHNode& node = nodes[n];
+        uint32_t highest = 0;
+        if (node.isLeaf()) {
+            const uint32_t first = node.firstPrimitive();
+            const uint32_t end = std::min<uint32_t>(first + node.primitiveCount(), static_cast<uint32_t>(primitives.size()));
+            for (uint32_t k = first; k < end; ++k) highest = std::max(highest, primitives[k]);
+        } else {
+            if (node.firstChild() < nodes.size()) highest = highestPrimitive[node.firstChild()];
+            if (node.secondChild() < nodes.size()) highest = std::max(highest, highestPrimitive[node.secondChild()]);
+        }
+        highestPrimitive[n] = highest;
+    }
+    return highestPrimitive;
 }
 
 void TrianglesIntersection::tInternal::findTriangleIntersections(unsigned int triangle, tEdgeList& edges) const {
     if (triangle >= bakedTriangles->getTriangleQuantity() || bvh->isEmpty()) return;
     const tTriangleData data = getTriangleData(triangle);
-    const BakedVertex(&v)[3] = data.vertices;
-    const qe::qeBBox box(Wm4::Vector3<float>(static_cast<float>(std::min({v[0].x, v[1].x, v[2].x})),
-                                             static_cast<float>(std::min({v[0].y, v[1].y, v[2].y})),
-                                             static_cast<float>(std::min({v[0].z, v[1].z, v[2].z}))),
-                         Wm4::Vector3<float>(static_cast<float>(std::max({v[0].x, v[1].x, v[2].x})),
-                                             static_cast<float>(std::max({v[0].y, v[1].y, v[2].y})),
-                                             static_cast<float>(std::max({v[0].z, v[1].z, v[2].z}))));
+    const qe::qeBBox box = floatBox(data.vertices);
     triangleIntersectionIter(0, data, box, edges);
 }
 
@@ -157,45 +310,63 @@ void TrianglesIntersection::tInternal::triangleIntersectionIter(unsigned int nod
                                                                 const qe::qeBBox& box, tEdgeList& edges) const {
     const std::vector<qe::qeBVHNode>& nodes = bvh->getNodes();
     const std::vector<uint32_t>& primitives = bvh->getPrimitives();
+    const std::vector<uint32_t>& highest = highestPrimitives();
+
+    // Depth-first, first child first, as the recursion it replaces: partners
+    // are found in the order of their leaves, which fixes the order of the
+    // edges. A subtree whose triangles all have numbers up to the searching
+    // one's holds no partner (each pair is taken from its lower number).
+    uint32_t stack[64];
+    int top = 0;
     for (;;) {
-        if (node >= nodes.size()) return;
-        const qe::qeBVHNode& current = nodes[node];
-        if (!current.box.overlaps(box)) return;
-        if (!current.isLeaf()) {
-            triangleIntersectionIter(current.firstChild(), triangle, box, edges);
-            node = current.secondChild();
-            continue;
+        if (node < nodes.size() && highest[node] > triangle.index && nodes[node].box.overlaps(box)) {
+            const qe::qeBVHNode& current = nodes[node];
+            if (!current.isLeaf()) {
+                if (top < 64) {
+                    stack[top++] = current.secondChild();
+                    node = current.firstChild();
+                    continue;
+                }
+                // Deeper than any tree the builder makes: recurse instead.
+                triangleIntersectionIter(current.firstChild(), triangle, box, edges);
+                node = current.secondChild();
+                continue;
+            }
+            const uint32_t first = current.firstPrimitive();
+            const uint32_t end = first + current.primitiveCount();
+            for (uint32_t k = first; k < end; ++k) {
+                const uint32_t other = primitives[k];
+                if (other <= triangle.index) continue;
+                tPointOnEdge start{};
+                tPointOnEdge finish{};
+                if (testTriangleIntersection(triangle, other, start, finish)) edges.emplace_back(start, finish);
+            }
         }
-        const uint32_t first = current.firstPrimitive();
-        const uint32_t end = first + current.primitiveCount();
-        for (uint32_t k = first; k < end; ++k) {
-            const uint32_t other = primitives[k];
-            // Partners of higher number only: each pair once, never a
-            // triangle with itself.
-            if (other <= triangle.index) continue;
-            tPointOnEdge start{};
-            tPointOnEdge finish{};
-            if (testTriangleIntersection(triangle, other, start, finish)) edges.emplace_back(start, finish);
-        }
-        return;
+        if (top == 0) return;
+        node = stack[--top];
     }
 }
 
 bool TrianglesIntersection::tInternal::testTriangleIntersection(const tTriangleData& first, unsigned int second,
                                                                 tPointOnEdge& start, tPointOnEdge& end) const {
     const tTriangleData other = getTriangleData(second);
-    if (areParallel(first.normal, other.normal)) return false;
+    // Parallel planes need no test of their own: a triangle lies wholly on
+    // one side of a plane parallel to its own, so it never straddles it.
 
     // Slots 0 and 1 hold the first triangle's crossings, 2 and 3 the other's.
     tPointOnEdge slot[4];
     int64_t distance[3];
+    int64_t otherDistance[3];
     for (int k = 0; k < 3; ++k) distance[k] = exact::PlaneDistance(first.vertices[k], other.vertices[0], other.normal);
     // Touching the other plane with a vertex or an edge is not crossing it.
     if (!straddles(distance)) return false;
+    for (int k = 0; k < 3; ++k)
+        otherDistance[k] = exact::PlaneDistance(other.vertices[k], first.vertices[0], first.normal);
+    if (!straddles(otherDistance)) return false;
+    // The crossing points cost 128-bit floors: only pairs that pass both
+    // plane tests get them.
     findCrossings(first.vertices, distance, slot);
-    for (int k = 0; k < 3; ++k) distance[k] = exact::PlaneDistance(other.vertices[k], first.vertices[0], first.normal);
-    if (!straddles(distance)) return false;
-    findCrossings(other.vertices, distance, slot + 2);
+    findCrossings(other.vertices, otherDistance, slot + 2);
 
     // Both crossing segments lie on the line where the planes meet; they are
     // compared along the screen axis on which the four points spread most.

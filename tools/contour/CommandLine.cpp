@@ -222,6 +222,9 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     app.add_option("--color", color, "Stroke colour: #RRGGBB, #RGB, black, gray, red, green or blue")
         ->type_name("COLOR");
     app.add_flag("-q,--quiet", options.quiet, "No summary on standard error");
+    std::string threads;
+    app.add_option("--threads", threads, "Threads to compute with (default: one per core); the drawing is the same")
+        ->type_name("N");
 
     if (argc <= 1) {
         std::fputs(app.help().c_str(), stdout);
@@ -277,6 +280,10 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
             options.drawing.silhouetteWidthMM =
                 static_cast<float>(number("--silhouette-width", silhouetteWidth, 0.0, 100.0, true, false, " mm"));
         if (!color.empty()) options.drawing.color = parseColor(color);
+        if (!threads.empty())
+            options.threads = static_cast<unsigned int>(number("--threads", threads, 1.0, 1024.0, false, false, ""));
+        if (!threads.empty() && std::to_string(options.threads) != threads)
+            throw tUsageError{"--threads: '" + threads + "' is not a whole number from 1 to 1024"};
 
         std::string names;
         for (const std::string& model : options.models)

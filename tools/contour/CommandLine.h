@@ -15,6 +15,7 @@ struct ToolOptions {
     bool demo = false;
     std::string output;  // "-" for standard output
     bool quiet = false;
+    unsigned int threads = 0;  // 0: one per core
     float smoothingAngleDegrees = 30.0f;
     std::string pageLabel;  // e.g. "A4 portrait", for the summary
     DrawingOptions drawing;

@@ -57,7 +57,8 @@ std::string EscapeXml(const std::string& text) {
 }
 
 bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
-               const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error) {
+               const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error,
+               ctr::Executor* executor) {
     CameraMatrices camera;
     if (!FrameCamera(meshes, occluders, options.camera, options.pageWidthMM, options.pageHeightMM, camera, error))
         return false;
@@ -75,6 +76,7 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
 
     ctr::GeometricFeaturesGenerator generator;
     generator.setProjectionSpace(space);
+    generator.setExecutor(executor);
     generator.setSingleExportCluster(meshes, &occluders);
     // Creases that a silhouette repeats are drawn once, as silhouettes.
     ctr::GeometricFeatures features;

@@ -11,6 +11,8 @@
 #include "Wm4ColorRGB.h"
 #include "qe/qeTriMesh.h"
 
+#include "ctr/Executor.h"
+
 #include "Camera.h"
 
 namespace contour {
@@ -47,8 +49,11 @@ std::string EscapeXml(const std::string& text);
 
 // Draws the lines of meshes, hidden where meshes or occluders cover them, into
 // the SVG file svgPath (created or truncated). False with a one-line reason.
+// With an executor the library's parallel steps run on it; the file is the
+// same either way.
 bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
-               const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error);
+               const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error,
+               ctr::Executor* executor = nullptr);
 
 }  // namespace contour
 

@@ -12,6 +12,7 @@
 #include "Drawing.h"
 #include "ModelImport.h"
 #include "OutputFile.h"
+#include "ThreadPool.h"
 
 namespace {
 
@@ -72,8 +73,10 @@ int run(const contour::ToolOptions& options) {
 
     contour::AtomicOutput output;
     contour::DrawingStats stats;
+    contour::ThreadPool pool(options.threads ? options.threads : contour::ThreadPool::DefaultThreadCount());
+    ctr::Executor* executor = pool.threadCount() > 1 ? &pool : nullptr;
     if (!output.create(options.output, error) ||
-        !contour::DrawToSVG(meshes, occluders, options.drawing, output.temporaryPath(), stats, error) ||
+        !contour::DrawToSVG(meshes, occluders, options.drawing, output.temporaryPath(), stats, error, executor) ||
         !output.commit(error))
         return fail(error);
 

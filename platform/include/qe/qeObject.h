@@ -3,6 +3,8 @@
 #ifndef QE_QEOBJECT_H
 #define QE_QEOBJECT_H
 
+#include <atomic>
+
 namespace qe {
 
 // A type descriptor: one static instance per class, linked to its base's.
@@ -46,21 +48,23 @@ class qeObject : public qeRttiInterface {
 public:
     qeObject() = default;
     // Copies never share the count of their source.
-    qeObject(const qeObject&) : qeRttiInterface() {}
+    qeObject(const qeObject&) : qeRttiInterface(), m_references(0) {}
     qeObject& operator=(const qeObject&) { return *this; }
     ~qeObject() override;
 
     const qeRtti& GetType() const override { return TYPE; }
 
-    void IncrementReferences() { ++m_references; }
+    // The count is atomic: several threads may hold pointers to one object
+    // that they only read (const reads of a baked cluster run in parallel).
+    void IncrementReferences() { m_references.fetch_add(1, std::memory_order_relaxed); }
     // Deletes the object when the count reaches zero.
     void DecrementReferences();
-    int GetReferences() const { return m_references; }
+    int GetReferences() const { return m_references.load(std::memory_order_relaxed); }
 
     static const qeRtti TYPE;
 
 private:
-    int m_references = 0;
+    std::atomic<int> m_references{0};
 };
 
 }  // namespace qe
