@@ -20,12 +20,9 @@ bool qeRttiInterface::Clone(qeRttiInterface*&) const { return false; }
 qeObject::~qeObject() = default;
 
 void qeObject::DecrementReferences() {
-    // Release, then acquire before deleting: every write another holder made
-    // through its reference happens before the destructor runs.
-    if (m_references.fetch_sub(1, std::memory_order_release) == 1) {
-        std::atomic_thread_fence(std::memory_order_acquire);
-        delete this;
-    }
+    // Acquire and release: every write another holder made through its
+    // reference happens before the destructor runs.
+    if (m_references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
 }
 
 qeCancelInterfaceReadOnly::~qeCancelInterfaceReadOnly() = default;

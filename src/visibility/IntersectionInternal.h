@@ -78,6 +78,8 @@ public:
     // cross each other along a segment.
     bool testTriangleIntersection(const tTriangleData& first, unsigned int second, tPointOnEdge& start,
                                   tPointOnEdge& end) const;
+    static bool testTrianglePair(const tTriangleData& first, const tTriangleData& other, tPointOnEdge& start,
+                                 tPointOnEdge& end);
 
     // Appends, unsorted, one hidden interval of the edge's parameter per
     // triangle that hides part of it.

@@ -144,6 +144,9 @@ qe::qeBBox floatBox(const BakedVertex (&v)[3]) {
 
 // Below this many levels of the pairing recursion the work is one task.
 constexpr int kTaskDepth = 7;
+// Subtrees of at most this many triangles are paired triangle by triangle
+// rather than node by node: a few more box tests, far fewer node visits.
+constexpr uint32_t kBlockSize = 8;
 
 }  // namespace
 
@@ -177,34 +180,79 @@ void TrianglesIntersection::tInternal::findAllHits(std::vector<tHit>& hits) cons
         }
     }
 
-    // The search from triangle i tests partner j (j > i) exactly when the box
-    // of i overlaps the box of the leaf holding j (and so every box above
-    // it); that same condition is applied here, so the same pairs reach the
-    // exact test.
-    const auto testPair = [&](uint32_t p, uint32_t q, uint32_t leafOfP, uint32_t leafOfQ, std::vector<tHit>& out) {
-        if (p == q || p >= count || q >= count) return;
-        const uint32_t first = std::min(p, q);
-        const uint32_t partner = std::max(p, q);
-        const uint32_t partnerLeaf = partner == p ? leafOfP : leafOfQ;
-        const tTriangleData data = getTriangleData(first);
-        if (!nodes[partnerLeaf].box.overlaps(floatBox(data.vertices))) return;
-        tHit hit{first, rank[partner], {}};
-        if (testTriangleIntersection(data, partner, hit.edge.first, hit.edge.second)) out.push_back(hit);
-    };
     const auto primitivesOf = [&](const qe::qeBVHNode& leaf, uint32_t& first, uint32_t& end) {
         first = std::min<uint32_t>(leaf.firstPrimitive(), static_cast<uint32_t>(primitives.size()));
         end = std::min<uint32_t>(first + leaf.primitiveCount(), static_cast<uint32_t>(primitives.size()));
     };
+    // Per node, the run of primitive positions below it when the run is
+    // contiguous (the builder makes it so; kScattered marks a node whose
+    // run is not, which is then always split), and per position its leaf.
+    constexpr uint32_t kScattered = ~0u;
+    std::vector<uint32_t> runFirst(nodeCount), runCount(nodeCount);
+    std::vector<uint32_t> leafAt(primitives.size(), 0u);
+    for (uint32_t n = nodeCount; n-- > 0;) {
+        const qe::qeBVHNode& node = nodes[n];
+        if (node.isLeaf()) {
+            uint32_t first, end;
+            primitivesOf(node, first, end);
+            runFirst[n] = first;
+            runCount[n] = end - first;
+            for (uint32_t k = first; k < end; ++k) leafAt[k] = n;
+            continue;
+        }
+        const uint32_t left = node.firstChild(), right = node.secondChild();
+        runCount[n] = kScattered;
+        if (left <= n || right <= n || !valid(left) || !valid(right)) continue;
+        if (runCount[left] == kScattered || runCount[right] == kScattered) continue;
+        if (runFirst[left] + runCount[left] == runFirst[right]) {
+            runFirst[n] = runFirst[left];
+            runCount[n] = runCount[left] + runCount[right];
+        } else if (runFirst[right] + runCount[right] == runFirst[left]) {
+            runFirst[n] = runFirst[right];
+            runCount[n] = runCount[left] + runCount[right];
+        }
+    }
+
+    // The search from triangle i tests partner j (j > i) exactly when the box
+    // of i overlaps the box of the leaf holding j (and so every box above
+    // it); that same condition is applied here, so the same pairs reach the
+    // exact test. Small subtrees are paired primitive by primitive, with
+    // the triangles' data read once per block.
+    struct tBlockEntry {
+        uint32_t triangle;
+        uint32_t leaf;
+        tTriangleData data;
+        qe::qeBBox box;
+    };
+    const auto loadBlock = [&](uint32_t node, std::vector<tBlockEntry>& block) {
+        block.clear();
+        for (uint32_t k = runFirst[node], end = runFirst[node] + runCount[node]; k < end; ++k) {
+            if (primitives[k] >= count) continue;
+            tBlockEntry entry{primitives[k], leafAt[k], getTriangleData(primitives[k]), qe::qeBBox()};
+            entry.box = floatBox(entry.data.vertices);
+            block.push_back(entry);
+        }
+    };
+    const auto testEntries = [&](const tBlockEntry& x, const tBlockEntry& y, std::vector<tHit>& out) {
+        if (x.triangle == y.triangle) return;
+        const bool xFirst = x.triangle < y.triangle;
+        const tBlockEntry& first = xFirst ? x : y;
+        const tBlockEntry& partner = xFirst ? y : x;
+        if (!nodes[partner.leaf].box.overlaps(first.box)) return;
+        tHit hit{first.triangle, rank[partner.triangle], {}};
+        if (testTrianglePair(first.data, partner.data, hit.edge.first, hit.edge.second)) out.push_back(hit);
+    };
+    const auto small = [&](uint32_t node) { return runCount[node] != kScattered && runCount[node] <= kBlockSize; };
     // Splits a pair one level: the children of a subtree paired with
     // themselves and with each other, or the larger of two subtrees split.
     // Pairs of subtrees whose boxes are apart are dropped. Returns false for
-    // a pair of leaves, which is tested instead.
+    // a pair that is tested block against block instead.
     const auto split = [&](const tNodePair& pair, tNodePair (&parts)[3], int& partCount) {
         partCount = 0;
         const qe::qeBVHNode& a = nodes[pair.a];
         const qe::qeBVHNode& b = nodes[pair.b];
         if (pair.a == pair.b) {
-            if (a.isLeaf()) return false;
+            if (a.isLeaf() || small(pair.a)) return false;
             const uint32_t left = a.firstChild(), right = a.secondChild();
             if (valid(left)) parts[partCount++] = {left, left};
             if (valid(right)) parts[partCount++] = {right, right};
@@ -212,7 +260,7 @@ void TrianglesIntersection::tInternal::findAllHits(std::vector<tHit>& hits) cons
             return true;
         }
         if (!a.box.overlaps(b.box)) return true;
-        if (a.isLeaf() && b.isLeaf()) return false;
+        if ((a.isLeaf() || small(pair.a)) && (b.isLeaf() || small(pair.b))) return false;
         if (a.isLeaf() || (!b.isLeaf() && b.box.halfArea() > a.box.halfArea())) {
             if (valid(b.firstChild())) parts[partCount++] = {pair.a, b.firstChild()};
             if (valid(b.secondChild())) parts[partCount++] = {pair.a, b.secondChild()};
@@ -222,27 +270,28 @@ void TrianglesIntersection::tInternal::findAllHits(std::vector<tHit>& hits) cons
         }
         return true;
     };
-    const auto testLeaves = [&](const tNodePair& pair, std::vector<tHit>& out) {
-        uint32_t firstA, endA, firstB, endB;
-        primitivesOf(nodes[pair.a], firstA, endA);
+    const auto testBlocks = [&](const tNodePair& pair, std::vector<tBlockEntry>& blockA,
+                                std::vector<tBlockEntry>& blockB, std::vector<tHit>& out) {
+        loadBlock(pair.a, blockA);
         if (pair.a == pair.b) {
-            for (uint32_t k = firstA; k < endA; ++k)
-                for (uint32_t m = k + 1; m < endA; ++m) testPair(primitives[k], primitives[m], pair.a, pair.a, out);
+            for (size_t k = 0; k < blockA.size(); ++k)
+                for (size_t m = k + 1; m < blockA.size(); ++m) testEntries(blockA[k], blockA[m], out);
             return;
         }
-        primitivesOf(nodes[pair.b], firstB, endB);
-        for (uint32_t k = firstA; k < endA; ++k)
-            for (uint32_t m = firstB; m < endB; ++m) testPair(primitives[k], primitives[m], pair.a, pair.b, out);
+        loadBlock(pair.b, blockB);
+        for (const tBlockEntry& x : blockA)
+            for (const tBlockEntry& y : blockB) testEntries(x, y, out);
     };
     const auto walk = [&](const tNodePair& start, std::vector<tHit>& out) {
         std::vector<tNodePair> stack{start};
+        std::vector<tBlockEntry> blockA, blockB;
         tNodePair parts[3];
         int partCount = 0;
         while (!stack.empty()) {
             const tNodePair pair = stack.back();
             stack.pop_back();
             if (!split(pair, parts, partCount))
-                testLeaves(pair, out);
+                testBlocks(pair, blockA, blockB, out);
             else
                 stack.insert(stack.end(), parts, parts + partCount);
         }
@@ -349,7 +398,11 @@ void TrianglesIntersection::tInternal::triangleIntersectionIter(unsigned int nod
 
 bool TrianglesIntersection::tInternal::testTriangleIntersection(const tTriangleData& first, unsigned int second,
                                                                 tPointOnEdge& start, tPointOnEdge& end) const {
-    const tTriangleData other = getTriangleData(second);
+    return testTrianglePair(first, getTriangleData(second), start, end);
+}
+
+bool TrianglesIntersection::tInternal::testTrianglePair(const tTriangleData& first, const tTriangleData& other,
+                                                        tPointOnEdge& start, tPointOnEdge& end) {
     // Parallel planes need no test of their own: a triangle lies wholly on
     // one side of a plane parallel to its own, so it never straddles it.
 
