@@ -5,6 +5,7 @@
 #include "qe/qeTriMesh.h"
 
 #include "generator/GeneratorInternal.h"
+#include "parallel/Chunks.h"
 
 namespace ctr {
 
@@ -77,14 +78,16 @@ LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeCreaseEdges(unsign
     // Crease extraction of the feature computation is never cancelled.
     const bool neverCancelled = false;
     const qe::qeCancelInterfaceProxyReadOnly proxy(neverCancelled);
-    for (size_t m = 0; m < meshes.size(); ++m) {
+    // Meshes are independent; each one's set lands in its own slot, so the
+    // fused set keeps the mesh order.
+    ForEachTask(executor, meshes.size(), [&](size_t m) {
         const qe::qeTriMesh* mesh = meshes[m];
-        if (!mesh) continue;
+        if (!mesh) return;
         if (const qe::qeOutlineMetadata* outline = FindOutline(*mesh))
             perMesh.sets[m] = LineSegmentSet::GetOutlineEdgesFromTriMesh(mesh, outline->getIBuffer());
         else
             perMesh.sets[m] = LineSegmentSet::GetCreaseEdgesFromTriMesh(mesh, proxy, kCreaseAngleDegrees, false);
-    }
+    });
     return LineSegmentSet::FuseLineSegmentSets(perMesh.sets);
 }
 
