@@ -1,12 +1,15 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "Wm4Math.h"
 #include "qe/qeTriMesh.h"
 
 #include "ctr/LineSegmentSet.h"
 #include "lines/EdgeOrder.h"
+#include "lines/RankSort.h"
 
 namespace ctr {
 
@@ -56,6 +59,84 @@ bool SameIndices(const CreaseEdgeInfo& p, const CreaseEdgeInfo& q) {
     return p.vertexA == q.vertexA && ((p.vertexBAndFlag ^ q.vertexBAndFlag) & kCreaseIndexMask) == 0;
 }
 
+// Dense ranks of the vertex positions in the order of edges::ComparePosition:
+// equal ranks mean bit-identical positions. Only vertices that some triangle
+// uses are ranked when the buffer holds more vertices than there are edges,
+// so that a large shared buffer under a small index list costs little.
+uint32_t RankPositions(const qe::qeVertexBuffer& vertices, const unsigned int* indices, size_t edgeCount,
+                       std::vector<uint32_t>& rank) {
+    const size_t vertexCount = static_cast<size_t>(vertices.GetVertexQuantity());
+    rank.assign(vertexCount, 0u);
+    std::vector<edges::RankRecord> records;
+    const auto add = [&](uint32_t v) {
+        const Vector3f& p = vertices.Position3(static_cast<int>(v));
+        records.push_back({{edges::FloatOrderKey(p[0]), edges::FloatOrderKey(p[1]), edges::FloatOrderKey(p[2])}, v});
+    };
+    if (vertexCount <= edgeCount) {
+        records.reserve(vertexCount);
+        for (size_t v = 0; v < vertexCount; ++v) add(static_cast<uint32_t>(v));
+    } else {
+        std::vector<unsigned char> used(vertexCount, 0);
+        for (size_t i = 0; i < edgeCount; ++i) used[indices[i]] = 1;
+        for (size_t v = 0; v < vertexCount; ++v)
+            if (used[v]) add(static_cast<uint32_t>(v));
+    }
+    edges::RankScratch scratch;
+    return edges::RankByKeys(records, rank, scratch);
+}
+
+// Emits the crease and border records of the edges of groups [firstGroup,
+// lastGroup), each group sorted. Groups hold the edges of one first-end
+// position, so runs of equal end positions never cross a group boundary and
+// ranges of groups can be walked apart and their records joined in order.
+// False when cancelled.
+bool WalkGroups(const qe::qeVertexBuffer& buffer, const std::vector<edges::GroupedEdge>& edges,
+                const std::vector<uint32_t>& groupEnd, uint32_t firstGroup, uint32_t lastGroup, float cosLimit,
+                const qe::qeCancelInterfaceReadOnly& cancel, std::vector<CreaseEdgeInfo>& out) {
+    for (uint32_t group = firstGroup; group < lastGroup; ++group) {
+        const size_t groupStop = groupEnd[group];
+        size_t runStart = group == 0 ? 0u : groupEnd[group - 1];
+        while (runStart < groupStop) {
+            if (cancel.isCancelled()) return false;
+            const edges::GroupedEdge& head = edges[runStart];
+            const uint32_t a = head.first;
+            const uint32_t b = head.second;
+            size_t runEnd = runStart + 1;
+            while (runEnd < groupStop && edges[runEnd].rankB == head.rankB) ++runEnd;
+
+            if (runEnd - runStart == 1) {
+                out.push_back(BorderInfo(buffer, a, b));
+            } else {
+                // Every further copy is compared with the run's first edge
+                // only: a fan of copies around a non-manifold edge is judged
+                // against one reference rather than pairwise.
+                const EdgeFrame frame(buffer, a, b);
+                const Vector3f& normalA = buffer.Normal3(static_cast<int>(a));
+                const Vector3f& normalB = buffer.Normal3(static_cast<int>(b));
+                const bool firstPerpendicular = frame.perpendicular(normalA) && frame.perpendicular(normalB);
+                bool firstEmitted = false;
+                for (size_t position = runStart + 1; position < runEnd; ++position) {
+                    const uint32_t c = edges[position].first;
+                    const uint32_t e = edges[position].second;
+                    const Vector3f& normalC = buffer.Normal3(static_cast<int>(c));
+                    const Vector3f& normalE = buffer.Normal3(static_cast<int>(e));
+                    if (!(normalA.Dot(normalC) < cosLimit || normalB.Dot(normalE) < cosLimit)) continue;
+                    const bool flag =
+                        firstPerpendicular && frame.perpendicular(normalC) && frame.perpendicular(normalE);
+                    if (!firstEmitted) {
+                        out.push_back(MakeInfo(a, b, flag));
+                        firstEmitted = true;
+                    }
+                    out.push_back(MakeInfo(c, e, flag));
+                    if (SameIndices(out[out.size() - 1], out[out.size() - 2])) out.pop_back();
+                }
+            }
+            runStart = runEnd;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 bool ComputeCreaseEdgeInfo(std::vector<CreaseEdgeInfo>& out, const qe::qeVertexBuffer* vertices,
@@ -66,26 +147,31 @@ bool ComputeCreaseEdgeInfo(std::vector<CreaseEdgeInfo>& out, const qe::qeVertexB
     const qe::qeVertexBuffer& buffer = *vertices;
     const int triangleCount = triangles->GetIndexQuantity() / 3;
     const unsigned int* indices = triangles->GetData();
-    if (!IndicesInRange(indices, 3 * static_cast<size_t>(triangleCount),
-                        static_cast<unsigned int>(buffer.GetVertexQuantity())))
-        return false;
-
     const size_t edgeCount = 3 * static_cast<size_t>(triangleCount);
-    std::vector<uint32_t> edgeVertices;
-    std::vector<uint32_t> edgeOrder;
-    edgeVertices.reserve(2 * edgeCount);
-    edgeOrder.reserve(edgeCount);
+    if (!IndicesInRange(indices, edgeCount, static_cast<unsigned int>(buffer.GetVertexQuantity()))) return false;
+
+    // The edge sort key compares end positions, then indices. With positions
+    // replaced by their ranks it is the integer tuple (rank of a, rank of b,
+    // a, b): edges are grouped by the first rank with a counting sort, and
+    // the few edges of a group sorted by the rest.
+    std::vector<uint32_t> rank;
+    const uint32_t rankCount = RankPositions(buffer, indices, edgeCount, rank);
+
+    // Indices are below the vertex count, an int, so comparing them unsigned
+    // is the signed comparison of the canonical order. Every triangle writes
+    // its own three slots.
+    std::vector<uint32_t> edgeVertices(2 * edgeCount);
     for (int blockStart = 0; blockStart < triangleCount; blockStart += kCancelBlock) {
         const int blockEnd = std::min(triangleCount, blockStart + kCancelBlock);
         for (int t = blockStart; t < blockEnd; ++t) {
-            const unsigned int* corner = indices + 3 * static_cast<size_t>(t);
+            const size_t firstEdge = 3 * static_cast<size_t>(t);
+            const unsigned int* corner = indices + firstEdge;
             for (int k = 0; k < 3; ++k) {
                 uint32_t a = corner[k];
                 uint32_t b = corner[(k + 1) % 3];
-                edges::MakeCanonical(buffer, a, b);
-                edgeVertices.push_back(a);
-                edgeVertices.push_back(b);
-                edgeOrder.push_back(static_cast<uint32_t>(3 * t + k));
+                if (rank[a] > rank[b] || (rank[a] == rank[b] && b < a)) std::swap(a, b);
+                edgeVertices[2 * (firstEdge + k)] = a;
+                edgeVertices[2 * (firstEdge + k) + 1] = b;
             }
         }
         if (cancel.isCancelled()) {
@@ -94,58 +180,24 @@ bool ComputeCreaseEdgeInfo(std::vector<CreaseEdgeInfo>& out, const qe::qeVertexB
         }
     }
 
-    // Only edge numbers move; positions are looked up in each comparison.
-    std::sort(edgeOrder.begin(), edgeOrder.end(), [&](uint32_t e1, uint32_t e2) {
-        return edges::EdgeLess(buffer, edgeVertices[2 * e1], edgeVertices[2 * e1 + 1], edgeVertices[2 * e2],
-                               edgeVertices[2 * e2 + 1]);
-    });
+    // Edges with the same two indices are the only ties, and they are
+    // interchangeable: the order of the records does not depend on the sort.
+    std::vector<edges::GroupedEdge> sorted;
+    std::vector<uint32_t> groupEnd;
+    edges::GroupByRank(
+        edgeCount, rankCount, [&](size_t e) { return rank[edgeVertices[2 * e]]; },
+        [&](size_t e) {
+            const uint32_t b = edgeVertices[2 * e + 1];
+            return edges::GroupedEdge{rank[b], edgeVertices[2 * e], b};
+        },
+        groupEnd, sorted);
+    std::vector<uint32_t>().swap(edgeVertices);
+    std::vector<uint32_t>().swap(rank);
+    edges::SortGroups(sorted, groupEnd, 0, rankCount);
 
     out.reserve(edgeCount / 8);
     const float cosLimit = std::cos(Wm4::Math<float>::WM4_DEG_TO_RAD * angleDegrees);
-    auto start = [&](size_t position) { return edgeVertices[2 * edgeOrder[position]]; };
-    auto end = [&](size_t position) { return edgeVertices[2 * edgeOrder[position] + 1]; };
-
-    size_t runStart = 0;
-    while (runStart < edgeCount) {
-        if (cancel.isCancelled()) break;
-        const uint32_t a = start(runStart);
-        const uint32_t b = end(runStart);
-        const Vector3f& positionA = buffer.Position3(static_cast<int>(a));
-        const Vector3f& positionB = buffer.Position3(static_cast<int>(b));
-        size_t runEnd = runStart + 1;
-        while (runEnd < edgeCount &&
-               edges::BitIdentical(buffer.Position3(static_cast<int>(start(runEnd))), positionA) &&
-               edges::BitIdentical(buffer.Position3(static_cast<int>(end(runEnd))), positionB))
-            ++runEnd;
-
-        if (runEnd - runStart == 1) {
-            out.push_back(BorderInfo(buffer, a, b));
-        } else {
-            // Every further copy is compared with the run's first edge only:
-            // a fan of copies around a non-manifold edge is judged against
-            // one reference rather than pairwise.
-            const EdgeFrame frame(buffer, a, b);
-            const Vector3f& normalA = buffer.Normal3(static_cast<int>(a));
-            const Vector3f& normalB = buffer.Normal3(static_cast<int>(b));
-            const bool firstPerpendicular = frame.perpendicular(normalA) && frame.perpendicular(normalB);
-            bool firstEmitted = false;
-            for (size_t position = runStart + 1; position < runEnd; ++position) {
-                const uint32_t c = start(position);
-                const uint32_t e = end(position);
-                const Vector3f& normalC = buffer.Normal3(static_cast<int>(c));
-                const Vector3f& normalE = buffer.Normal3(static_cast<int>(e));
-                if (!(normalA.Dot(normalC) < cosLimit || normalB.Dot(normalE) < cosLimit)) continue;
-                const bool flag = firstPerpendicular && frame.perpendicular(normalC) && frame.perpendicular(normalE);
-                if (!firstEmitted) {
-                    out.push_back(MakeInfo(a, b, flag));
-                    firstEmitted = true;
-                }
-                out.push_back(MakeInfo(c, e, flag));
-                if (SameIndices(out[out.size() - 1], out[out.size() - 2])) out.pop_back();
-            }
-        }
-        runStart = runEnd;
-    }
+    WalkGroups(buffer, sorted, groupEnd, 0, rankCount, cosLimit, cancel, out);
     return !cancel.isCancelled();
 }
 

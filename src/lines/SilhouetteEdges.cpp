@@ -14,17 +14,14 @@
 
 #include "ctr/BakedTriangles.h"
 #include "ctr/LineSegmentSet.h"
+#include "lines/RankSort.h"
 
 namespace ctr {
 
 namespace {
 
-int CompareBaked(const BakedVertex& a, const BakedVertex& b) {
-    if (a.x != b.x) return a.x < b.x ? -1 : 1;
-    if (a.y != b.y) return a.y < b.y ? -1 : 1;
-    if (a.z != b.z) return a.z < b.z ? -1 : 1;
-    return 0;
-}
+// Baked coordinates as keys whose unsigned order is their signed order.
+uint32_t CoordinateKey(int32_t value) { return static_cast<uint32_t>(value) ^ 0x80000000u; }
 
 }  // namespace
 
@@ -38,33 +35,41 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
         meshClipRecords.size() != meshCount)
         return false;
 
+    // The baked vertices that each mesh's triangles use, as a range; the
+    // largest mesh and the largest range size the working storage.
+    std::vector<uint32_t> firstVertex(meshCount, 0u);
+    std::vector<uint32_t> vertexEnd(meshCount, 0u);
     size_t largest = 0;
+    size_t largestRange = 0;
     for (size_t m = 0; m < meshCount; ++m) {
         const uint32_t first = meshFirstTriangle[m];
         const uint32_t end = getMeshTriangleEnd(static_cast<uint32_t>(m));
-        if (end > first) largest = std::max<size_t>(largest, end - first);
+        if (end <= first) continue;
+        largest = std::max<size_t>(largest, end - first);
+        const auto range = std::minmax_element(triangles.begin() + 3 * static_cast<size_t>(first),
+                                               triangles.begin() + 3 * static_cast<size_t>(end));
+        firstVertex[m] = *range.first;
+        vertexEnd[m] = *range.second + 1;
+        largestRange = std::max<size_t>(largestRange, vertexEnd[m] - firstVertex[m]);
     }
     if (largest == 0) return false;
     // Edge numbers are 32-bit.
     if (3 * largest > std::numeric_limits<uint32_t>::max()) return false;
 
-    std::vector<uint32_t> edgeOrder(3 * largest);
     std::vector<uint32_t> edgeVertices(6 * largest);
     std::vector<uint32_t> edgeDirections((3 * largest + 31) / 32);
     std::vector<uint32_t> candidates;
     std::vector<unsigned int> segments;
+    std::vector<uint32_t> rank(largestRange);
+    std::vector<edges::RankRecord> keys;
+    keys.reserve(largestRange);
+    edges::RankScratch scratch;
+    scratch.spare.reserve(largestRange);
+    std::vector<edges::GroupedEdge> sorted;
+    sorted.reserve(3 * largest);
+    std::vector<uint32_t> groupEnd;
+    groupEnd.reserve(largestRange + 1);
 
-    const auto edgeLess = [&](uint32_t e, uint32_t f) {
-        int order = CompareBaked(vertices[edgeVertices[2 * e]], vertices[edgeVertices[2 * f]]);
-        if (order == 0) order = CompareBaked(vertices[edgeVertices[2 * e + 1]], vertices[edgeVertices[2 * f + 1]]);
-        // Equal edges by number, so that the member that speaks for a run,
-        // and with it the output, does not depend on the sort algorithm.
-        return order != 0 ? order < 0 : e < f;
-    };
-    const auto sameEdge = [&](uint32_t e, uint32_t f) {
-        return vertices[edgeVertices[2 * e]] == vertices[edgeVertices[2 * f]] &&
-               vertices[edgeVertices[2 * e + 1]] == vertices[edgeVertices[2 * f + 1]];
-    };
     const auto isForward = [&](uint32_t e) { return (edgeDirections[e / 32] >> (e % 32)) & 1u; };
 
     for (size_t m = 0; m < meshCount; ++m) {
@@ -77,6 +82,17 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
         const uint32_t firstClipped = count - clippedCount;
         const uint32_t edgeCount = 3 * count;
 
+        // Ranks of the baked positions: equal ranks mean equal positions, and
+        // the rank order is the lexicographic (x, y, z) order.
+        const uint32_t lo = firstVertex[m];
+        keys.clear();
+        for (uint32_t v = lo; v < vertexEnd[m]; ++v) {
+            const BakedVertex& p = vertices[v];
+            keys.push_back({{CoordinateKey(p.x), CoordinateKey(p.y), CoordinateKey(p.z)}, v - lo});
+        }
+        const uint32_t rankCount = edges::RankByKeys(keys, rank, scratch);
+        const auto rankOf = [&](uint32_t v) { return rank[v - lo]; };
+
         std::fill(edgeDirections.begin(), edgeDirections.begin() + (edgeCount + 31) / 32, 0u);
         for (uint32_t t = 0; t < count; ++t) {
             const uint32_t* corner = &triangles[3 * (static_cast<size_t>(first) + t)];
@@ -87,7 +103,7 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
                 const uint32_t p = corner[j];
                 const uint32_t q = corner[(j + 2) % 3];
                 const uint32_t e = 3 * t + j;
-                if (CompareBaked(vertices[p], vertices[q]) < 0) {
+                if (rankOf(p) < rankOf(q)) {
                     edgeVertices[2 * e] = p;
                     edgeVertices[2 * e + 1] = q;
                     edgeDirections[e / 32] |= 1u << (e % 32);
@@ -95,29 +111,45 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
                     edgeVertices[2 * e] = q;
                     edgeVertices[2 * e + 1] = p;
                 }
-                edgeOrder[e] = e;
             }
         }
-        std::sort(edgeOrder.begin(), edgeOrder.begin() + edgeCount, edgeLess);
+        // Sorted by the positions of both ends, equal edges by number, so
+        // that the member that speaks for a run, and with it the output, does
+        // not depend on the sort algorithm. Grouping keeps edge numbers
+        // ascending within a group, and the (rank, number) order inside it
+        // has no ties.
+        edges::GroupByRank(
+            edgeCount, rankCount, [&](size_t e) { return rankOf(edgeVertices[2 * e]); },
+            [&](size_t e) {
+                return edges::GroupedEdge{rankOf(edgeVertices[2 * e + 1]), static_cast<uint32_t>(e), 0u};
+            },
+            groupEnd, sorted);
+        edges::SortGroups(sorted, groupEnd, 0, rankCount);
 
+        // Runs never cross a group, so ranges of groups could be walked apart
+        // and their candidates joined in group order.
         candidates.clear();
-        for (uint32_t r = 0; r < edgeCount;) {
-            const uint32_t head = edgeOrder[r];
-            unsigned int directions = 0;
-            do {
-                directions |= isForward(edgeOrder[r]) ? 2u : 1u;
-                ++r;
-            } while (r < edgeCount && sameEdge(head, edgeOrder[r]));
-            if (directions == 3u) continue;
-            const uint32_t t = head / 3;
-            if (t < firstClipped) {
-                candidates.push_back(head);
-                continue;
+        for (uint32_t group = 0; group < rankCount; ++group) {
+            const uint32_t groupStop = groupEnd[group];
+            for (uint32_t r = group == 0 ? 0u : groupEnd[group - 1]; r < groupStop;) {
+                const uint32_t head = sorted[r].first;
+                const uint32_t headRank = sorted[r].rankB;
+                unsigned int directions = 0;
+                do {
+                    directions |= isForward(sorted[r].first) ? 2u : 1u;
+                    ++r;
+                } while (r < groupStop && sorted[r].rankB == headRank);
+                if (directions == 3u) continue;
+                const uint32_t t = head / 3;
+                if (t < firstClipped) {
+                    candidates.push_back(head);
+                    continue;
+                }
+                // A side on a clip plane, or a fan diagonal left open by a
+                // dropped fan triangle, is no edge of the mesh.
+                const uint32_t code = (records[t - firstClipped] >> (kClipRecordCodeShift + 2 * (head % 3))) & 3u;
+                if (code != 0) candidates.push_back(head);
             }
-            // A side on a clip plane, or a fan diagonal left open by a
-            // dropped fan triangle, is no edge of the mesh.
-            const uint32_t code = (records[t - firstClipped] >> (kClipRecordCodeShift + 2 * (head % 3))) & 3u;
-            if (code != 0) candidates.push_back(head);
         }
         if (candidates.empty()) continue;
 
