@@ -85,52 +85,73 @@ uint32_t RankPositions(const qe::qeVertexBuffer& vertices, const unsigned int* i
     return edges::RankByKeys(records, rank, scratch);
 }
 
-// Emits the crease and border records of the edges of groups [firstGroup,
-// lastGroup), each group sorted. Groups hold the edges of one first-end
-// position, so runs of equal end positions never cross a group boundary and
-// ranges of groups can be walked apart and their records joined in order.
-// False when cancelled.
-bool WalkGroups(const qe::qeVertexBuffer& buffer, const std::vector<edges::GroupedEdge>& edges,
+// A canonical edge: the end with the smaller position first, equal positions
+// by the smaller index. Indices are below the vertex count, an int, so their
+// unsigned order is the signed order of the canonical order.
+struct EdgeEnds {
+    uint32_t a;
+    uint32_t b;
+};
+
+EdgeEnds Canonical(const std::vector<uint32_t>& rank, uint32_t a, uint32_t b) {
+    if (rank[a] > rank[b] || (rank[a] == rank[b] && b < a)) return {b, a};
+    return {a, b};
+}
+
+// Emits the records of one run of geometrically identical edges, sorted.
+void EmitRun(const qe::qeVertexBuffer& buffer, const edges::KeyedEdge* run, const edges::KeyedEdge* runEnd,
+             float cosLimit, std::vector<CreaseEdgeInfo>& out) {
+    // The key holds the first index in its low word, the tie the second.
+    const uint32_t a = static_cast<uint32_t>(run->key);
+    const uint32_t b = run->tie;
+    if (runEnd - run == 1) {
+        out.push_back(BorderInfo(buffer, a, b));
+        return;
+    }
+    // Every further copy is compared with the run's first edge only: a fan
+    // of copies around a non-manifold edge is judged against one reference
+    // rather than pairwise.
+    const EdgeFrame frame(buffer, a, b);
+    const Vector3f& normalA = buffer.Normal3(static_cast<int>(a));
+    const Vector3f& normalB = buffer.Normal3(static_cast<int>(b));
+    const bool firstPerpendicular = frame.perpendicular(normalA) && frame.perpendicular(normalB);
+    bool firstEmitted = false;
+    for (const edges::KeyedEdge* edge = run + 1; edge < runEnd; ++edge) {
+        const uint32_t c = static_cast<uint32_t>(edge->key);
+        const uint32_t e = edge->tie;
+        const Vector3f& normalC = buffer.Normal3(static_cast<int>(c));
+        const Vector3f& normalE = buffer.Normal3(static_cast<int>(e));
+        if (!(normalA.Dot(normalC) < cosLimit || normalB.Dot(normalE) < cosLimit)) continue;
+        const bool flag = firstPerpendicular && frame.perpendicular(normalC) && frame.perpendicular(normalE);
+        if (!firstEmitted) {
+            out.push_back(MakeInfo(a, b, flag));
+            firstEmitted = true;
+        }
+        out.push_back(MakeInfo(c, e, flag));
+        if (SameIndices(out[out.size() - 1], out[out.size() - 2])) out.pop_back();
+    }
+}
+
+// Sorts the edges of groups [firstGroup, lastGroup) and emits their records.
+// A group holds the edges whose first end has one position, so runs never
+// cross a group boundary: ranges of groups can be handled apart and their
+// records joined in group order. False when cancelled.
+bool WalkGroups(const qe::qeVertexBuffer& buffer, const std::vector<uint32_t>& rank, const EdgeEnds* grouped,
                 const std::vector<uint32_t>& groupEnd, uint32_t firstGroup, uint32_t lastGroup, float cosLimit,
                 const qe::qeCancelInterfaceReadOnly& cancel, std::vector<CreaseEdgeInfo>& out) {
-    for (uint32_t group = firstGroup; group < lastGroup; ++group) {
-        const size_t groupStop = groupEnd[group];
-        size_t runStart = group == 0 ? 0u : groupEnd[group - 1];
-        while (runStart < groupStop) {
+    // The rest of the edge sort key within a group: (rank of b, a, b).
+    std::vector<edges::KeyedEdge> group;
+    for (uint32_t g = firstGroup; g < lastGroup; ++g) {
+        group.clear();
+        for (uint32_t i = g == 0 ? 0u : groupEnd[g - 1]; i < groupEnd[g]; ++i)
+            group.push_back({static_cast<uint64_t>(rank[grouped[i].b]) << 32 | grouped[i].a, grouped[i].b});
+        edges::SortGroup(group.data(), group.data() + group.size());
+        for (size_t runStart = 0; runStart < group.size();) {
             if (cancel.isCancelled()) return false;
-            const edges::GroupedEdge& head = edges[runStart];
-            const uint32_t a = head.first;
-            const uint32_t b = head.second;
+            const uint64_t rankB = group[runStart].key >> 32;
             size_t runEnd = runStart + 1;
-            while (runEnd < groupStop && edges[runEnd].rankB == head.rankB) ++runEnd;
-
-            if (runEnd - runStart == 1) {
-                out.push_back(BorderInfo(buffer, a, b));
-            } else {
-                // Every further copy is compared with the run's first edge
-                // only: a fan of copies around a non-manifold edge is judged
-                // against one reference rather than pairwise.
-                const EdgeFrame frame(buffer, a, b);
-                const Vector3f& normalA = buffer.Normal3(static_cast<int>(a));
-                const Vector3f& normalB = buffer.Normal3(static_cast<int>(b));
-                const bool firstPerpendicular = frame.perpendicular(normalA) && frame.perpendicular(normalB);
-                bool firstEmitted = false;
-                for (size_t position = runStart + 1; position < runEnd; ++position) {
-                    const uint32_t c = edges[position].first;
-                    const uint32_t e = edges[position].second;
-                    const Vector3f& normalC = buffer.Normal3(static_cast<int>(c));
-                    const Vector3f& normalE = buffer.Normal3(static_cast<int>(e));
-                    if (!(normalA.Dot(normalC) < cosLimit || normalB.Dot(normalE) < cosLimit)) continue;
-                    const bool flag =
-                        firstPerpendicular && frame.perpendicular(normalC) && frame.perpendicular(normalE);
-                    if (!firstEmitted) {
-                        out.push_back(MakeInfo(a, b, flag));
-                        firstEmitted = true;
-                    }
-                    out.push_back(MakeInfo(c, e, flag));
-                    if (SameIndices(out[out.size() - 1], out[out.size() - 2])) out.pop_back();
-                }
-            }
+            while (runEnd < group.size() && group[runEnd].key >> 32 == rankB) ++runEnd;
+            EmitRun(buffer, group.data() + runStart, group.data() + runEnd, cosLimit, out);
             runStart = runEnd;
         }
     }
@@ -153,51 +174,39 @@ bool ComputeCreaseEdgeInfo(std::vector<CreaseEdgeInfo>& out, const qe::qeVertexB
     // The edge sort key compares end positions, then indices. With positions
     // replaced by their ranks it is the integer tuple (rank of a, rank of b,
     // a, b): edges are grouped by the first rank with a counting sort, and
-    // the few edges of a group sorted by the rest.
+    // the few edges of a group sorted by the rest. Edges with the same two
+    // indices are the only ties, and they are interchangeable.
     std::vector<uint32_t> rank;
     const uint32_t rankCount = RankPositions(buffer, indices, edgeCount, rank);
 
-    // Indices are below the vertex count, an int, so comparing them unsigned
-    // is the signed comparison of the canonical order. Every triangle writes
-    // its own three slots.
-    std::vector<uint32_t> edgeVertices(2 * edgeCount);
+    // Collection counts the edges of each group; the edges are placed in a
+    // second pass over the triangles, so that no list of all edges in
+    // triangle order is kept.
+    std::vector<uint32_t> groupEnd(static_cast<size_t>(rankCount) + 1, 0u);
     for (int blockStart = 0; blockStart < triangleCount; blockStart += kCancelBlock) {
         const int blockEnd = std::min(triangleCount, blockStart + kCancelBlock);
-        for (int t = blockStart; t < blockEnd; ++t) {
-            const size_t firstEdge = 3 * static_cast<size_t>(t);
-            const unsigned int* corner = indices + firstEdge;
-            for (int k = 0; k < 3; ++k) {
-                uint32_t a = corner[k];
-                uint32_t b = corner[(k + 1) % 3];
-                if (rank[a] > rank[b] || (rank[a] == rank[b] && b < a)) std::swap(a, b);
-                edgeVertices[2 * (firstEdge + k)] = a;
-                edgeVertices[2 * (firstEdge + k) + 1] = b;
-            }
-        }
+        for (size_t i = 3 * static_cast<size_t>(blockStart); i < 3 * static_cast<size_t>(blockEnd); i += 3)
+            for (int k = 0; k < 3; ++k)
+                ++groupEnd[rank[Canonical(rank, indices[i + k], indices[i + (k + 1) % 3]).a] + 1];
         if (cancel.isCancelled()) {
             out.clear();
             return false;
         }
     }
-
-    // Edges with the same two indices are the only ties, and they are
-    // interchangeable: the order of the records does not depend on the sort.
-    std::vector<edges::GroupedEdge> sorted;
-    std::vector<uint32_t> groupEnd;
-    edges::GroupByRank(
-        edgeCount, rankCount, [&](size_t e) { return rank[edgeVertices[2 * e]]; },
-        [&](size_t e) {
-            const uint32_t b = edgeVertices[2 * e + 1];
-            return edges::GroupedEdge{rank[b], edgeVertices[2 * e], b};
-        },
-        groupEnd, sorted);
-    std::vector<uint32_t>().swap(edgeVertices);
-    std::vector<uint32_t>().swap(rank);
-    edges::SortGroups(sorted, groupEnd, 0, rankCount);
+    edges::CountsToStarts(groupEnd);
+    // Every slot is written below: the list needs no initial values.
+    const std::unique_ptr<EdgeEnds[]> grouped(new EdgeEnds[edgeCount]);
+    for (size_t i = 0; i < edgeCount; i += 3) {
+        for (int k = 0; k < 3; ++k) {
+            const EdgeEnds edge = Canonical(rank, indices[i + k], indices[i + (k + 1) % 3]);
+            grouped[groupEnd[rank[edge.a]]++] = edge;
+        }
+    }
+    groupEnd.pop_back();
 
     out.reserve(edgeCount / 8);
     const float cosLimit = std::cos(Wm4::Math<float>::WM4_DEG_TO_RAD * angleDegrees);
-    WalkGroups(buffer, sorted, groupEnd, 0, rankCount, cosLimit, cancel, out);
+    WalkGroups(buffer, rank, grouped.get(), groupEnd, 0, rankCount, cosLimit, cancel, out);
     return !cancel.isCancelled();
 }
 

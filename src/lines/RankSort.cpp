@@ -10,9 +10,6 @@ namespace {
 // Below this many items a comparison sort beats clearing and filling the
 // radix histograms.
 constexpr size_t kRadixMinimum = 512;
-// Groups up to this size are sorted by insertion: most groups hold the few
-// edges that leave one vertex.
-constexpr uint32_t kInsertionLimit = 16;
 
 // Each key word is sorted as three digits of 11, 11 and 10 bits.
 constexpr int kDigitBits = 11;
@@ -81,26 +78,6 @@ uint32_t RankByKeys(std::vector<RankRecord>& records, std::vector<uint32_t>& ran
         rank[records[i].item] = next;
     }
     return next + 1;
-}
-
-void SortGroups(std::vector<GroupedEdge>& edges, const std::vector<uint32_t>& groupEnd, uint32_t firstGroup,
-                uint32_t lastGroup) {
-    GroupedEdge* data = edges.data();
-    for (uint32_t g = firstGroup; g < lastGroup; ++g) {
-        const uint32_t begin = g == 0 ? 0u : groupEnd[g - 1];
-        const uint32_t end = groupEnd[g];
-        if (end - begin <= 1) continue;
-        if (end - begin > kInsertionLimit) {
-            std::sort(data + begin, data + end, GroupedLess);
-            continue;
-        }
-        for (uint32_t i = begin + 1; i < end; ++i) {
-            const GroupedEdge edge = data[i];
-            uint32_t j = i;
-            for (; j > begin && GroupedLess(edge, data[j - 1]); --j) data[j] = data[j - 1];
-            data[j] = edge;
-        }
-    }
 }
 
 }  // namespace edges

@@ -6,6 +6,7 @@
 #ifndef CTR_LINES_RANKSORT_H
 #define CTR_LINES_RANKSORT_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -20,19 +21,14 @@ struct RankRecord {
     uint32_t item;
 };
 
-// An edge placed in its group: the rank of its second end and two words that
-// order the edges of equal ranks (and that the caller reads back).
-struct GroupedEdge {
-    uint32_t rankB;
-    uint32_t first;
-    uint32_t second;
+// An edge of a group with its sort key within the group; keys and ties are
+// chosen so that no two edges of a group are equal unless interchangeable.
+struct KeyedEdge {
+    uint64_t key;
+    uint32_t tie;
 };
 
-inline bool GroupedLess(const GroupedEdge& p, const GroupedEdge& q) {
-    if (p.rankB != q.rankB) return p.rankB < q.rankB;
-    if (p.first != q.first) return p.first < q.first;
-    return p.second < q.second;
-}
+inline bool operator<(const KeyedEdge& p, const KeyedEdge& q) { return p.key != q.key ? p.key < q.key : p.tie < q.tie; }
 
 // Working arrays, kept by a caller that ranks or groups repeatedly so that
 // their storage is reused.
@@ -47,27 +43,29 @@ struct RankScratch {
 // of distinct keys.
 uint32_t RankByKeys(std::vector<RankRecord>& records, std::vector<uint32_t>& rank, RankScratch& scratch);
 
-// Sorts the edges of groups [firstGroup, lastGroup) in place by GroupedLess.
-// Group g spans [g == 0 ? 0 : groupEnd[g - 1], groupEnd[g]) of edges. Groups
-// are independent of each other: any split of the group range gives the same
-// result.
-void SortGroups(std::vector<GroupedEdge>& edges, const std::vector<uint32_t>& groupEnd, uint32_t firstGroup,
-                uint32_t lastGroup);
+// Sorts the edges of one group: most groups hold the few edges that leave
+// one position, and are sorted by insertion.
+template <class T>
+void SortGroup(T* begin, T* end) {
+    constexpr std::ptrdiff_t kInsertionLimit = 16;
+    if (end - begin > kInsertionLimit) {
+        std::sort(begin, end);
+        return;
+    }
+    for (T* i = begin + 1; i < end; ++i) {
+        const T edge = *i;
+        T* j = i;
+        for (; j > begin && edge < *(j - 1); --j) *j = *(j - 1);
+        *j = edge;
+    }
+}
 
-// Places count edges into groups by the rank of their first end, keeping
-// their order inside a group (a counting sort): edge i of rank rankA(i)
-// becomes record(i) in out, and groupEnd[g] ends group g (see SortGroups).
-template <class RankA, class Record>
-void GroupByRank(size_t count, uint32_t rankCount, RankA rankA, Record record, std::vector<uint32_t>& groupEnd,
-                 std::vector<GroupedEdge>& out) {
-    // Counted one place ahead, so that after the prefix sum entry g is the
-    // start of group g, and after scattering it is the group's end.
-    groupEnd.assign(static_cast<size_t>(rankCount) + 1, 0u);
-    for (size_t i = 0; i < count; ++i) ++groupEnd[static_cast<size_t>(rankA(i)) + 1];
-    for (size_t g = 1; g <= rankCount; ++g) groupEnd[g] += groupEnd[g - 1];
-    out.resize(count);
-    for (size_t i = 0; i < count; ++i) out[groupEnd[rankA(i)]++] = record(i);
-    groupEnd.pop_back();
+// Turns per-group counts, counted one place ahead (the count of group g in
+// entry g + 1), into group starts: entry g becomes the start of group g.
+// Placing an edge at entry g and incrementing it then leaves entry g at the
+// end of group g (a counting sort that keeps the order of equal groups).
+inline void CountsToStarts(std::vector<uint32_t>& counts) {
+    for (size_t g = 1; g < counts.size(); ++g) counts[g] += counts[g - 1];
 }
 
 }  // namespace edges

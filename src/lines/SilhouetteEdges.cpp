@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <vector>
 
 #include "qe/qeIndexBuffer.h"
@@ -56,7 +57,9 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
     // Edge numbers are 32-bit.
     if (3 * largest > std::numeric_limits<uint32_t>::max()) return false;
 
-    std::vector<uint32_t> edgeVertices(6 * largest);
+    // Every slot of grouped is written before it is read: it needs no
+    // initial values.
+    const std::unique_ptr<uint64_t[]> grouped(new uint64_t[3 * largest]);
     std::vector<uint32_t> edgeDirections((3 * largest + 31) / 32);
     std::vector<uint32_t> candidates;
     std::vector<unsigned int> segments;
@@ -65,8 +68,6 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
     keys.reserve(largestRange);
     edges::RankScratch scratch;
     scratch.spare.reserve(largestRange);
-    std::vector<edges::GroupedEdge> sorted;
-    sorted.reserve(3 * largest);
     std::vector<uint32_t> groupEnd;
     groupEnd.reserve(largestRange + 1);
 
@@ -81,6 +82,7 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
         const uint32_t clippedCount = static_cast<uint32_t>(std::min<size_t>(records.size(), count));
         const uint32_t firstClipped = count - clippedCount;
         const uint32_t edgeCount = 3 * count;
+        const uint32_t* meshCorners = &triangles[3 * static_cast<size_t>(first)];
 
         // Ranks of the baked positions: equal ranks mean equal positions, and
         // the rank order is the lexicographic (x, y, z) order.
@@ -92,53 +94,55 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
         }
         const uint32_t rankCount = edges::RankByKeys(keys, rank, scratch);
         const auto rankOf = [&](uint32_t v) { return rank[v - lo]; };
+        // Edge j is the side ending at corner j, whose clip code baking keeps
+        // in slot j, taken against the winding: from corner j back to corner
+        // j - 1 (i0->i2, i1->i0, i2->i1). It runs forward when its start has
+        // the smaller position; its sorted pair puts that position first.
+        const auto from = [&](uint32_t e) { return meshCorners[e]; };
+        const auto to = [&](uint32_t e) { return meshCorners[e - e % 3 + (e % 3 + 2) % 3]; };
+        const auto forward = [&](uint32_t e) { return rankOf(from(e)) < rankOf(to(e)); };
 
+        // Edges are sorted by the positions of both ends, equal edges by
+        // number, so that the member that speaks for a run, and with it the
+        // output, does not depend on the sort algorithm: a counting sort by
+        // the rank of the first end, then each group by (rank of the second
+        // end, number), both in one 64-bit key.
+        groupEnd.assign(static_cast<size_t>(rankCount) + 1, 0u);
         std::fill(edgeDirections.begin(), edgeDirections.begin() + (edgeCount + 31) / 32, 0u);
-        for (uint32_t t = 0; t < count; ++t) {
-            const uint32_t* corner = &triangles[3 * (static_cast<size_t>(first) + t)];
-            for (uint32_t j = 0; j < 3; ++j) {
-                // Edge j is the side ending at corner j, whose clip code
-                // baking keeps in slot j, taken against the winding: from
-                // corner j back to corner j - 1 (i0->i2, i1->i0, i2->i1).
-                const uint32_t p = corner[j];
-                const uint32_t q = corner[(j + 2) % 3];
-                const uint32_t e = 3 * t + j;
-                if (rankOf(p) < rankOf(q)) {
-                    edgeVertices[2 * e] = p;
-                    edgeVertices[2 * e + 1] = q;
-                    edgeDirections[e / 32] |= 1u << (e % 32);
-                } else {
-                    edgeVertices[2 * e] = q;
-                    edgeVertices[2 * e + 1] = p;
-                }
+        for (uint32_t e = 0; e < edgeCount; ++e) {
+            if (forward(e)) {
+                edgeDirections[e / 32] |= 1u << (e % 32);
+                ++groupEnd[rankOf(from(e)) + 1];
+            } else {
+                ++groupEnd[rankOf(to(e)) + 1];
             }
         }
-        // Sorted by the positions of both ends, equal edges by number, so
-        // that the member that speaks for a run, and with it the output, does
-        // not depend on the sort algorithm. Grouping keeps edge numbers
-        // ascending within a group, and the (rank, number) order inside it
-        // has no ties.
-        edges::GroupByRank(
-            edgeCount, rankCount, [&](size_t e) { return rankOf(edgeVertices[2 * e]); },
-            [&](size_t e) {
-                return edges::GroupedEdge{rankOf(edgeVertices[2 * e + 1]), static_cast<uint32_t>(e), 0u};
-            },
-            groupEnd, sorted);
-        edges::SortGroups(sorted, groupEnd, 0, rankCount);
+        edges::CountsToStarts(groupEnd);
+        for (uint32_t e = 0; e < edgeCount; ++e) {
+            const uint32_t rankFrom = rankOf(from(e));
+            const uint32_t rankTo = rankOf(to(e));
+            const bool ahead = isForward(e);
+            const uint32_t rankA = ahead ? rankFrom : rankTo;
+            const uint32_t rankB = ahead ? rankTo : rankFrom;
+            grouped[groupEnd[rankA]++] = static_cast<uint64_t>(rankB) << 32 | e;
+        }
+        groupEnd.pop_back();
 
-        // Runs never cross a group, so ranges of groups could be walked apart
-        // and their candidates joined in group order.
+        // Runs never cross a group, so ranges of groups could be sorted and
+        // walked apart and their candidates joined in group order.
         candidates.clear();
         for (uint32_t group = 0; group < rankCount; ++group) {
             const uint32_t groupStop = groupEnd[group];
-            for (uint32_t r = group == 0 ? 0u : groupEnd[group - 1]; r < groupStop;) {
-                const uint32_t head = sorted[r].first;
-                const uint32_t headRank = sorted[r].rankB;
+            uint32_t r = group == 0 ? 0u : groupEnd[group - 1];
+            edges::SortGroup(grouped.get() + r, grouped.get() + groupStop);
+            while (r < groupStop) {
+                const uint32_t head = static_cast<uint32_t>(grouped[r]);
+                const uint64_t headRank = grouped[r] >> 32;
                 unsigned int directions = 0;
                 do {
-                    directions |= isForward(sorted[r].first) ? 2u : 1u;
+                    directions |= isForward(static_cast<uint32_t>(grouped[r])) ? 2u : 1u;
                     ++r;
-                } while (r < groupStop && sorted[r].rankB == headRank);
+                } while (r < groupStop && grouped[r] >> 32 == headRank);
                 if (directions == 3u) continue;
                 const uint32_t t = head / 3;
                 if (t < firstClipped) {
@@ -164,11 +168,12 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
         segments.clear();
         for (const uint32_t e : candidates) {
             const uint32_t t = e / 3;
-            int64_t from;
-            int64_t to;
+            int64_t start;
+            int64_t stop;
             if (t < firstClipped) {
-                from = static_cast<int64_t>(edgeVertices[2 * e]) - base;
-                to = static_cast<int64_t>(edgeVertices[2 * e + 1]) - base;
+                const bool ahead = isForward(e);
+                start = static_cast<int64_t>(ahead ? from(e) : to(e)) - base;
+                stop = static_cast<int64_t>(ahead ? to(e) : from(e)) - base;
             } else {
                 // The whole source edge: its clipped piece ends at vertices
                 // of the fan, which the mesh does not have.
@@ -178,12 +183,12 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
                 if (!mesh->GetTriangle(static_cast<int>(record & kClipRecordTriangleMask), source[0], source[1],
                                        source[2]))
                     continue;
-                from = source[code - 1];
-                to = source[(code + 1) % 3];
+                start = source[code - 1];
+                stop = source[(code + 1) % 3];
             }
-            if (!inRange(from) || !inRange(to)) continue;
-            segments.push_back(static_cast<unsigned int>(from));
-            segments.push_back(static_cast<unsigned int>(to));
+            if (!inRange(start) || !inRange(stop)) continue;
+            segments.push_back(static_cast<unsigned int>(start));
+            segments.push_back(static_cast<unsigned int>(stop));
         }
         if (segments.empty() || segments.size() > static_cast<size_t>(std::numeric_limits<int>::max())) continue;
 
