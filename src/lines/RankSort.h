@@ -2,7 +2,9 @@
 // (equal positions share a rank, ranks ascend with the position order), so
 // that edges can then be grouped by the rank of their first end with one
 // counting pass and ordered inside each small group by the rank of their
-// second end, instead of comparing positions in a general sort.
+// second end, instead of comparing positions in a general sort. Fresh memory
+// is dear (every page is faulted in on first touch), so the edge lists are
+// kept small and are not initialised before they are filled.
 #ifndef CTR_LINES_RANKSORT_H
 #define CTR_LINES_RANKSORT_H
 
@@ -30,7 +32,7 @@ struct KeyedEdge {
 
 inline bool operator<(const KeyedEdge& p, const KeyedEdge& q) { return p.key != q.key ? p.key < q.key : p.tie < q.tie; }
 
-// Working arrays, kept by a caller that ranks or groups repeatedly so that
+// Working arrays of ranking, kept by a caller that ranks repeatedly so that
 // their storage is reused.
 struct RankScratch {
     std::vector<RankRecord> spare;
