@@ -1,12 +1,15 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "Wm4Math.h"
 #include "qe/qeTriMesh.h"
 
 #include "ctr/LineSegmentSet.h"
 #include "lines/EdgeOrder.h"
+#include "lines/RankSort.h"
 
 namespace ctr {
 
@@ -56,6 +59,105 @@ bool SameIndices(const CreaseEdgeInfo& p, const CreaseEdgeInfo& q) {
     return p.vertexA == q.vertexA && ((p.vertexBAndFlag ^ q.vertexBAndFlag) & kCreaseIndexMask) == 0;
 }
 
+// Dense ranks of the vertex positions in the order of edges::ComparePosition:
+// equal ranks mean bit-identical positions. Only vertices that some triangle
+// uses are ranked when the buffer holds more vertices than there are edges,
+// so that a large shared buffer under a small index list costs little.
+uint32_t RankPositions(const qe::qeVertexBuffer& vertices, const unsigned int* indices, size_t edgeCount,
+                       std::vector<uint32_t>& rank) {
+    const size_t vertexCount = static_cast<size_t>(vertices.GetVertexQuantity());
+    rank.assign(vertexCount, 0u);
+    std::vector<edges::RankRecord> records;
+    const auto add = [&](uint32_t v) {
+        const Vector3f& p = vertices.Position3(static_cast<int>(v));
+        records.push_back({{edges::FloatOrderKey(p[0]), edges::FloatOrderKey(p[1]), edges::FloatOrderKey(p[2])}, v});
+    };
+    if (vertexCount <= edgeCount) {
+        records.reserve(vertexCount);
+        for (size_t v = 0; v < vertexCount; ++v) add(static_cast<uint32_t>(v));
+    } else {
+        std::vector<unsigned char> used(vertexCount, 0);
+        for (size_t i = 0; i < edgeCount; ++i) used[indices[i]] = 1;
+        for (size_t v = 0; v < vertexCount; ++v)
+            if (used[v]) add(static_cast<uint32_t>(v));
+    }
+    edges::RankScratch scratch;
+    return edges::RankByKeys(records, rank, scratch);
+}
+
+// A canonical edge: the end with the smaller position first, equal positions
+// by the smaller index. Indices are below the vertex count, an int, so their
+// unsigned order is the signed order of the canonical order.
+struct EdgeEnds {
+    uint32_t a;
+    uint32_t b;
+};
+
+EdgeEnds Canonical(const std::vector<uint32_t>& rank, uint32_t a, uint32_t b) {
+    if (rank[a] > rank[b] || (rank[a] == rank[b] && b < a)) return {b, a};
+    return {a, b};
+}
+
+// Emits the records of one run of geometrically identical edges, sorted.
+void EmitRun(const qe::qeVertexBuffer& buffer, const edges::KeyedEdge* run, const edges::KeyedEdge* runEnd,
+             float cosLimit, std::vector<CreaseEdgeInfo>& out) {
+    // The key holds the first index in its low word, the tie the second.
+    const uint32_t a = static_cast<uint32_t>(run->key);
+    const uint32_t b = run->tie;
+    if (runEnd - run == 1) {
+        out.push_back(BorderInfo(buffer, a, b));
+        return;
+    }
+    // Every further copy is compared with the run's first edge only: a fan
+    // of copies around a non-manifold edge is judged against one reference
+    // rather than pairwise.
+    const EdgeFrame frame(buffer, a, b);
+    const Vector3f& normalA = buffer.Normal3(static_cast<int>(a));
+    const Vector3f& normalB = buffer.Normal3(static_cast<int>(b));
+    const bool firstPerpendicular = frame.perpendicular(normalA) && frame.perpendicular(normalB);
+    bool firstEmitted = false;
+    for (const edges::KeyedEdge* edge = run + 1; edge < runEnd; ++edge) {
+        const uint32_t c = static_cast<uint32_t>(edge->key);
+        const uint32_t e = edge->tie;
+        const Vector3f& normalC = buffer.Normal3(static_cast<int>(c));
+        const Vector3f& normalE = buffer.Normal3(static_cast<int>(e));
+        if (!(normalA.Dot(normalC) < cosLimit || normalB.Dot(normalE) < cosLimit)) continue;
+        const bool flag = firstPerpendicular && frame.perpendicular(normalC) && frame.perpendicular(normalE);
+        if (!firstEmitted) {
+            out.push_back(MakeInfo(a, b, flag));
+            firstEmitted = true;
+        }
+        out.push_back(MakeInfo(c, e, flag));
+        if (SameIndices(out[out.size() - 1], out[out.size() - 2])) out.pop_back();
+    }
+}
+
+// Sorts the edges of groups [firstGroup, lastGroup) and emits their records.
+// A group holds the edges whose first end has one position, so runs never
+// cross a group boundary: ranges of groups can be handled apart and their
+// records joined in group order. False when cancelled.
+bool WalkGroups(const qe::qeVertexBuffer& buffer, const std::vector<uint32_t>& rank, const EdgeEnds* grouped,
+                const std::vector<uint32_t>& groupEnd, uint32_t firstGroup, uint32_t lastGroup, float cosLimit,
+                const qe::qeCancelInterfaceReadOnly& cancel, std::vector<CreaseEdgeInfo>& out) {
+    // The rest of the edge sort key within a group: (rank of b, a, b).
+    std::vector<edges::KeyedEdge> group;
+    for (uint32_t g = firstGroup; g < lastGroup; ++g) {
+        group.clear();
+        for (uint32_t i = g == 0 ? 0u : groupEnd[g - 1]; i < groupEnd[g]; ++i)
+            group.push_back({static_cast<uint64_t>(rank[grouped[i].b]) << 32 | grouped[i].a, grouped[i].b});
+        edges::SortGroup(group.data(), group.data() + group.size());
+        for (size_t runStart = 0; runStart < group.size();) {
+            if (cancel.isCancelled()) return false;
+            const uint64_t rankB = group[runStart].key >> 32;
+            size_t runEnd = runStart + 1;
+            while (runEnd < group.size() && group[runEnd].key >> 32 == rankB) ++runEnd;
+            EmitRun(buffer, group.data() + runStart, group.data() + runEnd, cosLimit, out);
+            runStart = runEnd;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 bool ComputeCreaseEdgeInfo(std::vector<CreaseEdgeInfo>& out, const qe::qeVertexBuffer* vertices,
@@ -66,86 +168,45 @@ bool ComputeCreaseEdgeInfo(std::vector<CreaseEdgeInfo>& out, const qe::qeVertexB
     const qe::qeVertexBuffer& buffer = *vertices;
     const int triangleCount = triangles->GetIndexQuantity() / 3;
     const unsigned int* indices = triangles->GetData();
-    if (!IndicesInRange(indices, 3 * static_cast<size_t>(triangleCount),
-                        static_cast<unsigned int>(buffer.GetVertexQuantity())))
-        return false;
-
     const size_t edgeCount = 3 * static_cast<size_t>(triangleCount);
-    std::vector<uint32_t> edgeVertices;
-    std::vector<uint32_t> edgeOrder;
-    edgeVertices.reserve(2 * edgeCount);
-    edgeOrder.reserve(edgeCount);
+    if (!IndicesInRange(indices, edgeCount, static_cast<unsigned int>(buffer.GetVertexQuantity()))) return false;
+
+    // The edge sort key compares end positions, then indices. With positions
+    // replaced by their ranks it is the integer tuple (rank of a, rank of b,
+    // a, b): edges are grouped by the first rank with a counting sort, and
+    // the few edges of a group sorted by the rest. Edges with the same two
+    // indices are the only ties, and they are interchangeable.
+    std::vector<uint32_t> rank;
+    const uint32_t rankCount = RankPositions(buffer, indices, edgeCount, rank);
+
+    // Collection counts the edges of each group; the edges are placed in a
+    // second pass over the triangles, so that no list of all edges in
+    // triangle order is kept.
+    std::vector<uint32_t> groupEnd(static_cast<size_t>(rankCount) + 1, 0u);
     for (int blockStart = 0; blockStart < triangleCount; blockStart += kCancelBlock) {
         const int blockEnd = std::min(triangleCount, blockStart + kCancelBlock);
-        for (int t = blockStart; t < blockEnd; ++t) {
-            const unsigned int* corner = indices + 3 * static_cast<size_t>(t);
-            for (int k = 0; k < 3; ++k) {
-                uint32_t a = corner[k];
-                uint32_t b = corner[(k + 1) % 3];
-                edges::MakeCanonical(buffer, a, b);
-                edgeVertices.push_back(a);
-                edgeVertices.push_back(b);
-                edgeOrder.push_back(static_cast<uint32_t>(3 * t + k));
-            }
-        }
+        for (size_t i = 3 * static_cast<size_t>(blockStart); i < 3 * static_cast<size_t>(blockEnd); i += 3)
+            for (int k = 0; k < 3; ++k)
+                ++groupEnd[rank[Canonical(rank, indices[i + k], indices[i + (k + 1) % 3]).a] + 1];
         if (cancel.isCancelled()) {
             out.clear();
             return false;
         }
     }
-
-    // Only edge numbers move; positions are looked up in each comparison.
-    std::sort(edgeOrder.begin(), edgeOrder.end(), [&](uint32_t e1, uint32_t e2) {
-        return edges::EdgeLess(buffer, edgeVertices[2 * e1], edgeVertices[2 * e1 + 1], edgeVertices[2 * e2],
-                               edgeVertices[2 * e2 + 1]);
-    });
+    edges::CountsToStarts(groupEnd);
+    // Every slot is written below: the list needs no initial values.
+    const std::unique_ptr<EdgeEnds[]> grouped(new EdgeEnds[edgeCount]);
+    for (size_t i = 0; i < edgeCount; i += 3) {
+        for (int k = 0; k < 3; ++k) {
+            const EdgeEnds edge = Canonical(rank, indices[i + k], indices[i + (k + 1) % 3]);
+            grouped[groupEnd[rank[edge.a]]++] = edge;
+        }
+    }
+    groupEnd.pop_back();
 
     out.reserve(edgeCount / 8);
     const float cosLimit = std::cos(Wm4::Math<float>::WM4_DEG_TO_RAD * angleDegrees);
-    auto start = [&](size_t position) { return edgeVertices[2 * edgeOrder[position]]; };
-    auto end = [&](size_t position) { return edgeVertices[2 * edgeOrder[position] + 1]; };
-
-    size_t runStart = 0;
-    while (runStart < edgeCount) {
-        if (cancel.isCancelled()) break;
-        const uint32_t a = start(runStart);
-        const uint32_t b = end(runStart);
-        const Vector3f& positionA = buffer.Position3(static_cast<int>(a));
-        const Vector3f& positionB = buffer.Position3(static_cast<int>(b));
-        size_t runEnd = runStart + 1;
-        while (runEnd < edgeCount &&
-               edges::BitIdentical(buffer.Position3(static_cast<int>(start(runEnd))), positionA) &&
-               edges::BitIdentical(buffer.Position3(static_cast<int>(end(runEnd))), positionB))
-            ++runEnd;
-
-        if (runEnd - runStart == 1) {
-            out.push_back(BorderInfo(buffer, a, b));
-        } else {
-            // Every further copy is compared with the run's first edge only:
-            // a fan of copies around a non-manifold edge is judged against
-            // one reference rather than pairwise.
-            const EdgeFrame frame(buffer, a, b);
-            const Vector3f& normalA = buffer.Normal3(static_cast<int>(a));
-            const Vector3f& normalB = buffer.Normal3(static_cast<int>(b));
-            const bool firstPerpendicular = frame.perpendicular(normalA) && frame.perpendicular(normalB);
-            bool firstEmitted = false;
-            for (size_t position = runStart + 1; position < runEnd; ++position) {
-                const uint32_t c = start(position);
-                const uint32_t e = end(position);
-                const Vector3f& normalC = buffer.Normal3(static_cast<int>(c));
-                const Vector3f& normalE = buffer.Normal3(static_cast<int>(e));
-                if (!(normalA.Dot(normalC) < cosLimit || normalB.Dot(normalE) < cosLimit)) continue;
-                const bool flag = firstPerpendicular && frame.perpendicular(normalC) && frame.perpendicular(normalE);
-                if (!firstEmitted) {
-                    out.push_back(MakeInfo(a, b, flag));
-                    firstEmitted = true;
-                }
-                out.push_back(MakeInfo(c, e, flag));
-                if (SameIndices(out[out.size() - 1], out[out.size() - 2])) out.pop_back();
-            }
-        }
-        runStart = runEnd;
-    }
+    WalkGroups(buffer, rank, grouped.get(), groupEnd, 0, rankCount, cosLimit, cancel, out);
     return !cancel.isCancelled();
 }
 

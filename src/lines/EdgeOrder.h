@@ -33,6 +33,19 @@ inline int CompareFloat(float a, float b) {
     return aBits < bBits ? -1 : 1;
 }
 
+// An unsigned key whose integer order is the order of CompareFloat: a
+// bijection of the 2^32 bit patterns, so equal keys mean equal bits.
+// Numbers with the sign bit clear go above those with it set (+0 just after
+// -0), NaNs with the sign bit clear just above +inf, and NaNs with it set,
+// whose bits are already the largest, keep them.
+inline uint32_t FloatOrderKey(float f) {
+    uint32_t bits;
+    std::memcpy(&bits, &f, sizeof bits);
+    if (bits < 0x80000000u) return bits + 0x7F800001u;   // +0 .. +inf, then the NaNs without sign
+    if (bits <= 0xFF800000u) return 0xFF800000u - bits;  // -inf .. -0, larger magnitude first
+    return bits;                                         // NaNs with the sign bit
+}
+
 // -1, 0 or 1 as float comparison orders a and b by value (-0 and +0 alike),
 // with NaN after every number and all NaNs alike: a strict weak order for
 // sorts and searches that match positions by float equality. NaN still

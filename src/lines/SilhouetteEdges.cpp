@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <vector>
 
 #include "qe/qeIndexBuffer.h"
@@ -14,17 +15,14 @@
 
 #include "ctr/BakedTriangles.h"
 #include "ctr/LineSegmentSet.h"
+#include "lines/RankSort.h"
 
 namespace ctr {
 
 namespace {
 
-int CompareBaked(const BakedVertex& a, const BakedVertex& b) {
-    if (a.x != b.x) return a.x < b.x ? -1 : 1;
-    if (a.y != b.y) return a.y < b.y ? -1 : 1;
-    if (a.z != b.z) return a.z < b.z ? -1 : 1;
-    return 0;
-}
+// Baked coordinates as keys whose unsigned order is their signed order.
+uint32_t CoordinateKey(int32_t value) { return static_cast<uint32_t>(value) ^ 0x80000000u; }
 
 }  // namespace
 
@@ -38,33 +36,41 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
         meshClipRecords.size() != meshCount)
         return false;
 
+    // The baked vertices that each mesh's triangles use, as a range; the
+    // largest mesh and the largest range size the working storage.
+    std::vector<uint32_t> firstVertex(meshCount, 0u);
+    std::vector<uint32_t> vertexEnd(meshCount, 0u);
     size_t largest = 0;
+    size_t largestRange = 0;
     for (size_t m = 0; m < meshCount; ++m) {
         const uint32_t first = meshFirstTriangle[m];
         const uint32_t end = getMeshTriangleEnd(static_cast<uint32_t>(m));
-        if (end > first) largest = std::max<size_t>(largest, end - first);
+        if (end <= first) continue;
+        largest = std::max<size_t>(largest, end - first);
+        const auto range = std::minmax_element(triangles.begin() + 3 * static_cast<size_t>(first),
+                                               triangles.begin() + 3 * static_cast<size_t>(end));
+        firstVertex[m] = *range.first;
+        vertexEnd[m] = *range.second + 1;
+        largestRange = std::max<size_t>(largestRange, vertexEnd[m] - firstVertex[m]);
     }
     if (largest == 0) return false;
     // Edge numbers are 32-bit.
     if (3 * largest > std::numeric_limits<uint32_t>::max()) return false;
 
-    std::vector<uint32_t> edgeOrder(3 * largest);
-    std::vector<uint32_t> edgeVertices(6 * largest);
+    // Every slot of grouped is written before it is read: it needs no
+    // initial values.
+    const std::unique_ptr<uint64_t[]> grouped(new uint64_t[3 * largest]);
     std::vector<uint32_t> edgeDirections((3 * largest + 31) / 32);
     std::vector<uint32_t> candidates;
     std::vector<unsigned int> segments;
+    std::vector<uint32_t> rank(largestRange);
+    std::vector<edges::RankRecord> keys;
+    keys.reserve(largestRange);
+    edges::RankScratch scratch;
+    scratch.spare.reserve(largestRange);
+    std::vector<uint32_t> groupEnd;
+    groupEnd.reserve(largestRange + 1);
 
-    const auto edgeLess = [&](uint32_t e, uint32_t f) {
-        int order = CompareBaked(vertices[edgeVertices[2 * e]], vertices[edgeVertices[2 * f]]);
-        if (order == 0) order = CompareBaked(vertices[edgeVertices[2 * e + 1]], vertices[edgeVertices[2 * f + 1]]);
-        // Equal edges by number, so that the member that speaks for a run,
-        // and with it the output, does not depend on the sort algorithm.
-        return order != 0 ? order < 0 : e < f;
-    };
-    const auto sameEdge = [&](uint32_t e, uint32_t f) {
-        return vertices[edgeVertices[2 * e]] == vertices[edgeVertices[2 * f]] &&
-               vertices[edgeVertices[2 * e + 1]] == vertices[edgeVertices[2 * f + 1]];
-    };
     const auto isForward = [&](uint32_t e) { return (edgeDirections[e / 32] >> (e % 32)) & 1u; };
 
     for (size_t m = 0; m < meshCount; ++m) {
@@ -76,48 +82,78 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
         const uint32_t clippedCount = static_cast<uint32_t>(std::min<size_t>(records.size(), count));
         const uint32_t firstClipped = count - clippedCount;
         const uint32_t edgeCount = 3 * count;
+        const uint32_t* meshCorners = &triangles[3 * static_cast<size_t>(first)];
 
+        // Ranks of the baked positions: equal ranks mean equal positions, and
+        // the rank order is the lexicographic (x, y, z) order.
+        const uint32_t lo = firstVertex[m];
+        keys.clear();
+        for (uint32_t v = lo; v < vertexEnd[m]; ++v) {
+            const BakedVertex& p = vertices[v];
+            keys.push_back({{CoordinateKey(p.x), CoordinateKey(p.y), CoordinateKey(p.z)}, v - lo});
+        }
+        const uint32_t rankCount = edges::RankByKeys(keys, rank, scratch);
+        const auto rankOf = [&](uint32_t v) { return rank[v - lo]; };
+        // Edge j is the side ending at corner j, whose clip code baking keeps
+        // in slot j, taken against the winding: from corner j back to corner
+        // j - 1 (i0->i2, i1->i0, i2->i1). It runs forward when its start has
+        // the smaller position; its sorted pair puts that position first.
+        const auto from = [&](uint32_t e) { return meshCorners[e]; };
+        const auto to = [&](uint32_t e) { return meshCorners[e - e % 3 + (e % 3 + 2) % 3]; };
+        const auto forward = [&](uint32_t e) { return rankOf(from(e)) < rankOf(to(e)); };
+
+        // Edges are sorted by the positions of both ends, equal edges by
+        // number, so that the member that speaks for a run, and with it the
+        // output, does not depend on the sort algorithm: a counting sort by
+        // the rank of the first end, then each group by (rank of the second
+        // end, number), both in one 64-bit key.
+        groupEnd.assign(static_cast<size_t>(rankCount) + 1, 0u);
         std::fill(edgeDirections.begin(), edgeDirections.begin() + (edgeCount + 31) / 32, 0u);
-        for (uint32_t t = 0; t < count; ++t) {
-            const uint32_t* corner = &triangles[3 * (static_cast<size_t>(first) + t)];
-            for (uint32_t j = 0; j < 3; ++j) {
-                // Edge j is the side ending at corner j, whose clip code
-                // baking keeps in slot j, taken against the winding: from
-                // corner j back to corner j - 1 (i0->i2, i1->i0, i2->i1).
-                const uint32_t p = corner[j];
-                const uint32_t q = corner[(j + 2) % 3];
-                const uint32_t e = 3 * t + j;
-                if (CompareBaked(vertices[p], vertices[q]) < 0) {
-                    edgeVertices[2 * e] = p;
-                    edgeVertices[2 * e + 1] = q;
-                    edgeDirections[e / 32] |= 1u << (e % 32);
-                } else {
-                    edgeVertices[2 * e] = q;
-                    edgeVertices[2 * e + 1] = p;
-                }
-                edgeOrder[e] = e;
+        for (uint32_t e = 0; e < edgeCount; ++e) {
+            if (forward(e)) {
+                edgeDirections[e / 32] |= 1u << (e % 32);
+                ++groupEnd[rankOf(from(e)) + 1];
+            } else {
+                ++groupEnd[rankOf(to(e)) + 1];
             }
         }
-        std::sort(edgeOrder.begin(), edgeOrder.begin() + edgeCount, edgeLess);
+        edges::CountsToStarts(groupEnd);
+        for (uint32_t e = 0; e < edgeCount; ++e) {
+            const uint32_t rankFrom = rankOf(from(e));
+            const uint32_t rankTo = rankOf(to(e));
+            const bool ahead = isForward(e);
+            const uint32_t rankA = ahead ? rankFrom : rankTo;
+            const uint32_t rankB = ahead ? rankTo : rankFrom;
+            grouped[groupEnd[rankA]++] = static_cast<uint64_t>(rankB) << 32 | e;
+        }
+        groupEnd.pop_back();
 
+        // Runs never cross a group, so ranges of groups could be sorted and
+        // walked apart and their candidates joined in group order.
         candidates.clear();
-        for (uint32_t r = 0; r < edgeCount;) {
-            const uint32_t head = edgeOrder[r];
-            unsigned int directions = 0;
-            do {
-                directions |= isForward(edgeOrder[r]) ? 2u : 1u;
-                ++r;
-            } while (r < edgeCount && sameEdge(head, edgeOrder[r]));
-            if (directions == 3u) continue;
-            const uint32_t t = head / 3;
-            if (t < firstClipped) {
-                candidates.push_back(head);
-                continue;
+        for (uint32_t group = 0; group < rankCount; ++group) {
+            const uint32_t groupStop = groupEnd[group];
+            uint32_t r = group == 0 ? 0u : groupEnd[group - 1];
+            edges::SortGroup(grouped.get() + r, grouped.get() + groupStop);
+            while (r < groupStop) {
+                const uint32_t head = static_cast<uint32_t>(grouped[r]);
+                const uint64_t headRank = grouped[r] >> 32;
+                unsigned int directions = 0;
+                do {
+                    directions |= isForward(static_cast<uint32_t>(grouped[r])) ? 2u : 1u;
+                    ++r;
+                } while (r < groupStop && grouped[r] >> 32 == headRank);
+                if (directions == 3u) continue;
+                const uint32_t t = head / 3;
+                if (t < firstClipped) {
+                    candidates.push_back(head);
+                    continue;
+                }
+                // A side on a clip plane, or a fan diagonal left open by a
+                // dropped fan triangle, is no edge of the mesh.
+                const uint32_t code = (records[t - firstClipped] >> (kClipRecordCodeShift + 2 * (head % 3))) & 3u;
+                if (code != 0) candidates.push_back(head);
             }
-            // A side on a clip plane, or a fan diagonal left open by a
-            // dropped fan triangle, is no edge of the mesh.
-            const uint32_t code = (records[t - firstClipped] >> (kClipRecordCodeShift + 2 * (head % 3))) & 3u;
-            if (code != 0) candidates.push_back(head);
         }
         if (candidates.empty()) continue;
 
@@ -132,11 +168,12 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
         segments.clear();
         for (const uint32_t e : candidates) {
             const uint32_t t = e / 3;
-            int64_t from;
-            int64_t to;
+            int64_t start;
+            int64_t stop;
             if (t < firstClipped) {
-                from = static_cast<int64_t>(edgeVertices[2 * e]) - base;
-                to = static_cast<int64_t>(edgeVertices[2 * e + 1]) - base;
+                const bool ahead = isForward(e);
+                start = static_cast<int64_t>(ahead ? from(e) : to(e)) - base;
+                stop = static_cast<int64_t>(ahead ? to(e) : from(e)) - base;
             } else {
                 // The whole source edge: its clipped piece ends at vertices
                 // of the fan, which the mesh does not have.
@@ -146,12 +183,12 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
                 if (!mesh->GetTriangle(static_cast<int>(record & kClipRecordTriangleMask), source[0], source[1],
                                        source[2]))
                     continue;
-                from = source[code - 1];
-                to = source[(code + 1) % 3];
+                start = source[code - 1];
+                stop = source[(code + 1) % 3];
             }
-            if (!inRange(from) || !inRange(to)) continue;
-            segments.push_back(static_cast<unsigned int>(from));
-            segments.push_back(static_cast<unsigned int>(to));
+            if (!inRange(start) || !inRange(stop)) continue;
+            segments.push_back(static_cast<unsigned int>(start));
+            segments.push_back(static_cast<unsigned int>(stop));
         }
         if (segments.empty() || segments.size() > static_cast<size_t>(std::numeric_limits<int>::max())) continue;
 
