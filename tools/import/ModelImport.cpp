@@ -7,8 +7,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <functional>
 #include <limits>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
@@ -146,25 +150,24 @@ std::vector<Wm4::Vector3<float>> makeCornerNormals(const tSourceMesh& source, fl
     constexpr uint32_t kUnset = 0xffffffffu;
     std::vector<uint32_t> groupOfVertex(source.positions.size(), kUnset);
     tFirstSeenNumbering<3> groupOf(std::min(source.positions.size(), corners.size()));
-    std::vector<unsigned int> cornerGroup(corners.size());
-    for (size_t c = 0; c < corners.size(); ++c) {
-        uint32_t& group = groupOfVertex[corners[c]];
-        if (group == kUnset) group = groupOf.number(positionKey(source.positions[corners[c]]));
-        cornerGroup[c] = group;
+    for (const unsigned int corner : corners) {
+        uint32_t& group = groupOfVertex[corner];
+        if (group == kUnset) group = groupOf.number(positionKey(source.positions[corner]));
     }
     const size_t groupCount = groupOf.size();
-    std::vector<size_t> groupStart(groupCount + 1, 0);
-    for (const unsigned int group : cornerGroup) ++groupStart[group + 1];
+    std::vector<uint32_t> groupStart(groupCount + 1, 0);
+    for (const unsigned int corner : corners) ++groupStart[groupOfVertex[corner] + 1];
     for (size_t g = 0; g < groupCount; ++g) groupStart[g + 1] += groupStart[g];
-    std::vector<size_t> grouped(corners.size());
+    std::vector<uint32_t> grouped(corners.size());
     {
-        std::vector<size_t> next(groupStart.begin(), groupStart.end() - 1);
-        for (size_t c = 0; c < corners.size(); ++c) grouped[next[cornerGroup[c]]++] = c;
+        std::vector<uint32_t> next(groupStart.begin(), groupStart.end() - 1);
+        for (size_t c = 0; c < corners.size(); ++c)
+            grouped[next[groupOfVertex[corners[c]]]++] = static_cast<uint32_t>(c);
     }
 
     const double cosLimit = std::cos(static_cast<double>(angleDegrees) * 3.14159265358979323846 / 180.0);
     std::vector<Wm4::Vector3<float>> normals(corners.size(), Wm4::Vector3<float>(0.0f, 0.0f, 0.0f));
-    std::vector<size_t> members;
+    std::vector<uint32_t> members;
     std::vector<std::pair<Vector3d, Vector3d>> distinct;  // direction, summed weight
     for (size_t g = 0; g + 1 < groupStart.size(); ++g) {
         members.assign(grouped.begin() + static_cast<std::ptrdiff_t>(groupStart[g]),
@@ -173,9 +176,9 @@ std::vector<Wm4::Vector3<float>> makeCornerNormals(const tSourceMesh& source, fl
         // quadratic comparison runs over distinct directions only (a flat fan
         // around a hub vertex collapses to one).
         std::sort(members.begin(), members.end(),
-                  [&](size_t a, size_t b) { return lexicographicLess(direction[a / 3], direction[b / 3]); });
+                  [&](uint32_t a, uint32_t b) { return lexicographicLess(direction[a / 3], direction[b / 3]); });
         distinct.clear();
-        for (const size_t c : members) {
+        for (const uint32_t c : members) {
             const Vector3d& d = direction[c / 3];
             if (distinct.empty() || distinct.back().first != d)
                 distinct.emplace_back(d, weighted[c / 3]);
@@ -238,7 +241,8 @@ bool convertMesh(const tSourceMesh& source, unsigned int meshIndex, const Import
     constexpr uint32_t kUnset = 0xffffffffu;
     std::vector<tLast> last(source.positions.size(), tLast{{0, 0, 0}, kUnset});
     std::vector<unsigned int> kept;  // corner number of each new vertex
-    std::vector<unsigned int> newIndex(corners.size());
+    buffers.indices = new qe::qeIndexBuffer(static_cast<int>(corners.size()), qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
+    unsigned int* const newIndex = buffers.indices->GetData();
     tFirstSeenNumbering<6> joined(std::min(source.positions.size(), corners.size()));
     for (size_t c = 0; c < corners.size(); ++c) {
         std::array<uint32_t, 3> normalBits{0, 0, 0};
@@ -266,8 +270,6 @@ bool convertMesh(const tSourceMesh& source, unsigned int meshIndex, const Import
         buffers.vertices->Position3(static_cast<int>(i)) = Wm4::Vector3<float>(p.x, p.y, p.z);
         if (withNormals) buffers.vertices->Normal3(static_cast<int>(i)) = normalOf(kept[i]);
     }
-    buffers.indices = new qe::qeIndexBuffer(static_cast<int>(corners.size()), qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
-    std::copy(newIndex.begin(), newIndex.end(), buffers.indices->GetData());
     return true;
 }
 
@@ -280,21 +282,39 @@ bool convertMesh(const tSourceMesh& source, unsigned int meshIndex, const Import
 // syntax, polygons, bad indices and broken files alike, so errors read the
 // same.
 
-bool readFile(const std::string& path, std::vector<char>& data) {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
-    if (!file) return false;
-    bool ok = std::fseek(file, 0, SEEK_END) == 0;
-    const long size = ok ? std::ftell(file) : -1;
-    ok = ok && size >= 0 && std::fseek(file, 0, SEEK_SET) == 0;
-    if (ok) {
-        // A terminating zero lets the text readers look one character ahead.
-        data.resize(static_cast<size_t>(size) + 1);
-        ok = std::fread(data.data(), 1, static_cast<size_t>(size), file) == static_cast<size_t>(size);
-        data.back() = '\0';
+// The bytes of a file, mapped read-only and faulted in at once: a large
+// model then costs no copy and few page faults.
+class tMappedFile {
+public:
+    explicit tMappedFile(const std::string& path) {
+        const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (descriptor < 0) return;
+        struct stat status;
+        if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0) {
+            void* const mapped = ::mmap(nullptr, static_cast<size_t>(status.st_size), PROT_READ,
+                                        MAP_PRIVATE | MAP_POPULATE, descriptor, 0);
+            if (mapped != MAP_FAILED) {
+                m_data = static_cast<const char*>(mapped);
+                m_size = static_cast<size_t>(status.st_size);
+            }
+        }
+        ::close(descriptor);
     }
-    std::fclose(file);
-    return ok;
-}
+    ~tMappedFile() {
+        if (m_data) ::munmap(const_cast<char*>(m_data), m_size);
+    }
+    tMappedFile(const tMappedFile&) = delete;
+    tMappedFile& operator=(const tMappedFile&) = delete;
+
+    const char* begin() const { return m_data; }
+    const char* end() const { return m_data + m_size; }
+    size_t size() const { return m_size; }
+    bool isOpen() const { return m_data != nullptr; }
+
+private:
+    const char* m_data = nullptr;
+    size_t m_size = 0;
+};
 
 bool littleEndianHost() {
     const uint32_t one = 1;
@@ -392,16 +412,16 @@ void splitTokens(const char* begin, const char* end, std::vector<std::pair<const
 // the file size agreeing exactly (assimp takes such a file as binary even
 // when its header starts with "solid"). Assimp keeps one vertex per corner
 // and hands the facet normal to all three.
-bool readBinaryStl(const std::vector<char>& data, std::vector<tSourceMesh>& meshes) {
-    const size_t size = data.size() - 1;
+bool readBinaryStl(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
+    const size_t size = data.size();
     if (size < 84 || !littleEndianHost()) return false;
-    const uint32_t facets = load<uint32_t>(data.data() + 80);
+    const uint32_t facets = load<uint32_t>(data.begin() + 80);
     if (facets == 0 || 84 + 50 * static_cast<uint64_t>(facets) != size) return false;
     tSourceMesh mesh;
     mesh.positions.resize(3 * static_cast<size_t>(facets));
     mesh.normals.resize(3 * static_cast<size_t>(facets));
     mesh.corners.resize(3 * static_cast<size_t>(facets));
-    const char* at = data.data() + 84;
+    const char* at = data.begin() + 84;
     for (size_t f = 0; f < facets; ++f, at += 50) {
         const tVec3 normal{load<float>(at), load<float>(at + 4), load<float>(at + 8)};
         for (size_t k = 0; k < 3; ++k) {
@@ -443,9 +463,9 @@ int plyTypeSize(const std::string& type, bool& isFloat) {
     return 0;
 }
 
-bool readPly(const std::vector<char>& data, std::vector<tSourceMesh>& meshes) {
-    const char* c = data.data();
-    const char* const end = data.data() + data.size() - 1;
+bool readPly(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
+    const char* c = data.begin();
+    const char* const end = data.end();
     std::vector<std::pair<const char*, const char*>> tokens;
     const auto nextLine = [&](const char*& lineBegin, const char*& lineEnd) {
         if (c >= end) return false;
@@ -629,7 +649,7 @@ bool readPly(const std::vector<char>& data, std::vector<tSourceMesh>& meshes) {
 // objects; empty ones are dropped. Every face corner becomes its own vertex
 // there; here a mesh without normals keeps shared positions instead, which
 // the corner joining numbers the same way.
-bool readObj(const std::vector<char>& data, std::vector<tSourceMesh>& meshes) {
+bool readObj(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
     struct tFace {
         int64_t position[3];
         int64_t normal[3];  // -1 without
@@ -655,8 +675,8 @@ bool readObj(const std::vector<char>& data, std::vector<tSourceMesh>& meshes) {
         objMeshes.push_back(tObjMesh{name, {}, false});
     };
 
-    const char* c = data.data();
-    const char* const end = data.data() + data.size() - 1;
+    const char* c = data.begin();
+    const char* const end = data.end();
     if (end - c < 16) return false;  // assimp refuses such short files
     std::vector<std::pair<const char*, const char*>> tokens;
     while (c < end) {
@@ -836,14 +856,13 @@ void placeMesh(ImportedModel& model, const tBuffers& buffers, const tRows& rows,
 bool importBuiltIn(const std::string& path, const std::string& extension, const ImportOptions& options,
                    ImportedModel& model) {
     if (extension != ".stl" && extension != ".ply" && extension != ".obj") return false;
-    std::vector<char> data;
-    if (!readFile(path, data)) return false;
+    const tMappedFile data(path);
+    if (!data.isOpen()) return false;
     std::vector<tSourceMesh> meshes;
     const bool read = extension == ".stl"   ? readBinaryStl(data, meshes)
                       : extension == ".ply" ? readPly(data, meshes)
                                             : readObj(data, meshes);
     if (!read) return false;
-    data = std::vector<char>();
 
     // Assimp names the single mesh of binary STL and PLY files as below (its
     // unnamed mesh takes the name of the node that holds it).

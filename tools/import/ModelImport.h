@@ -47,6 +47,8 @@ struct ImportOptions {
 // applied anywhere. Returns
 // false with a one-line reason in error when the file cannot be read, holds
 // no triangle, or has a non-finite coordinate; model is then left empty.
+// Binary STL, PLY and OBJ files in their common forms are read by built-in
+// readers, everything else by assimp; both give the same result bit for bit.
 bool ImportModel(const std::string& path, ImportedModel& model, std::string& error,
                  const ImportOptions& options = ImportOptions());
 
