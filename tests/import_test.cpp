@@ -1,8 +1,16 @@
 // The model importer shared by the tool, the tests and the benchmarks: real
 // files load with their triangle counts, broken ones fail with a reason.
+#include <algorithm>
+#include <cctype>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <random>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -103,6 +111,191 @@ TEST(ModelImport, BrokenFilesFailWithAReason) {
     for (const char* file : {"malformed/binary_header_starts_with_solid.stl", "malformed/negative_indices.obj",
                              "malformed/zero_area_triangle.stl", "malformed/nonmanifold_joined_tetrahedra.obj"})
         EXPECT_TRUE(contour::ImportModel(ctr_test::ModelPath(file), model, error)) << file << ": " << error;
+}
+
+}  // namespace
+
+namespace {
+
+uint32_t Bits(float value) {
+    uint32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
+// Both models hold the same meshes, names, transformations and buffers, bit
+// for bit.
+void ExpectSameModel(const contour::ImportedModel& a, const contour::ImportedModel& b, const std::string& what) {
+    ASSERT_EQ(a.meshes.size(), b.meshes.size()) << what;
+    EXPECT_EQ(a.names, b.names) << what;
+    EXPECT_EQ(a.triangleCount, b.triangleCount) << what;
+    EXPECT_EQ(a.vertexCount, b.vertexCount) << what;
+    EXPECT_EQ(a.hasNormals, b.hasNormals) << what;
+    for (size_t m = 0; m < a.meshes.size(); ++m) {
+        const qe::qeTriMesh& meshA = *a.meshes[m];
+        const qe::qeTriMesh& meshB = *b.meshes[m];
+        for (int row = 0; row < 4; ++row)
+            for (int column = 0; column < 4; ++column) {
+                EXPECT_EQ(Bits(meshA.Local.GetMatrix()[row][column]), Bits(meshB.Local.GetMatrix()[row][column]))
+                    << what << " mesh " << m;
+                EXPECT_EQ(Bits(meshA.World.GetMatrix()[row][column]), Bits(meshB.World.GetMatrix()[row][column]))
+                    << what << " mesh " << m;
+            }
+        const qe::qeVertexBuffer& verticesA = *meshA.VBuffer;
+        const qe::qeVertexBuffer& verticesB = *meshB.VBuffer;
+        ASSERT_EQ(verticesA.GetVertexQuantity(), verticesB.GetVertexQuantity()) << what << " mesh " << m;
+        const bool normals = verticesA.GetAttributes().HasNormal();
+        ASSERT_EQ(normals, verticesB.GetAttributes().HasNormal()) << what << " mesh " << m;
+        size_t differing = 0;
+        for (int v = 0; v < verticesA.GetVertexQuantity(); ++v)
+            for (int k = 0; k < 3; ++k) {
+                differing += Bits(verticesA.Position3(v)[k]) != Bits(verticesB.Position3(v)[k]);
+                if (normals) differing += Bits(verticesA.Normal3(v)[k]) != Bits(verticesB.Normal3(v)[k]);
+            }
+        EXPECT_EQ(differing, 0u) << what << " mesh " << m << ": coordinates that differ";
+        const qe::qeIndexBuffer& indicesA = *meshA.IBuffer;
+        const qe::qeIndexBuffer& indicesB = *meshB.IBuffer;
+        ASSERT_EQ(indicesA.GetIndexQuantity(), indicesB.GetIndexQuantity()) << what << " mesh " << m;
+        EXPECT_TRUE(
+            std::equal(indicesA.GetData(), indicesA.GetData() + indicesA.GetIndexQuantity(), indicesB.GetData()))
+            << what << " mesh " << m << ": index buffers differ";
+    }
+}
+
+// Imports a file through the built-in readers and through assimp alone,
+// with generated and with stored normals: results and errors must agree.
+void ExpectBothReadersAgree(const std::string& path) {
+    for (const bool generate : {true, false}) {
+        contour::ImportOptions builtIn;
+        builtIn.generateNormals = generate;
+        contour::ImportOptions general = builtIn;
+        general.generalReaderOnly = true;
+        contour::ImportedModel fast;
+        contour::ImportedModel reference;
+        std::string fastError;
+        std::string referenceError;
+        const bool fastOk = contour::ImportModel(path, fast, fastError, builtIn);
+        const bool referenceOk = contour::ImportModel(path, reference, referenceError, general);
+        const std::string what = path + (generate ? " (generated normals)" : " (stored normals)");
+        ASSERT_EQ(fastOk, referenceOk) << what << ": " << fastError << referenceError;
+        EXPECT_EQ(fastError, referenceError) << what;
+        ExpectSameModel(fast, reference, what);
+    }
+}
+
+std::vector<std::string> FilesWithExtensions(const std::string& folder) {
+    std::vector<std::string> files;
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error)) return files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder, error)) {
+        std::string extension = entry.path().extension().string();
+        std::transform(extension.begin(), extension.end(), extension.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        if (entry.is_regular_file() && (extension == ".obj" || extension == ".ply" || extension == ".stl"))
+            files.push_back(entry.path().string());
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+TEST(ModelImport, BuiltInReadersMatchAssimpOnEveryModel) {
+    const std::vector<std::string> files = FilesWithExtensions(CTR_MODELS_DIR);
+    if (files.empty()) GTEST_SKIP() << "no models in " << CTR_MODELS_DIR;
+    for (const std::string& file : files) ExpectBothReadersAgree(file);
+}
+
+// Small files for what the model collection lacks: each either goes through
+// a built-in reader or is declined to assimp, and the result is the same.
+TEST(ModelImport, BuiltInReadersMatchAssimpOnEdgeCases) {
+    const std::string folder = ::testing::TempDir();
+    const auto check = [&](const std::string& name, const std::string& content) {
+        const std::string path = folder + name;
+        std::ofstream(path, std::ios::binary) << content;
+        ExpectBothReadersAgree(path);
+        std::remove(path.c_str());
+    };
+    const std::string square = "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\n";
+    // Objects and groups: names, repeats, empty ones, faces before any.
+    check("objects.obj", square + "f 1 2 3\no a\nf 1 3 4\ng b\ng b\nf 1 2 4\no c\no d\nf 2 3 4\ng a\nf 1 2 3\n");
+    check("reopened.obj", square + "o a\nf 1 2 3\no b\nf 1 3 4\no a\nf 2 3 4\n");
+    check("group_then_object.obj", square + "g a\nf 1 2 3\no b\nf 1 3 4\ng a\nf 2 3 4\ng c\nf 1 2 4\n");
+    // Index forms, relative and forward indices, out of range and zero.
+    check("forms.obj",
+          "vn 0 0 1\nvt 0 0\n" + square + "o n\nf 1//1 2//1 3//1\no t\nf 1/1 3/1 4/1\no tn\nf 1/1/1 2/1/1 4/1/1\n");
+    check("relative.obj", square + "f -4 -3 -2\nf -4 -2 -1\n");
+    check("forward.obj", "f 1 2 3\n" + square);
+    check("out_of_range.obj", square + "f 1 2 5\n");
+    check("zero_index.obj", square + "f 0 1 2\n");
+    check("mixed_normals.obj", "vn 0 0 1\n" + square + "f 1//1 2//1 3//1\nf 1 3 4\n");
+    check("normal_without_records.obj", square + "f 1//1 2//1 3//1\n");
+    // Number spellings: exponents, long fractions, signs, crlf, a leading dot.
+    check("numbers.obj", "v 1e-06 -2.5E+2 0.123456789012345678\nv .5 +1 3.\nv 1e3 2 -0\r\nf 1 2 3\r\n");
+    check("numbers_plain.obj",
+          "v 1e-06 -2.5E+2 0.123456789012345678\r\nv 3. 1e3 -0\r\nv 123456789012 0.000001 1E-40\r\nf 1 2 3\r\n");
+    // Many spellings of random values: the last bit of every float must
+    // come out as assimp rounds it.
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> mantissa(-1.0, 1.0);
+    std::uniform_int_distribution<int> exponent(-12, 12);
+    std::string floats;
+    char text[64];
+    for (int i = 0; i < 3000; ++i) {
+        const double value = mantissa(random) * std::pow(10.0, exponent(random));
+        const char* const formats[] = {"%.9g", "%.17f", "%.6f", "%.12e", "%.3E", "%.20g"};
+        std::snprintf(text, sizeof text, formats[i % 6], value);
+        floats += std::string(i % 3 == 0 ? "v " : " ") + text + (i % 3 == 2 ? "\n" : "");
+    }
+    for (int f = 1; f + 2 <= 1000; f += 3)
+        floats += "f " + std::to_string(f) + " " + std::to_string(f + 1) + " " + std::to_string(f + 2) + "\n";
+    check("random_floats.obj", floats);
+    check("quad.obj", square + "f 1 2 3 4\n");
+    check("line.obj", square + "l 1 2\nf 1 2 3\n");
+    check("blank_start.obj", square + " f 1 2 3\nf 1 3 4\n");
+    check("no_faces.obj", square + square);
+    check("material.obj", square + "usemtl red\nf 1 2 3\nusemtl blue\nf 1 3 4\n");
+    // PLY: ascii with normals and colours, a polygon, a bad index, an extra element.
+    const std::string header =
+        "ply\nformat ascii 1.0\nelement vertex 4\nproperty float x\nproperty float y\n"
+        "property float z\n";
+    const std::string vertices = "0 0 0\n1 0 0\n1 1 0.1\n0 1 0\n";
+    check("ascii.ply", header + "element face 2\nproperty list uchar int vertex_indices\nend_header\n" + vertices +
+                           "3 0 1 2\n3 0 2 3\n");
+    check("quad.ply",
+          header + "element face 1\nproperty list uchar int vertex_indices\nend_header\n" + vertices + "4 0 1 2 3\n");
+    check("bad_index.ply",
+          header + "element face 1\nproperty list uchar int vertex_indices\nend_header\n" + vertices + "3 0 1 9\n");
+    check("colours.ply",
+          "ply\nformat ascii 1.0\ncomment colours\nelement vertex 3\nproperty float x\nproperty float y\n"
+          "property float z\nproperty float nx\nproperty float ny\nproperty float nz\nproperty uchar red\n"
+          "element face 1\nproperty list uchar uint vertex_index\nproperty uchar red\nend_header\n"
+          "0 0 0 0 0 1 255\n1 0 0 0 0 1 0\n0 1 0 0 0.6 0.8 7\n3 0 1 2 9\n");
+    check("edges.ply", header +
+                           "element face 1\nproperty list uchar int vertex_indices\nelement edge 1\n"
+                           "property int vertex1\nproperty int vertex2\nend_header\n" +
+                           vertices + "3 0 1 2\n0 1\n");
+    // Binary PLY and STL, built byte by byte; a short one is truncated.
+    const auto bytes = [](const auto& value) {
+        return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+    };
+    std::string ply =
+        "ply\nformat binary_little_endian 1.0\nelement vertex 4\nproperty float x\nproperty float y\n"
+        "property float z\nelement face 2\nproperty list uchar int vertex_indices\nend_header\n";
+    for (const float value : {0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 1.0f, 1.0f, 0.1f, 0.0f, 1.0f, 0.0f})
+        ply += bytes(value);
+    for (const int index : {0, 1, 2, 0, 2, 3}) {
+        if (index == 0) ply += '\3';
+        ply += bytes(index);
+    }
+    check("binary.ply", ply);
+    check("binary_truncated.ply", ply.substr(0, ply.size() - 2));
+    std::string stl = "solid but binary" + std::string(64, ' ') + bytes(uint32_t{2});
+    for (const float value : {0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 1.0f, 1.0f, 0.0f,
+                              0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 1.0f, 0.0f, 0.0f, 1.0f, 0.0f}) {
+        stl += bytes(value);
+        if (stl.size() == 84 + 48 || stl.size() == 84 + 50 + 48) stl += std::string(2, '\0');
+    }
+    check("binary.stl", stl);
+    check("binary_truncated.stl", stl.substr(0, stl.size() - 1));
 }
 
 }  // namespace
