@@ -2,6 +2,7 @@
 // the float-to-integer conversions and fraction comparison beneath it.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <iterator>
 #include <limits>
 #include <ostream>
@@ -282,6 +283,62 @@ TEST(ProjectionClipTriangle, ManyPlanes) {
     // A much larger triangle covers the whole hexagon: six corners on planes.
     r = ClipTriangle(space, V4(10, -5, -5, 1), V4(-5, 10, -5, 1), V4(-5, -5, 10, 1));
     EXPECT_TRUE(r.kept && r.count == 6u && r.codes == 0u);
+}
+
+// Baking skips the clipper for triangles whose corners are inside every
+// plane, so the per-point plane bits must agree with what the clipper does:
+// no bits on any corner means the triangle comes back untouched, and a bit
+// names a plane the point really lies beyond. Points are placed on and
+// around the faces, where rounding could make the two disagree.
+TEST(ProjectionClipTriangle, OutsidePlaneBitsAgreeWithTheClipper) {
+    ctr::DiscreteProjectionSpace space;
+    space.setDomain(Wm4::Vector3<float>(-1.0f, -1.0f, 0.0f), Wm4::Vector3<float>(1.0f, 1.0f, 1.0f));
+    space.updateRatios();
+    std::mt19937 random(11);
+    std::uniform_int_distribution<int> pick(0, 6);
+    std::uniform_real_distribution<float> inside(-1.0f, 1.0f), weight(0.3f, 3.0f);
+    const float near[7] = {-1.0f,   1.0f,    0.0f, std::nextafter(1.0f, 2.0f), std::nextafter(-1.0f, -2.0f),
+                           1.0e-8f, -1.0e-8f};
+    const auto point = [&]() {
+        const float w = weight(random);
+        V4 p;
+        for (int axis = 0; axis < 3; ++axis) {
+            const int k = pick(random);
+            const float u = k == 6 ? inside(random) : near[k];
+            p[axis] = (axis == 2 && u < 0.0f && k == 6 ? -u : u) * w;
+        }
+        p[3] = pick(random) == 0 ? -w : w;
+        return p;
+    };
+    unsigned int untouched = 0, clipped = 0;
+    for (int trial = 0; trial < 20000; ++trial) {
+        const V4 corner[3] = {point(), point(), point()};
+        unsigned int any = 0;
+        for (const V4& c : corner) {
+            const unsigned int bits = space.computeOutsidePlanes(c);
+            for (int plane = 0; plane < 6; ++plane) {
+                const int axis = plane / 2;
+                const float bound = plane % 2 ? space.getDomainMax()[axis] : space.getDomainMin()[axis];
+                const bool beyond = plane % 2 ? c[axis] > bound * c[3] : bound * c[3] > c[axis];
+                ASSERT_EQ(((bits >> plane) & 1u) != 0, beyond);
+            }
+            any |= bits;
+        }
+        const TriangleResult r = ClipTriangle(space, corner[0], corner[1], corner[2]);
+        if (any != 0) {
+            ++clipped;
+            continue;
+        }
+        ++untouched;
+        ASSERT_TRUE(r.kept && r.count == 3u && r.codes == 57u);
+        for (int c = 0; c < 3; ++c)
+            for (int k = 0; k < 4; ++k) {
+                const float kept = r.polygon[c][k], given = corner[c][k];
+                ASSERT_EQ(std::memcmp(&kept, &given, sizeof(float)), 0);
+            }
+    }
+    EXPECT_GT(untouched, 100u);
+    EXPECT_GT(clipped, 100u);
 }
 
 TEST(ProjectionClipTriangle, CornerBehindTheViewer) {

@@ -50,11 +50,13 @@ public:
 
     // What the counting pass hands to the storing pass.
     struct tFirstPassData {
-        // A source triangle that clipping changed: the clipped polygon in clip
-        // space, the source triangle's number and the 2-bit edge codes of the
-        // polygon's vertices (as DiscreteProjectionSpace::clipTriangle gives).
+        // A source triangle that clipping changed: where its clipped polygon
+        // (clip space) lies in the mesh's polygon list, the source
+        // triangle's number and the 2-bit edge codes of the polygon's
+        // vertices (as DiscreteProjectionSpace::clipTriangle gives).
         struct tClipRecord {
-            std::vector<Wm4::Vector4<float>> polygon;
+            uint32_t firstVertex = 0;
+            uint32_t vertexCount = 0;
             uint32_t triangle = 0;
             uint32_t edgeCodes = 0;
         };
@@ -63,7 +65,10 @@ public:
             uint32_t fanTriangleCount = 0;
             // One bit per source triangle kept as it is.
             std::vector<uint32_t> insideBits;
+            // Every source vertex quantised, or the out-of-cube marker.
+            std::vector<BakedVertex> sourceVertices;
             std::vector<tClipRecord> clipRecords;
+            std::vector<Wm4::Vector4<float>> clipPolygons;
         };
         uint32_t vertexCount = 0;
         uint32_t triangleCount = 0;
@@ -150,6 +155,7 @@ private:
     void testTriangleOcclusion(uint32_t triangle, const BakedVertex& a, const BakedVertex& b,
                                std::vector<RationalInterval>& list) const;
     BakedVertex clampToGrid(const BakedVertex& vertex) const;
+    void refitLeaf(qe::qeBVHNode& leaf) const;
 
     const DiscreteProjectionSpace* projectionSpace;
     std::vector<const qe::qeTriMesh*> meshes;

@@ -68,6 +68,11 @@ public:
     bool clipTriangle(Wm4::Vector4<float>*& polygon, Wm4::Vector4<float>*& scratch, unsigned int& count,
                       unsigned int& edgeCodes) const;
 
+    // The plane tests of clipTriangle for one point: bit p set when it lies
+    // outside plane p (min x, max x, min y, max y, min z, max z). A triangle
+    // whose three corners give 0 is one that clipTriangle returns untouched.
+    unsigned int computeOutsidePlanes(const Wm4::Vector4<float>& clipPoint) const;
+
     // Transforms the world edge a->b, clips it against the cube and quantises
     // the clipped end points into outA and outB, with their clip-space w in wA
     // and wB. Returns the parameters (tA, tB) of the clipped ends on a->b.

@@ -4,6 +4,7 @@
 
 #include "ctr/BakedTriangles.h"
 
+#include <algorithm>
 #include <array>
 
 #include "qe/qeBVHPrimitiveContainer.h"
@@ -26,17 +27,55 @@ Wm4::Vector4<float> toClipSpace(const qe::qeTriMesh& mesh, int vertex, const Wm4
     return Wm4::Vector4<float>(world[0], world[1], world[2], 1.0f) * worldToClip;
 }
 
-// The cube test of a source vertex: in front of the viewer and, after the
-// division, inside the cube on every axis (NaN compares as inside, and is
-// quantised to 0 later).
-bool isInsideCube(const Wm4::Vector4<float>& clip, const DiscreteProjectionSpace& space) {
+// The cube test of a source vertex and its quantisation: in front of the
+// viewer and, after the division, inside the cube on every axis (NaN
+// compares as inside, and is quantised to 0). False for a vertex outside.
+bool quantizeSourceVertex(const Wm4::Vector4<float>& clip, const DiscreteProjectionSpace& space, BakedVertex& baked) {
     if (clip[3] <= 0.0f) return false;
+    float u[3];
     for (int axis = 0; axis < 3; ++axis) {
-        const float u = clip[axis] / clip[3];
-        if (u < space.getDomainMin()[axis] || u > space.getDomainMax()[axis]) return false;
+        u[axis] = clip[axis] / clip[3];
+        if (u[axis] < space.getDomainMin()[axis] || u[axis] > space.getDomainMax()[axis]) return false;
     }
+    int32_t grid[3];
+    for (int axis = 0; axis < 3; ++axis)
+        grid[axis] =
+            space.quantizeScaled((u[axis] - space.getDomainMin()[axis]) * space.getDiscreteScale()[axis], axis);
+    baked = BakedVertex{grid[0], grid[1], grid[2]};
     return true;
 }
+
+// The first pass works in fixed chunks of vertices and of triangles that
+// write disjoint parts of their outputs (triangle chunks are whole words of
+// the inside bit set) and whose clip records are joined in chunk order, so
+// the chunks may run in any order.
+constexpr uint32_t kVertexChunk = 1u << 14;
+constexpr uint32_t kTriangleChunk = 1u << 14;
+static_assert(kTriangleChunk % 32 == 0, "triangle chunks own whole words of the inside bits");
+
+// Per source vertex in the first pass: bits 0 to 5 the clip planes it lies
+// outside of, bit 6 set when the divided cube test puts it outside.
+constexpr uint8_t kOffCube = 1u << 6;
+
+void transformVertices(const qe::qeTriMesh& mesh, const DiscreteProjectionSpace& space, uint32_t begin, uint32_t end,
+                       Wm4::Vector4<float>* clip, uint8_t* flags, BakedVertex* baked) {
+    const BakedVertex marker{BakedTriangles::kOutOfCubeMarker, BakedTriangles::kOutOfCubeMarker,
+                             BakedTriangles::kOutOfCubeMarker};
+    for (uint32_t i = begin; i < end; ++i) {
+        clip[i] = toClipSpace(mesh, static_cast<int>(i), space.getWorldToClip());
+        const bool inside = quantizeSourceVertex(clip[i], space, baked[i]);
+        if (!inside) baked[i] = marker;
+        flags[i] = static_cast<uint8_t>(space.computeOutsidePlanes(clip[i]) | (inside ? 0u : kOffCube));
+    }
+}
+
+// What one chunk of triangles found: the number kept as they are and the
+// records of the clipped ones, their polygons numbered within the chunk.
+struct tTriangleChunk {
+    uint32_t keptCount = 0;
+    std::vector<BakedTriangles::tFirstPassData::tClipRecord> records;
+    std::vector<Wm4::Vector4<float>> polygons;
+};
 
 bool fetchTriangle(const qe::qeTriMesh& mesh, int triangle, int vertexQuantity, int (&corner)[3]) {
     if (!mesh.GetTriangle(triangle, corner[0], corner[1], corner[2])) return false;
@@ -46,6 +85,45 @@ bool fetchTriangle(const qe::qeTriMesh& mesh, int triangle, int vertexQuantity, 
 }
 
 uint32_t edgeCode(uint32_t packed, uint32_t vertex) { return (packed >> (2 * vertex)) & 3u; }
+
+void clipTriangles(const qe::qeTriMesh& mesh, int vertexQuantity, const DiscreteProjectionSpace& space,
+                   const Wm4::Vector4<float>* clip, const uint8_t* flags, uint32_t begin, uint32_t end,
+                   uint32_t* insideBits, tTriangleChunk& chunk) {
+    std::array<Wm4::Vector4<float>, DiscreteProjectionSpace::kMaxClipVertices> bufferA, bufferB;
+    for (uint32_t t = begin; t < end; ++t) {
+        int corner[3];
+        if (!fetchTriangle(mesh, static_cast<int>(t), vertexQuantity, corner)) continue;
+        // Corners inside every plane: the clipper would return the triangle
+        // untouched (three vertices, codes 57).
+        const unsigned int outside = flags[corner[0]] | flags[corner[1]] | flags[corner[2]];
+        if (outside == 0) {
+            insideBits[t / 32] |= 1u << (t % 32);
+            ++chunk.keptCount;
+            continue;
+        }
+        Wm4::Vector4<float>* polygon = bufferA.data();
+        Wm4::Vector4<float>* scratch = bufferB.data();
+        for (int c = 0; c < 3; ++c) polygon[c] = clip[corner[c]];
+        unsigned int count = 0, codes = 0;
+        if (!space.clipTriangle(polygon, scratch, count, codes) || count < 3) continue;
+        // The homogeneous plane tests and the divided cube test can disagree
+        // by rounding for a vertex on a face of the cube; such a triangle
+        // goes through the clamping path of clipped polygons instead of using
+        // a vertex that was stored as the marker.
+        if (count == 3 && codes == 57 && !(outside & kOffCube)) {
+            insideBits[t / 32] |= 1u << (t % 32);
+            ++chunk.keptCount;
+            continue;
+        }
+        BakedTriangles::tFirstPassData::tClipRecord record;
+        record.firstVertex = static_cast<uint32_t>(chunk.polygons.size());
+        record.vertexCount = count;
+        record.triangle = t;
+        record.edgeCodes = codes;
+        chunk.records.push_back(record);
+        chunk.polygons.insert(chunk.polygons.end(), polygon, polygon + count);
+    }
+}
 
 }  // namespace
 
@@ -83,50 +161,45 @@ void BakedTriangles::initializeFirstPass(tFirstPassData& data) {
     const DiscreteProjectionSpace& space = *projectionSpace;
 
     std::vector<Wm4::Vector4<float>> clipVertices;
-    std::vector<uint8_t> insideCube;
-    std::array<Wm4::Vector4<float>, DiscreteProjectionSpace::kMaxClipVertices> bufferA, bufferB;
+    std::vector<uint8_t> flags;
+    std::vector<tTriangleChunk> chunks;
     for (size_t j = 0; j < meshes.size(); ++j) {
         if (!isUsable(meshes[j])) continue;
         const qe::qeTriMesh& mesh = *meshes[j];
         tFirstPassData::tMeshData& meshData = data.meshes[j];
 
         const int vertexQuantity = mesh.VBuffer->GetVertexQuantity();
-        clipVertices.resize(static_cast<size_t>(vertexQuantity));
-        insideCube.resize(static_cast<size_t>(vertexQuantity));
-        for (int i = 0; i < vertexQuantity; ++i) {
-            clipVertices[i] = toClipSpace(mesh, i, space.getWorldToClip());
-            insideCube[i] = isInsideCube(clipVertices[i], space);
-        }
-        data.vertexCount += static_cast<uint32_t>(vertexQuantity);
+        const uint32_t vertexCount = static_cast<uint32_t>(std::max(vertexQuantity, 0));
+        clipVertices.resize(vertexCount);
+        flags.resize(vertexCount);
+        meshData.sourceVertices.resize(vertexCount);
+        for (uint32_t begin = 0; begin < vertexCount; begin += kVertexChunk)
+            transformVertices(mesh, space, begin, std::min(vertexCount, begin + kVertexChunk), clipVertices.data(),
+                              flags.data(), meshData.sourceVertices.data());
+        data.vertexCount += vertexCount;
 
         const int triangleQuantity = mesh.GetTriangleQuantity();
-        meshData.triangleCount = static_cast<uint32_t>(triangleQuantity);
-        meshData.insideBits.assign((static_cast<size_t>(triangleQuantity) + 31) / 32, 0u);
-        for (int t = 0; t < triangleQuantity; ++t) {
-            int corner[3];
-            if (!fetchTriangle(mesh, t, vertexQuantity, corner)) continue;
-            Wm4::Vector4<float>* polygon = bufferA.data();
-            Wm4::Vector4<float>* scratch = bufferB.data();
-            for (int c = 0; c < 3; ++c) polygon[c] = clipVertices[corner[c]];
-            unsigned int count = 0, codes = 0;
-            if (!space.clipTriangle(polygon, scratch, count, codes) || count < 3) continue;
-            // The homogeneous plane tests and the divided cube test can
-            // disagree by rounding for a vertex on a face of the cube; such a
-            // triangle goes through the clamping path of clipped polygons
-            // instead of using a vertex that was stored as the marker.
-            if (count == 3 && codes == 57 && insideCube[corner[0]] && insideCube[corner[1]] && insideCube[corner[2]]) {
-                meshData.insideBits[static_cast<size_t>(t) / 32] |= 1u << (t % 32);
-                ++data.triangleCount;
-                continue;
+        const uint32_t triangleCount = static_cast<uint32_t>(std::max(triangleQuantity, 0));
+        meshData.triangleCount = triangleCount;
+        meshData.insideBits.assign((static_cast<size_t>(triangleCount) + 31) / 32, 0u);
+        chunks.assign((static_cast<size_t>(triangleCount) + kTriangleChunk - 1) / kTriangleChunk, tTriangleChunk());
+        for (size_t c = 0; c < chunks.size(); ++c) {
+            const uint32_t begin = static_cast<uint32_t>(c) * kTriangleChunk;
+            clipTriangles(mesh, vertexQuantity, space, clipVertices.data(), flags.data(), begin,
+                          std::min(triangleCount, begin + kTriangleChunk), meshData.insideBits.data(), chunks[c]);
+        }
+        // Joined in chunk order: the records of a mesh stay in triangle order.
+        for (const tTriangleChunk& chunk : chunks) {
+            data.triangleCount += chunk.keptCount;
+            const uint32_t offset = static_cast<uint32_t>(meshData.clipPolygons.size());
+            meshData.clipPolygons.insert(meshData.clipPolygons.end(), chunk.polygons.begin(), chunk.polygons.end());
+            for (tFirstPassData::tClipRecord record : chunk.records) {
+                record.firstVertex += offset;
+                meshData.clipRecords.push_back(record);
+                data.vertexCount += record.vertexCount;
+                data.triangleCount += record.vertexCount - 2;
+                meshData.fanTriangleCount += record.vertexCount - 2;
             }
-            tFirstPassData::tClipRecord record;
-            record.polygon.assign(polygon, polygon + count);
-            record.triangle = static_cast<uint32_t>(t);
-            record.edgeCodes = codes;
-            meshData.clipRecords.push_back(std::move(record));
-            data.vertexCount += count;
-            data.triangleCount += count - 2;
-            meshData.fanTriangleCount += count - 2;
         }
         meshClipRecords[j].reserve(meshData.fanTriangleCount);
     }
@@ -142,11 +215,12 @@ void BakedTriangles::initialize() {
     const DiscreteProjectionSpace& space = *projectionSpace;
     gridLimit = BakedVertex{space.getGridLimit(0), space.getGridLimit(1), space.getGridLimit(2)};
 
-    vertices.resize(data.vertexCount);
-    triangles.resize(3 * static_cast<size_t>(data.triangleCount));
-    planes.resize(data.triangleCount);
-    uint32_t vertexCursor = 0;
-    uint32_t triangleCursor = 0;
+    // Reserved, not resized: every entry is written once, without a zero
+    // fill first. The triangle count is an upper bound (degenerate
+    // triangles are dropped).
+    vertices.reserve(data.vertexCount);
+    triangles.reserve(3 * static_cast<size_t>(data.triangleCount));
+    planes.reserve(data.triangleCount);
 
     // Stores a triangle counter-clockwise in grid x, y with its plane record;
     // drops it when it has no area on screen. A stored clipped triangle also
@@ -167,52 +241,41 @@ void BakedTriangles::initialize() {
                 *clipRecord = (*clipRecord & kClipRecordTriangleMask) | (swapped << kClipRecordCodeShift);
             }
         }
-        uint32_t* stored = &triangles[3 * static_cast<size_t>(triangleCursor)];
-        stored[0] = ia;
-        stored[1] = ib;
-        stored[2] = ic;
-        planes[triangleCursor] = exact::PlaneRecord(a, vertices[ib], vertices[ic]);
-        ++triangleCursor;
+        triangles.push_back(ia);
+        triangles.push_back(ib);
+        triangles.push_back(ic);
+        planes.push_back(exact::PlaneRecord(a, vertices[ib], vertices[ic]));
         if (clipRecord) records.push_back(*clipRecord);
     };
 
     for (size_t j = 0; j < meshes.size(); ++j) {
-        meshFirstVertex[j] = vertexCursor;
-        meshFirstTriangle[j] = triangleCursor;
+        meshFirstVertex[j] = static_cast<uint32_t>(vertices.size());
+        meshFirstTriangle[j] = static_cast<uint32_t>(planes.size());
         if (!isUsable(meshes[j])) continue;
         const qe::qeTriMesh& mesh = *meshes[j];
         const tFirstPassData::tMeshData& meshData = data.meshes[j];
         std::vector<uint32_t>& records = meshClipRecords[j];
 
         const int vertexQuantity = mesh.VBuffer->GetVertexQuantity();
-        const uint32_t base = vertexCursor;
-        for (int i = 0; i < vertexQuantity; ++i) {
-            const Wm4::Vector4<float> clip = toClipSpace(mesh, i, space.getWorldToClip());
-            BakedVertex& baked = vertices[vertexCursor++];
-            if (!isInsideCube(clip, space)) {
-                baked = BakedVertex{kOutOfCubeMarker, kOutOfCubeMarker, kOutOfCubeMarker};
-                continue;
-            }
-            int32_t grid[3];
-            for (int axis = 0; axis < 3; ++axis)
-                grid[axis] = space.quantizeScaled(
-                    (clip[axis] / clip[3] - space.getDomainMin()[axis]) * space.getDiscreteScale()[axis], axis);
-            baked = BakedVertex{grid[0], grid[1], grid[2]};
-        }
+        const uint32_t base = static_cast<uint32_t>(vertices.size());
+        vertices.insert(vertices.end(), meshData.sourceVertices.begin(), meshData.sourceVertices.end());
 
-        for (uint32_t t = 0; t < meshData.triangleCount; ++t) {
-            if (!(meshData.insideBits[t / 32] & (1u << (t % 32)))) continue;
-            int corner[3];
-            fetchTriangle(mesh, static_cast<int>(t), vertexQuantity, corner);
-            addTriangle(base + static_cast<uint32_t>(corner[0]), base + static_cast<uint32_t>(corner[1]),
-                        base + static_cast<uint32_t>(corner[2]), nullptr, records);
+        for (size_t word = 0; word < meshData.insideBits.size(); ++word) {
+            uint32_t bits = meshData.insideBits[word];
+            for (uint32_t t = static_cast<uint32_t>(32 * word); bits != 0; ++t, bits >>= 1) {
+                if (!(bits & 1u)) continue;
+                int corner[3];
+                fetchTriangle(mesh, static_cast<int>(t), vertexQuantity, corner);
+                addTriangle(base + static_cast<uint32_t>(corner[0]), base + static_cast<uint32_t>(corner[1]),
+                            base + static_cast<uint32_t>(corner[2]), nullptr, records);
+            }
         }
 
         for (const tFirstPassData::tClipRecord& clipped : meshData.clipRecords) {
-            const uint32_t first = vertexCursor;
-            const uint32_t n = static_cast<uint32_t>(clipped.polygon.size());
-            for (const Wm4::Vector4<float>& point : clipped.polygon)
-                vertices[vertexCursor++] = space.quantizeClipPoint(point);
+            const uint32_t first = static_cast<uint32_t>(vertices.size());
+            const uint32_t n = clipped.vertexCount;
+            for (uint32_t k = 0; k < n; ++k)
+                vertices.push_back(space.quantizeClipPoint(meshData.clipPolygons[clipped.firstVertex + k]));
             // Fan (0, k, k + 1): slot j of its record holds the side ending
             // at corner j, as the clipper codes polygon vertices. The sides
             // (n-1)->0, 0->1 and k->k+1 lie on polygon edges and carry the
@@ -228,16 +291,27 @@ void BakedTriangles::initialize() {
         }
     }
 
-    triangles.resize(3 * static_cast<size_t>(triangleCursor));
-    planes.resize(triangleCursor);
-    if (triangleCursor == 0) return;
+    if (planes.empty()) return;
     buildHierarchy();
 }
 
 bool BakedTriangles::buildHierarchy(qe::qeLinearGenericBVHBuilder::SplitMethod method) {
     hierarchy.clear();
     if (planes.empty()) return false;
-    const qe::qeBVHPrimitiveContainerCache<BakedTriangles> container(*this);
+    // The boxes computePrimitiveBBox gives, with every vertex taken back to
+    // world space once rather than once per triangle that uses it.
+    std::vector<Wm4::Vector3<float>> world;
+    world.reserve(vertices.size());
+    for (const BakedVertex& v : vertices) world.push_back(projectionSpace->discreteToWorld(v.x, v.y, v.z));
+    qe::qeBVHPrimitiveContainer container;
+    container.reserve(getTriangleQuantity());
+    qe::qeBBox box;
+    for (size_t t = 0; t < planes.size(); ++t) {
+        box.makeEmpty();
+        for (int c = 0; c < 3; ++c) box.include(world[triangles[3 * t + c]]);
+        container.add(box);
+    }
+    world = std::vector<Wm4::Vector3<float>>();
     if (!qe::qeLinearGenericBVHBuilder::build(container, hierarchy, nullptr, kMaxLeafSize, method)) return false;
     computeBakedBVHBBox(0);
     return true;

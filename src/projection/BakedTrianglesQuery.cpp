@@ -131,34 +131,56 @@ void BakedTriangles::testTriangleOcclusion(uint32_t triangle, const BakedVertex&
         list.push_back(RationalInterval{start.numerator, start.denominator, end.numerator, end.denominator});
 }
 
-void BakedTriangles::computeBakedBVHBBox(unsigned int node) {
-    std::vector<qe::qeBVHNode>& nodes = hierarchy.getNodes();
-    if (node >= nodes.size()) return;
-    qe::qeBVHNode& current = nodes[node];
-    current.box.makeEmpty();
-    if (!current.isLeaf()) {
-        computeBakedBVHBBox(current.firstChild());
-        computeBakedBVHBBox(current.secondChild());
-        current.box.include(nodes[current.firstChild()].box);
-        current.box.include(nodes[current.secondChild()].box);
-        return;
-    }
-    const uint32_t first = current.firstPrimitive();
-    const uint32_t end = first + current.primitiveCount();
+void BakedTriangles::refitLeaf(qe::qeBVHNode& leaf) const {
+    leaf.box.makeEmpty();
+    const uint32_t first = leaf.firstPrimitive();
+    const uint32_t end = first + leaf.primitiveCount();
     if (end <= first) return;
+    const uint32_t* primitives = hierarchy.getPrimitives().data();
     BakedVertex low{INT32_MAX, INT32_MAX, INT32_MAX};
     BakedVertex high{INT32_MIN, INT32_MIN, INT32_MIN};
     for (uint32_t k = first; k < end; ++k) {
-        const uint32_t* corner = &triangles[3 * static_cast<size_t>(hierarchy.getPrimitives()[k])];
+        const uint32_t* corner = &triangles[3 * static_cast<size_t>(primitives[k])];
         for (int c = 0; c < 3; ++c) {
             const BakedVertex& v = vertices[corner[c]];
             low = BakedVertex{std::min(low.x, v.x), std::min(low.y, v.y), std::min(low.z, v.z)};
             high = BakedVertex{std::max(high.x, v.x), std::max(high.y, v.y), std::max(high.z, v.z)};
         }
     }
-    current.box = qe::qeBBox(
+    leaf.box = qe::qeBBox(
         Wm4::Vector3<float>(static_cast<float>(low.x), static_cast<float>(low.y), static_cast<float>(low.z)),
         Wm4::Vector3<float>(static_cast<float>(high.x), static_cast<float>(high.y), static_cast<float>(high.z)));
+}
+
+void BakedTriangles::computeBakedBVHBBox(unsigned int node) {
+    std::vector<qe::qeBVHNode>& nodes = hierarchy.getNodes();
+    if (node >= nodes.size()) return;
+    if (node == 0) {
+        // The builder places every child after its parent, so one sweep from
+        // the back refits children before the nodes that unite them, without
+        // recursion.
+        for (size_t index = nodes.size(); index-- > 0;) {
+            qe::qeBVHNode& current = nodes[index];
+            if (current.isLeaf()) {
+                refitLeaf(current);
+                continue;
+            }
+            current.box.makeEmpty();
+            current.box.include(nodes[current.firstChild()].box);
+            current.box.include(nodes[current.secondChild()].box);
+        }
+        return;
+    }
+    qe::qeBVHNode& current = nodes[node];
+    if (current.isLeaf()) {
+        refitLeaf(current);
+        return;
+    }
+    current.box.makeEmpty();
+    computeBakedBVHBBox(current.firstChild());
+    computeBakedBVHBBox(current.secondChild());
+    current.box.include(nodes[current.firstChild()].box);
+    current.box.include(nodes[current.secondChild()].box);
 }
 
 }  // namespace ctr

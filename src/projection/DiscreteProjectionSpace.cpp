@@ -162,6 +162,17 @@ bool DiscreteProjectionSpace::clipTriangle(Wm4::Vector4<float>*& polygon, Wm4::V
     return true;
 }
 
+unsigned int DiscreteProjectionSpace::computeOutsidePlanes(const Wm4::Vector4<float>& clipPoint) const {
+    unsigned int planes = 0;
+    for (int plane = 0; plane < kPlaneQuantity; ++plane) {
+        const int axis = plane / 2;
+        const bool upper = (plane & 1) != 0;
+        const float bound = upper ? domainMax[axis] : domainMin[axis];
+        planes |= static_cast<unsigned int>(isOutside(clipPoint, axis, upper, bound)) << plane;
+    }
+    return planes;
+}
+
 std::pair<float, float> DiscreteProjectionSpace::clipEdgeWorld(const Wm4::Vector3<float>& a,
                                                                const Wm4::Vector3<float>& b, BakedVertex& outA,
                                                                BakedVertex& outB, float& wA, float& wB) const {
