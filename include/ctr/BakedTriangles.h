@@ -15,6 +15,7 @@
 
 #include "ctr/BakedVertex.h"
 #include "ctr/DiscreteProjectionSpace.h"
+#include "ctr/Executor.h"
 #include "ctr/Export.h"
 #include "ctr/RationalInterval.h"
 
@@ -86,6 +87,10 @@ public:
     // are kept in it but baked as empty.
     void setMeshes(const std::vector<const qe::qeTriMesh*>& meshList);
     void setProjectionSpace(const DiscreteProjectionSpace* space);
+    // Not owned; null (the default) bakes and extracts on the calling
+    // thread. The results are the same either way.
+    void setExecutor(Executor* executor) { this->executor = executor; }
+    Executor* getExecutor() const { return executor; }
 
     // Bakes the meshes: clears, counts and clips (first pass), then stores
     // vertices, triangles and plane records with every list allocated once,
@@ -158,6 +163,7 @@ private:
     void refitLeaf(qe::qeBVHNode& leaf) const;
 
     const DiscreteProjectionSpace* projectionSpace;
+    Executor* executor = nullptr;
     std::vector<const qe::qeTriMesh*> meshes;
     std::vector<BakedVertex> vertices;
     std::vector<uint32_t> triangles;

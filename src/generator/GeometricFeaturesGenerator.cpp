@@ -63,9 +63,11 @@ void GeometricFeaturesGenerator::tInternal::initBakedTriangles() {
     const std::vector<const qe::qeTriMesh*> none;
     for (size_t i = 0; i < clusterCount; ++i) {
         bakedTriangles[i].setProjectionSpace(&projectionSpace);
+        bakedTriangles[i].setExecutor(executor);
         bakedTriangles[i].setMeshes(clusterMeshes[i]);
         bakedTriangles[i].initialize();
         occluderTriangles[i].setProjectionSpace(&projectionSpace);
+        occluderTriangles[i].setExecutor(executor);
         occluderTriangles[i].setMeshes(i < clusterOccluders.size() ? clusterOccluders[i] : none);
         occluderTriangles[i].initialize();
     }
