@@ -89,7 +89,7 @@ public:
     void setProjectionSpace(const DiscreteProjectionSpace* space);
     // Not owned; null (the default) bakes and extracts on the calling
     // thread. The results are the same either way.
-    void setExecutor(Executor* executor) { this->executor = executor; }
+    void setExecutor(Executor* host) { executor = host; }
     Executor* getExecutor() const { return executor; }
 
     // Bakes the meshes: clears, counts and clips (first pass), then stores
