@@ -270,28 +270,45 @@ void TrianglesIntersection::tInternal::findAllHits(std::vector<tHit>& hits) cons
         }
         return true;
     };
-    const auto testBlocks = [&](const tNodePair& pair, std::vector<tBlockEntry>& blockA,
-                                std::vector<tBlockEntry>& blockB, std::vector<tHit>& out) {
-        loadBlock(pair.a, blockA);
+    // Blocks of one walk, kept while the next pair names the same node: the
+    // walk goes depth first, so one side of the pair repeats for a while.
+    struct tBlocks {
+        std::vector<tBlockEntry> a, b;
+        uint32_t nodeA = ~0u, nodeB = ~0u;
+    };
+    const auto testBlocks = [&](const tNodePair& pair, tBlocks& blocks, std::vector<tHit>& out) {
+        if (blocks.nodeA != pair.a) {
+            if (blocks.nodeB == pair.a) {
+                std::swap(blocks.a, blocks.b);
+                std::swap(blocks.nodeA, blocks.nodeB);
+            } else {
+                loadBlock(pair.a, blocks.a);
+                blocks.nodeA = pair.a;
+            }
+        }
+        const std::vector<tBlockEntry>& blockA = blocks.a;
         if (pair.a == pair.b) {
             for (size_t k = 0; k < blockA.size(); ++k)
                 for (size_t m = k + 1; m < blockA.size(); ++m) testEntries(blockA[k], blockA[m], out);
             return;
         }
-        loadBlock(pair.b, blockB);
+        if (blocks.nodeB != pair.b) {
+            loadBlock(pair.b, blocks.b);
+            blocks.nodeB = pair.b;
+        }
         for (const tBlockEntry& x : blockA)
-            for (const tBlockEntry& y : blockB) testEntries(x, y, out);
+            for (const tBlockEntry& y : blocks.b) testEntries(x, y, out);
     };
     const auto walk = [&](const tNodePair& start, std::vector<tHit>& out) {
         std::vector<tNodePair> stack{start};
-        std::vector<tBlockEntry> blockA, blockB;
+        tBlocks blocks;
         tNodePair parts[3];
         int partCount = 0;
         while (!stack.empty()) {
             const tNodePair pair = stack.back();
             stack.pop_back();
             if (!split(pair, parts, partCount))
-                testBlocks(pair, blockA, blockB, out);
+                testBlocks(pair, blocks, out);
             else
                 stack.insert(stack.end(), parts, parts + partCount);
         }
@@ -406,8 +423,6 @@ bool TrianglesIntersection::tInternal::testTrianglePair(const tTriangleData& fir
     // Parallel planes need no test of their own: a triangle lies wholly on
     // one side of a plane parallel to its own, so it never straddles it.
 
-    // Slots 0 and 1 hold the first triangle's crossings, 2 and 3 the other's.
-    tPointOnEdge slot[4];
     int64_t distance[3];
     int64_t otherDistance[3];
     for (int k = 0; k < 3; ++k) distance[k] = exact::PlaneDistance(first.vertices[k], other.vertices[0], other.normal);
@@ -417,7 +432,9 @@ bool TrianglesIntersection::tInternal::testTrianglePair(const tTriangleData& fir
         otherDistance[k] = exact::PlaneDistance(other.vertices[k], first.vertices[0], first.normal);
     if (!straddles(otherDistance)) return false;
     // The crossing points cost 128-bit floors: only pairs that pass both
-    // plane tests get them.
+    // plane tests get them. Slots 0 and 1 hold the first triangle's
+    // crossings, 2 and 3 the other's.
+    tPointOnEdge slot[4];
     findCrossings(first.vertices, distance, slot);
     findCrossings(other.vertices, otherDistance, slot + 2);
 
