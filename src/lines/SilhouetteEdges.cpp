@@ -16,6 +16,7 @@
 #include "ctr/BakedTriangles.h"
 #include "ctr/LineSegmentSet.h"
 #include "lines/RankSort.h"
+#include "parallel/Chunks.h"
 
 namespace ctr {
 
@@ -23,6 +24,9 @@ namespace {
 
 // Baked coordinates as keys whose unsigned order is their signed order.
 uint32_t CoordinateKey(int32_t value) { return static_cast<uint32_t>(value) ^ 0x80000000u; }
+
+// Groups (distinct first positions) per chunk of the parallel walk.
+constexpr size_t kGroupsPerChunk = 16384;
 
 }  // namespace
 
@@ -128,32 +132,45 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
         }
         groupEnd.pop_back();
 
-        // Runs never cross a group, so ranges of groups could be sorted and
-        // walked apart and their candidates joined in group order.
-        candidates.clear();
-        for (uint32_t group = 0; group < rankCount; ++group) {
-            const uint32_t groupStop = groupEnd[group];
-            uint32_t r = group == 0 ? 0u : groupEnd[group - 1];
-            edges::SortGroup(grouped.get() + r, grouped.get() + groupStop);
-            while (r < groupStop) {
-                const uint32_t head = static_cast<uint32_t>(grouped[r]);
-                const uint64_t headRank = grouped[r] >> 32;
-                unsigned int directions = 0;
-                do {
-                    directions |= isForward(static_cast<uint32_t>(grouped[r])) ? 2u : 1u;
-                    ++r;
-                } while (r < groupStop && grouped[r] >> 32 == headRank);
-                if (directions == 3u) continue;
-                const uint32_t t = head / 3;
-                if (t < firstClipped) {
-                    candidates.push_back(head);
-                    continue;
+        // Runs never cross a group, so ranges of groups are sorted and
+        // walked apart (through the executor when there is one) and their
+        // candidates joined in group order.
+        const auto walkGroups = [&](uint32_t firstGroup, uint32_t lastGroup, std::vector<uint32_t>& found) {
+            for (uint32_t group = firstGroup; group < lastGroup; ++group) {
+                const uint32_t groupStop = groupEnd[group];
+                uint32_t r = group == 0 ? 0u : groupEnd[group - 1];
+                edges::SortGroup(grouped.get() + r, grouped.get() + groupStop);
+                while (r < groupStop) {
+                    const uint32_t head = static_cast<uint32_t>(grouped[r]);
+                    const uint64_t headRank = grouped[r] >> 32;
+                    unsigned int directions = 0;
+                    do {
+                        directions |= isForward(static_cast<uint32_t>(grouped[r])) ? 2u : 1u;
+                        ++r;
+                    } while (r < groupStop && grouped[r] >> 32 == headRank);
+                    if (directions == 3u) continue;
+                    const uint32_t t = head / 3;
+                    if (t < firstClipped) {
+                        found.push_back(head);
+                        continue;
+                    }
+                    // A side on a clip plane, or a fan diagonal left open by
+                    // a dropped fan triangle, is no edge of the mesh.
+                    const uint32_t code =
+                        (records[t - firstClipped] >> (kClipRecordCodeShift + 2 * (head % 3))) & 3u;
+                    if (code != 0) found.push_back(head);
                 }
-                // A side on a clip plane, or a fan diagonal left open by a
-                // dropped fan triangle, is no edge of the mesh.
-                const uint32_t code = (records[t - firstClipped] >> (kClipRecordCodeShift + 2 * (head % 3))) & 3u;
-                if (code != 0) candidates.push_back(head);
             }
+        };
+        candidates.clear();
+        if (executor && rankCount > kGroupsPerChunk) {
+            std::vector<std::vector<uint32_t>> found(ChunkCount(rankCount, kGroupsPerChunk));
+            ForEachChunk(executor, rankCount, kGroupsPerChunk, [&](size_t chunk, size_t firstGroup, size_t lastGroup) {
+                walkGroups(static_cast<uint32_t>(firstGroup), static_cast<uint32_t>(lastGroup), found[chunk]);
+            });
+            for (const std::vector<uint32_t>& part : found) candidates.insert(candidates.end(), part.begin(), part.end());
+        } else {
+            walkGroups(0, rankCount, candidates);
         }
         if (candidates.empty()) continue;
 
