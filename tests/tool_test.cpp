@@ -196,6 +196,8 @@ TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
         {"--demo --bits 20,x", 2, "--bits"},
         {"--demo --fov nan", 2, "--fov"},
         {"--demo --fov 180", 2, "--fov"},
+        {"--demo --threads 0", 2, "--threads"},
+        {"--demo --threads 2.5", 2, "--threads"},
         {"--demo --view sideways", 2, "--view"},
         {"--demo --eye 0,0,10 --target 0,0,20", 1, "behind the eye"},
         {"--demo --eye 1,2", 2, "--eye"},
