@@ -93,6 +93,10 @@ public:
 
     size_t size() const { return m_keys.size(); }
 
+    // Starts loading the slot where key would be looked up first, so that a
+    // caller who knows its next keys early overlaps their cache misses.
+    void prefetch(const tKey& key) const { __builtin_prefetch(&m_slots[hash(key) & (m_slots.size() - 1)]); }
+
 private:
     static constexpr uint32_t kEmpty = 0xffffffffu;
 
@@ -155,15 +159,20 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
                      tSmoothVertices& slots) {
     const ScratchArray<unsigned int>& corners = source.corners;
     const size_t faceCount = corners.size() / 3;
-    ScratchArray<Vector3d> weighted(faceCount);
-    ScratchArray<Vector3d> direction(faceCount);
+    // Each face's normal scaled by twice its area, and its direction.
+    struct tFace {
+        Vector3d weighted;
+        Vector3d direction;
+    };
+    ScratchArray<tFace> faces(faceCount);
     for (size_t f = 0; f < faceCount; ++f) {
         const Vector3d p0 = toDouble(source.positions[corners[3 * f]]);
         const Vector3d p1 = toDouble(source.positions[corners[3 * f + 1]]);
         const Vector3d p2 = toDouble(source.positions[corners[3 * f + 2]]);
-        weighted[f] = (p1 - p0).Cross(p2 - p0);
-        const double length = weighted[f].Length();
-        direction[f] = length > 0.0 ? weighted[f] / length : Vector3d(0.0, 0.0, 0.0);
+        tFace& face = faces[f];
+        face.weighted = (p1 - p0).Cross(p2 - p0);
+        const double length = face.weighted.Length();
+        face.direction = length > 0.0 ? face.weighted / length : Vector3d(0.0, 0.0, 0.0);
     }
 
     // Corners bucketed by position, groups numbered in the order of their
@@ -172,15 +181,21 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
     constexpr uint32_t kUnset = 0xffffffffu;
     ScratchArray<uint32_t> groupOfVertex;
     groupOfVertex.assign(source.positions.size(), kUnset);
-    size_t groupCount = 0;
+    ScratchArray<uint32_t> groupVertex;  // a vertex of each group
     {
+        constexpr size_t kAhead = 32;
         tFirstSeenNumbering<3> groupOf(std::min(source.positions.size(), corners.size()));
-        for (const unsigned int corner : corners) {
-            uint32_t& group = groupOfVertex[corner];
-            if (group == kUnset) group = groupOf.number(positionKey(source.positions[corner]));
+        for (size_t c = 0; c < corners.size(); ++c) {
+            if (c + kAhead < corners.size() && groupOfVertex[corners[c + kAhead]] == kUnset)
+                groupOf.prefetch(positionKey(source.positions[corners[c + kAhead]]));
+            uint32_t& group = groupOfVertex[corners[c]];
+            if (group == kUnset) {
+                group = groupOf.number(positionKey(source.positions[corners[c]]));
+                if (group == groupVertex.size()) groupVertex.push_back(corners[c]);
+            }
         }
-        groupCount = groupOf.size();
     }
+    const size_t groupCount = groupVertex.size();
     ScratchArray<uint32_t> groupStart;
     groupStart.assign(groupCount + 1, 0);
     for (const unsigned int corner : corners) ++groupStart[groupOfVertex[corner] + 1];
@@ -198,32 +213,45 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
     slots.normal.reserve(corners.size());
     slots.source.reserve(corners.size());
     const double cosLimit = std::cos(static_cast<double>(angleDegrees) * 3.14159265358979323846 / 180.0);
-    std::vector<uint32_t> members;
+    // A group's corners with their faces' data, copied once so that sorting
+    // compares nearby memory.
+    struct tMember {
+        Vector3d direction;
+        Vector3d weighted;
+        uint32_t corner;
+    };
+    std::vector<tMember> members;
     std::vector<std::pair<Vector3d, Vector3d>> distinct;  // direction, summed weight
     std::vector<size_t> distinctEnd;                      // end of each direction's run of members
     for (size_t g = 0; g < groupCount; ++g) {
-        members.assign(grouped.begin() + groupStart[g], grouped.begin() + groupStart[g + 1]);
+        members.clear();
+        for (uint32_t k = groupStart[g]; k < groupStart[g + 1]; ++k) {
+            constexpr size_t kAhead = 16;
+            if (k + kAhead < grouped.size()) __builtin_prefetch(&faces[grouped[k + kAhead] / 3]);
+            const uint32_t c = grouped[k];
+            const tFace& face = faces[c / 3];
+            members.push_back(tMember{face.direction, face.weighted, c});
+        }
         // Corners whose faces share a direction get the same normal, so the
         // quadratic comparison runs over distinct directions only (a flat fan
         // around a hub vertex collapses to one).
         std::sort(members.begin(), members.end(),
-                  [&](uint32_t a, uint32_t b) { return lexicographicLess(direction[a / 3], direction[b / 3]); });
+                  [](const tMember& a, const tMember& b) { return lexicographicLess(a.direction, b.direction); });
         distinct.clear();
         distinctEnd.clear();
         for (size_t k = 0; k < members.size(); ++k) {
-            const uint32_t c = members[k];
-            const Vector3d& d = direction[c / 3];
-            if (distinct.empty() || distinct.back().first != d) {
+            const tMember& member = members[k];
+            if (distinct.empty() || distinct.back().first != member.direction) {
                 if (!distinct.empty()) distinctEnd.push_back(k);
-                distinct.emplace_back(d, weighted[c / 3]);
+                distinct.emplace_back(member.direction, member.weighted);
             } else {
-                distinct.back().second += weighted[c / 3];
+                distinct.back().second += member.weighted;
             }
         }
         distinctEnd.push_back(members.size());
 
         const size_t firstSlot = slots.normal.size();
-        const uint32_t sourceVertex = corners[members[0]];
+        const uint32_t sourceVertex = groupVertex[g];
         size_t k = 0;
         for (size_t i = 0; i < distinct.size(); ++i) {
             const Vector3d& own = distinct[i].first;
@@ -243,7 +271,7 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
                 slots.normal.push_back(normal);
                 slots.source.push_back(sourceVertex);
             }
-            for (; k < distinctEnd[i]; ++k) slotOfCorner[members[k]] = static_cast<unsigned int>(slot);
+            for (; k < distinctEnd[i]; ++k) slotOfCorner[members[k].corner] = static_cast<unsigned int>(slot);
         }
     }
 }
