@@ -81,7 +81,7 @@ public:
         for (;;) {
             const uint32_t id = m_slots[slot];
             if (id == kEmpty) break;
-            if (m_keys[id] == key) return id;
+            if (sameKey(m_keys[id], key)) return id;
             slot = (slot + 1) & (m_slots.size() - 1);
         }
         const uint32_t id = static_cast<uint32_t>(m_keys.size());
@@ -99,6 +99,12 @@ public:
 
 private:
     static constexpr uint32_t kEmpty = 0xffffffffu;
+
+    static bool sameKey(const tKey& a, const tKey& b) {
+        uint32_t differ = 0;
+        for (size_t k = 0; k < Words; ++k) differ |= a[k] ^ b[k];
+        return differ == 0;
+    }
 
     static size_t hash(const tKey& key) {
         uint64_t h = 0x9e3779b97f4a7c15ull;
@@ -286,9 +292,13 @@ bool convertMesh(const tSourceMesh& source, unsigned int meshIndex, const Import
                  tBuffers& buffers, std::string& error) {
     const ScratchArray<unsigned int>& corners = source.corners;
     if (corners.empty()) return true;
-    for (const unsigned int corner : corners) {
-        const tVec3& p = source.positions[corner];
-        if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z)) {
+    // Positions are checked in file order, and only when one fails are the
+    // corners searched for the first that uses it (unused ones may fail).
+    const auto finite = [](const tVec3& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); };
+    const bool allFinite = std::all_of(source.positions.begin(), source.positions.end(), finite);
+    for (size_t c = 0; !allFinite && c < corners.size(); ++c) {
+        const unsigned int corner = corners[c];
+        if (!finite(source.positions[corner])) {
             error = "vertex " + std::to_string(corner) + " of mesh " + std::to_string(meshIndex) +
                     " has a coordinate that is not a finite number";
             return false;
@@ -712,10 +722,17 @@ bool readPly(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
     for (const tPlyProperty& property : vertex.properties) vertexSize += static_cast<size_t>(property.size);
     const size_t faceSize = face.properties.size() == 1 ? 13 : 0;  // the common layout: count and three indices
     if (static_cast<size_t>(end - c) / vertexSize < vertex.count) return false;
-    for (size_t v = 0; v < vertex.count; ++v) {
-        for (size_t k = 0; k < target.size(); ++k) {
-            if (target[k] >= 0) store(v, target[k], load<float>(c));
-            c += vertex.properties[k].size;
+    if (target == std::vector<int>{0, 1, 2}) {
+        // Positions only, stored just as the file has them.
+        static_assert(sizeof(tVec3) == 12, "tVec3 is three packed floats");
+        std::memcpy(static_cast<void*>(mesh.positions.data()), c, 12 * vertex.count);
+        c += 12 * vertex.count;
+    } else {
+        for (size_t v = 0; v < vertex.count; ++v) {
+            for (size_t k = 0; k < target.size(); ++k) {
+                if (target[k] >= 0) store(v, target[k], load<float>(c));
+                c += vertex.properties[k].size;
+            }
         }
     }
     if (faceSize != 0 && static_cast<size_t>(end - c) != faceSize * face.count) return false;
