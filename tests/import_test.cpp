@@ -300,8 +300,9 @@ TEST(ModelImport, GeneratedNormalsJoinExactlyTheEqualCorners) {
     }
     ExpectExactJoining(path);
     std::remove(path.c_str());
+    // Real models, when the shared collection is there.
     for (const char* file : {"organic/stanford-bunny.obj", "cad/anchor.stl", "cad/couplingdown.ply"})
-        ExpectExactJoining(ctr_test::ModelPath(file));
+        if (std::filesystem::exists(ctr_test::ModelPath(file))) ExpectExactJoining(ctr_test::ModelPath(file));
 }
 
 // The importer's arrays keep their contents while they grow, from the heap
