@@ -56,7 +56,7 @@ public:
         release();
         m_data = data;
         m_size = size;
-        m_capacity = count;
+        m_capacity = mapped ? mapped / sizeof(T) : count;  // a mapping's whole pages are usable
         m_mapped = mapped;
     }
     // New elements are left uninitialised.
