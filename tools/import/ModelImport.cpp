@@ -772,15 +772,15 @@ bool readObj(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
     };
     struct tObjMesh {
         std::string name;
-        std::vector<tFace> faces;
+        ScratchArray<tFace> faces;
         bool normals = false;
     };
     struct tObject {
         std::string name;
         std::vector<size_t> meshes;
     };
-    std::vector<tVec3> positions;
-    std::vector<tVec3> normals;
+    ScratchArray<tVec3> positions;
+    ScratchArray<tVec3> normals;
     int64_t textureCount = 0;
     std::vector<tObject> objects;
     std::vector<tObjMesh> objMeshes;
@@ -923,6 +923,11 @@ bool readObj(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
             tSourceMesh mesh;
             mesh.name = objMesh.name;
             mesh.corners.reserve(3 * objMesh.faces.size());
+            // Room for the most vertices the mesh can have; pages not used
+            // are never touched.
+            mesh.positions.reserve(objMesh.normals ? 3 * objMesh.faces.size()
+                                                   : std::min(positions.size(), 3 * objMesh.faces.size()));
+            if (objMesh.normals) mesh.normals.reserve(3 * objMesh.faces.size());
             for (const tFace& face : objMesh.faces)
                 for (int k = 0; k < 3; ++k) {
                     const size_t p = static_cast<size_t>(face.position[k]);
