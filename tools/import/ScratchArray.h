@@ -20,8 +20,8 @@ namespace contour {
 //   they read, and zero-filling first would touch each page twice;
 // - large arrays get their own anonymous mapping, backed by huge pages where
 //   the system allows. Page faults dominate the cost of first touching fresh
-//   memory (about fifty times fewer with 2 MiB pages), and unmapping returns
-//   the memory at once. Through malloc such a block would also raise its
+//   memory, and 2 MiB pages take 512 times fewer; unmapping returns the
+//   memory at once. Through malloc such a block would also raise its
 //   adaptive mmap threshold, after which later large blocks come from the
 //   heap and stay resident after being freed.
 template <class T>
