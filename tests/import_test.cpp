@@ -1,6 +1,7 @@
 // The model importer shared by the tool, the tests and the benchmarks: real
 // files load with their triangle counts, broken ones fail with a reason.
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cmath>
 #include <cstdint>
@@ -8,13 +9,16 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "ModelImport.h"
+#include "ScratchArray.h"
 #include "TestSupport.h"
 
 namespace {
@@ -196,6 +200,128 @@ std::vector<std::string> FilesWithExtensions(const std::string& folder) {
     }
     std::sort(files.begin(), files.end());
     return files;
+}
+
+// With generated normals, corners share a vertex exactly when they agree bit
+// for bit in position and normal; vertices come in the order of their first
+// corner, and each corner keeps the position the file gives it.
+void ExpectExactJoining(const std::string& path) {
+    contour::ImportOptions asStored;
+    asStored.generateNormals = false;
+    contour::ImportedModel generated;
+    contour::ImportedModel stored;
+    std::string error;
+    ASSERT_TRUE(contour::ImportModel(path, generated, error)) << path << ": " << error;
+    ASSERT_TRUE(contour::ImportModel(path, stored, error, asStored)) << path << ": " << error;
+    ASSERT_EQ(generated.meshes.size(), stored.meshes.size()) << path;
+    for (size_t m = 0; m < generated.meshes.size(); ++m) {
+        const qe::qeVertexBuffer& vertices = *generated.meshes[m]->VBuffer;
+        const qe::qeIndexBuffer& indices = *generated.meshes[m]->IBuffer;
+        const qe::qeVertexBuffer& storedVertices = *stored.meshes[m]->VBuffer;
+        const qe::qeIndexBuffer& storedIndices = *stored.meshes[m]->IBuffer;
+        ASSERT_EQ(indices.GetIndexQuantity(), storedIndices.GetIndexQuantity()) << path;
+        ASSERT_TRUE(vertices.GetAttributes().HasNormal()) << path;
+        std::set<std::array<uint32_t, 6>> distinct;
+        for (int v = 0; v < vertices.GetVertexQuantity(); ++v) {
+            const Wm4::Vector3<float>& p = vertices.Position3(v);
+            const Wm4::Vector3<float>& n = vertices.Normal3(v);
+            distinct.insert({Bits(p[0]), Bits(p[1]), Bits(p[2]), Bits(n[0]), Bits(n[1]), Bits(n[2])});
+            const float length = n.Length();
+            EXPECT_TRUE(length == 0.0f || std::fabs(length - 1.0f) < 1e-5f) << path << " vertex " << v;
+        }
+        EXPECT_EQ(distinct.size(), static_cast<size_t>(vertices.GetVertexQuantity())) << path << ": repeated vertices";
+        unsigned int seen = 0;
+        size_t misplaced = 0;
+        for (int c = 0; c < indices.GetIndexQuantity(); ++c) {
+            const unsigned int index = indices.GetData()[c];
+            ASSERT_LE(index, seen) << path << " corner " << c << ": not in the order of first corners";
+            if (index == seen) ++seen;
+            const Wm4::Vector3<float>& p = vertices.Position3(static_cast<int>(index));
+            const Wm4::Vector3<float>& q = storedVertices.Position3(static_cast<int>(storedIndices.GetData()[c]));
+            for (int k = 0; k < 3; ++k) misplaced += Bits(p[k]) != Bits(q[k]);
+        }
+        EXPECT_EQ(seen, static_cast<unsigned int>(vertices.GetVertexQuantity())) << path << ": unused vertices";
+        EXPECT_EQ(misplaced, 0u) << path << ": corners moved";
+
+        // Each corner's normal, recomputed from its definition: the area-
+        // weighted mean over the corners at its position whose faces lie
+        // within 30 degrees of its own (all of them for a face without area).
+        using Vector3d = Wm4::Vector3<double>;
+        const int cornerCount = storedIndices.GetIndexQuantity();
+        const auto position = [&](int c) {
+            const Wm4::Vector3<float>& p = storedVertices.Position3(static_cast<int>(storedIndices.GetData()[c]));
+            return Vector3d(p[0], p[1], p[2]);
+        };
+        std::vector<Vector3d> weighted(static_cast<size_t>(cornerCount / 3));
+        std::vector<Vector3d> direction(weighted.size());
+        for (size_t f = 0; f < weighted.size(); ++f) {
+            const int c = 3 * static_cast<int>(f);
+            weighted[f] = (position(c + 1) - position(c)).Cross(position(c + 2) - position(c));
+            const double length = weighted[f].Length();
+            direction[f] = length > 0.0 ? weighted[f] / length : Vector3d(0.0, 0.0, 0.0);
+        }
+        std::map<std::array<uint32_t, 3>, std::vector<int>> cornersAt;
+        for (int c = 0; c < cornerCount; ++c) {
+            const Vector3d p = position(c);
+            cornersAt[{Bits(static_cast<float>(p[0])), Bits(static_cast<float>(p[1])), Bits(static_cast<float>(p[2]))}]
+                .push_back(c);
+        }
+        const double cosLimit = std::cos(30.0 * 3.14159265358979323846 / 180.0);
+        size_t wrongNormals = 0;
+        for (const auto& at : cornersAt)
+            for (const int c : at.second) {
+                const Vector3d& own = direction[static_cast<size_t>(c / 3)];
+                Vector3d sum(0.0, 0.0, 0.0);
+                for (const int other : at.second)
+                    if (own == Vector3d(0.0, 0.0, 0.0) ||
+                        own.Dot(direction[static_cast<size_t>(other / 3)]) >= cosLimit)
+                        sum += weighted[static_cast<size_t>(other / 3)];
+                const double length = sum.Length();
+                const Wm4::Vector3<float>& n = vertices.Normal3(static_cast<int>(indices.GetData()[c]));
+                for (int k = 0; k < 3; ++k)
+                    wrongNormals += std::fabs(n[k] - (length > 0.0 ? sum[k] / length : 0.0)) > 1e-5;
+            }
+        EXPECT_EQ(wrongNormals, 0u) << path << ": normals that differ from their definition";
+    }
+}
+
+TEST(ModelImport, GeneratedNormalsJoinExactlyTheEqualCorners) {
+    // Repeated positions under different numbers, a negative zero, faces
+    // without area, an unused vertex, and a fan around a hub vertex.
+    const std::string path = ::testing::TempDir() + "joining.obj";
+    {
+        std::ofstream file(path);
+        file << "v 0 0 0\nv 1 0 0\nv 0 1 0\nv -0 0 0\nv 1 0 0\nv 0 0 1\nv 0 0 0\nv 2 2 2\nv 1 1 0\n"
+                "f 1 2 3\nf 4 5 6\nf 7 2 6\nf 1 1 2\nf 2 5 9\nf 9 3 2\nf 7 7 7\nf 1 6 3\n";
+        file << "o fan\nv 0 0 5\n";
+        for (int i = 0; i < 24; ++i)
+            file << "v " << std::cos(i * 0.2618) << " " << std::sin(i * 0.2618) << " " << 5 + (i % 3) * 0.4 << "\n";
+        for (int i = 0; i < 24; ++i) file << "f 10 " << 11 + i << " " << 11 + (i + 1) % 24 << "\n";
+    }
+    ExpectExactJoining(path);
+    std::remove(path.c_str());
+    // Real models, when the shared collection is there.
+    for (const char* file : {"organic/stanford-bunny.obj", "cad/anchor.stl", "cad/couplingdown.ply"})
+        if (std::filesystem::exists(ctr_test::ModelPath(file))) ExpectExactJoining(ctr_test::ModelPath(file));
+}
+
+// The importer's arrays keep their contents while they grow, from the heap
+// to mappings of their own.
+TEST(ModelImport, ScratchArraysKeepTheirContents) {
+    contour::ScratchArray<uint64_t> values;
+    for (uint64_t i = 0; i < 300000; ++i) values.push_back(i * i);
+    ASSERT_EQ(values.size(), 300000u);
+    size_t wrong = 0;
+    for (uint64_t i = 0; i < values.size(); ++i) wrong += values[i] != i * i;
+    EXPECT_EQ(wrong, 0u);
+    values.reserve(2000000);
+    EXPECT_EQ(values.size(), 300000u);
+    EXPECT_EQ(values.back(), uint64_t{299999} * 299999u);
+    contour::ScratchArray<uint64_t> moved(std::move(values));
+    EXPECT_TRUE(values.empty());
+    EXPECT_EQ(moved[12345], 12345u * 12345u);
+    moved.assign(5, 7);
+    EXPECT_EQ(std::count(moved.begin(), moved.end(), 7u), 5);
 }
 
 TEST(ModelImport, BuiltInReadersMatchAssimpOnEveryModel) {

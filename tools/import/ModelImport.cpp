@@ -18,6 +18,8 @@
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
+#include "ScratchArray.h"
+
 namespace contour {
 
 namespace {
@@ -29,9 +31,9 @@ struct tVec3 {
 // A mesh as a reader hands it over: vertex arrays, three corners per
 // triangle, and the mesh's name.
 struct tSourceMesh {
-    std::vector<tVec3> positions;
-    std::vector<tVec3> normals;  // empty, or one per position
-    std::vector<unsigned int> corners;
+    ScratchArray<tVec3> positions;
+    ScratchArray<tVec3> normals;  // empty, or one per position
+    ScratchArray<unsigned int> corners;
     std::string name;
 };
 
@@ -79,7 +81,7 @@ public:
         for (;;) {
             const uint32_t id = m_slots[slot];
             if (id == kEmpty) break;
-            if (m_keys[id] == key) return id;
+            if (sameKey(m_keys[id], key)) return id;
             slot = (slot + 1) & (m_slots.size() - 1);
         }
         const uint32_t id = static_cast<uint32_t>(m_keys.size());
@@ -91,8 +93,18 @@ public:
 
     size_t size() const { return m_keys.size(); }
 
+    // Starts loading the slot where key would be looked up first, so that a
+    // caller who knows its next keys early overlaps their cache misses.
+    void prefetch(const tKey& key) const { __builtin_prefetch(&m_slots[hash(key) & (m_slots.size() - 1)]); }
+
 private:
     static constexpr uint32_t kEmpty = 0xffffffffu;
+
+    static bool sameKey(const tKey& a, const tKey& b) {
+        uint32_t differ = 0;
+        for (size_t k = 0; k < Words; ++k) differ |= a[k] ^ b[k];
+        return differ == 0;
+    }
 
     static size_t hash(const tKey& key) {
         uint64_t h = 0x9e3779b97f4a7c15ull;
@@ -101,7 +113,9 @@ private:
     }
 
     void grow() {
-        m_slots.assign(2 * m_slots.size(), kEmpty);
+        const size_t capacity = 2 * m_slots.size();
+        m_slots = ScratchArray<uint32_t>();
+        m_slots.assign(capacity, kEmpty);
         const size_t mask = m_slots.size() - 1;
         for (uint32_t id = 0; id < m_keys.size(); ++id) {
             size_t slot = hash(m_keys[id]) & mask;
@@ -110,8 +124,8 @@ private:
         }
     }
 
-    std::vector<uint32_t> m_slots;
-    std::vector<tKey> m_keys;
+    ScratchArray<uint32_t> m_slots;
+    ScratchArray<tKey> m_keys;
 };
 
 std::array<uint32_t, 3> positionKey(const tVec3& p) { return {floatBits(p.x), floatBits(p.y), floatBits(p.z)}; }
@@ -120,86 +134,152 @@ using Vector3d = Wm4::Vector3<double>;
 
 Vector3d toDouble(const tVec3& v) { return Vector3d(v.x, v.y, v.z); }
 
+bool sameBits(const Wm4::Vector3<float>& a, const Wm4::Vector3<float>& b) {
+    return floatBits(a[0]) == floatBits(b[0]) && floatBits(a[1]) == floatBits(b[1]) &&
+           floatBits(a[2]) == floatBits(b[2]);
+}
+
 bool lexicographicLess(const Vector3d& p, const Vector3d& q) {
     if (p[0] != q[0]) return p[0] < q[0];
     if (p[1] != q[1]) return p[1] < q[1];
     return p[2] < q[2];
 }
 
-// Normals for the corners of a mesh stored without them. Corners meet where
-// their positions are bit-identical; each corner averages the area-weighted
-// normals of the faces meeting there whose directions lie within the angle
-// of its own face's. A degenerate face has no direction and averages all.
-std::vector<Wm4::Vector3<float>> makeCornerNormals(const tSourceMesh& source, float angleDegrees) {
-    const std::vector<unsigned int>& corners = source.corners;
+// Vertices of a mesh stored without normals, with normals generated. Corners
+// meet where their positions are bit-identical; each corner averages the
+// area-weighted normals of the faces meeting there whose directions lie
+// within the angle of its own face's. A degenerate face has no direction and
+// averages all.
+//
+// The corners at one position form a group. Two corners share a vertex when
+// they share the position and their normals agree bit for bit, so vertices
+// never span groups and are found group by group: each distinct normal of a
+// group is a slot. The slots are numbered as vertices in the order of their
+// first corner afterwards.
+struct tSmoothVertices {
+    ScratchArray<Wm4::Vector3<float>> normal;  // per slot
+    ScratchArray<uint32_t> source;             // per slot: a source vertex at its position
+};
+
+void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int* slotOfCorner,
+                     tSmoothVertices& slots) {
+    const ScratchArray<unsigned int>& corners = source.corners;
     const size_t faceCount = corners.size() / 3;
-    std::vector<Vector3d> weighted(faceCount);
-    std::vector<Vector3d> direction(faceCount);
+    // Each face's normal scaled by twice its area, and its direction.
+    struct tFace {
+        Vector3d weighted;
+        Vector3d direction;
+    };
+    ScratchArray<tFace> faces(faceCount);
     for (size_t f = 0; f < faceCount; ++f) {
         const Vector3d p0 = toDouble(source.positions[corners[3 * f]]);
         const Vector3d p1 = toDouble(source.positions[corners[3 * f + 1]]);
         const Vector3d p2 = toDouble(source.positions[corners[3 * f + 2]]);
-        weighted[f] = (p1 - p0).Cross(p2 - p0);
-        const double length = weighted[f].Length();
-        direction[f] = length > 0.0 ? weighted[f] / length : Vector3d(0.0, 0.0, 0.0);
+        tFace& face = faces[f];
+        face.weighted = (p1 - p0).Cross(p2 - p0);
+        const double length = face.weighted.Length();
+        face.direction = length > 0.0 ? face.weighted / length : Vector3d(0.0, 0.0, 0.0);
     }
 
     // Corners bucketed by position, groups numbered in the order of their
     // first corner. Corners that share a vertex share its group, so the
     // table is asked once per vertex, not once per corner.
     constexpr uint32_t kUnset = 0xffffffffu;
-    std::vector<uint32_t> groupOfVertex(source.positions.size(), kUnset);
-    tFirstSeenNumbering<3> groupOf(std::min(source.positions.size(), corners.size()));
-    for (const unsigned int corner : corners) {
-        uint32_t& group = groupOfVertex[corner];
-        if (group == kUnset) group = groupOf.number(positionKey(source.positions[corner]));
+    ScratchArray<uint32_t> groupOfVertex;
+    groupOfVertex.assign(source.positions.size(), kUnset);
+    ScratchArray<uint32_t> groupVertex;  // a vertex of each group
+    {
+        constexpr size_t kAhead = 32;
+        tFirstSeenNumbering<3> groupOf(std::min(source.positions.size(), corners.size()));
+        for (size_t c = 0; c < corners.size(); ++c) {
+            if (c + kAhead < corners.size() && groupOfVertex[corners[c + kAhead]] == kUnset)
+                groupOf.prefetch(positionKey(source.positions[corners[c + kAhead]]));
+            uint32_t& group = groupOfVertex[corners[c]];
+            if (group == kUnset) {
+                group = groupOf.number(positionKey(source.positions[corners[c]]));
+                if (group == groupVertex.size()) groupVertex.push_back(corners[c]);
+            }
+        }
     }
-    const size_t groupCount = groupOf.size();
-    std::vector<uint32_t> groupStart(groupCount + 1, 0);
+    const size_t groupCount = groupVertex.size();
+    ScratchArray<uint32_t> groupStart;
+    groupStart.assign(groupCount + 1, 0);
     for (const unsigned int corner : corners) ++groupStart[groupOfVertex[corner] + 1];
     for (size_t g = 0; g < groupCount; ++g) groupStart[g + 1] += groupStart[g];
-    std::vector<uint32_t> grouped(corners.size());
+    ScratchArray<uint32_t> grouped(corners.size());
     {
-        std::vector<uint32_t> next(groupStart.begin(), groupStart.end() - 1);
+        ScratchArray<uint32_t> next(groupCount);
+        std::memcpy(next.data(), groupStart.data(), groupCount * sizeof(uint32_t));
         for (size_t c = 0; c < corners.size(); ++c)
             grouped[next[groupOfVertex[corners[c]]]++] = static_cast<uint32_t>(c);
     }
+    groupOfVertex = ScratchArray<uint32_t>();
 
+    // At most one slot per corner; the unused part is never touched.
+    slots.normal.reserve(corners.size());
+    slots.source.reserve(corners.size());
     const double cosLimit = std::cos(static_cast<double>(angleDegrees) * 3.14159265358979323846 / 180.0);
-    std::vector<Wm4::Vector3<float>> normals(corners.size(), Wm4::Vector3<float>(0.0f, 0.0f, 0.0f));
-    std::vector<uint32_t> members;
+    // A group's corners with their faces' data, copied once so that sorting
+    // compares nearby memory.
+    struct tMember {
+        Vector3d direction;
+        Vector3d weighted;
+        uint32_t corner;
+    };
+    std::vector<tMember> members;
     std::vector<std::pair<Vector3d, Vector3d>> distinct;  // direction, summed weight
-    for (size_t g = 0; g + 1 < groupStart.size(); ++g) {
-        members.assign(grouped.begin() + static_cast<std::ptrdiff_t>(groupStart[g]),
-                       grouped.begin() + static_cast<std::ptrdiff_t>(groupStart[g + 1]));
+    std::vector<size_t> distinctEnd;                      // end of each direction's run of members
+    for (size_t g = 0; g < groupCount; ++g) {
+        members.clear();
+        for (uint32_t k = groupStart[g]; k < groupStart[g + 1]; ++k) {
+            constexpr size_t kAhead = 16;
+            if (k + kAhead < grouped.size()) __builtin_prefetch(&faces[grouped[k + kAhead] / 3]);
+            const uint32_t c = grouped[k];
+            const tFace& face = faces[c / 3];
+            members.push_back(tMember{face.direction, face.weighted, c});
+        }
         // Corners whose faces share a direction get the same normal, so the
         // quadratic comparison runs over distinct directions only (a flat fan
         // around a hub vertex collapses to one).
         std::sort(members.begin(), members.end(),
-                  [&](uint32_t a, uint32_t b) { return lexicographicLess(direction[a / 3], direction[b / 3]); });
+                  [](const tMember& a, const tMember& b) { return lexicographicLess(a.direction, b.direction); });
         distinct.clear();
-        for (const uint32_t c : members) {
-            const Vector3d& d = direction[c / 3];
-            if (distinct.empty() || distinct.back().first != d)
-                distinct.emplace_back(d, weighted[c / 3]);
-            else
-                distinct.back().second += weighted[c / 3];
+        distinctEnd.clear();
+        for (size_t k = 0; k < members.size(); ++k) {
+            const tMember& member = members[k];
+            if (distinct.empty() || distinct.back().first != member.direction) {
+                if (!distinct.empty()) distinctEnd.push_back(k);
+                distinct.emplace_back(member.direction, member.weighted);
+            } else {
+                distinct.back().second += member.weighted;
+            }
         }
+        distinctEnd.push_back(members.size());
+
+        const size_t firstSlot = slots.normal.size();
+        const uint32_t sourceVertex = groupVertex[g];
         size_t k = 0;
-        for (const auto& own : distinct) {
-            const bool degenerate = own.first == Vector3d(0.0, 0.0, 0.0);
+        for (size_t i = 0; i < distinct.size(); ++i) {
+            const Vector3d& own = distinct[i].first;
+            const bool degenerate = own == Vector3d(0.0, 0.0, 0.0);
             Vector3d sum(0.0, 0.0, 0.0);
             for (const auto& other : distinct)
-                if (degenerate || own.first.Dot(other.first) >= cosLimit) sum += other.second;
+                if (degenerate || own.Dot(other.first) >= cosLimit) sum += other.second;
             const double length = sum.Length();
             const Wm4::Vector3<float> normal = length > 0.0 ? Wm4::Vector3<float>(static_cast<float>(sum[0] / length),
                                                                                   static_cast<float>(sum[1] / length),
                                                                                   static_cast<float>(sum[2] / length))
                                                             : Wm4::Vector3<float>(0.0f, 0.0f, 0.0f);
-            for (; k < members.size() && direction[members[k] / 3] == own.first; ++k) normals[members[k]] = normal;
+            // Different directions may still average to the same normal.
+            size_t slot = firstSlot;
+            while (slot < slots.normal.size() && !sameBits(slots.normal[slot], normal)) ++slot;
+            if (slot == slots.normal.size()) {
+                slots.normal.push_back(normal);
+                slots.source.push_back(sourceVertex);
+            }
+            for (; k < distinctEnd[i]; ++k) slotOfCorner[members[k].corner] = static_cast<unsigned int>(slot);
         }
     }
-    return normals;
 }
 
 // Some formats (OBJ with its separate position and normal indices, STL)
@@ -210,11 +290,15 @@ std::vector<Wm4::Vector3<float>> makeCornerNormals(const tSourceMesh& source, fl
 // the order of their first corner.
 bool convertMesh(const tSourceMesh& source, unsigned int meshIndex, const ImportOptions& options, bool facetNormalsOnly,
                  tBuffers& buffers, std::string& error) {
-    const std::vector<unsigned int>& corners = source.corners;
+    const ScratchArray<unsigned int>& corners = source.corners;
     if (corners.empty()) return true;
-    for (const unsigned int corner : corners) {
-        const tVec3& p = source.positions[corner];
-        if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z)) {
+    // Positions are checked in file order, and only when one fails are the
+    // corners searched for the first that uses it (unused ones may fail).
+    const auto finite = [](const tVec3& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); };
+    const bool allFinite = std::all_of(source.positions.begin(), source.positions.end(), finite);
+    for (size_t c = 0; !allFinite && c < corners.size(); ++c) {
+        const unsigned int corner = corners[c];
+        if (!finite(source.positions[corner])) {
             error = "vertex " + std::to_string(corner) + " of mesh " + std::to_string(meshIndex) +
                     " has a coordinate that is not a finite number";
             return false;
@@ -224,13 +308,38 @@ bool convertMesh(const tSourceMesh& source, unsigned int meshIndex, const Import
     const bool hasNormals = !source.normals.empty();
     const bool generate = options.generateNormals && (!hasNormals || facetNormalsOnly);
     const bool withNormals = hasNormals || generate;
-    std::vector<Wm4::Vector3<float>> generated;
-    if (generate) generated = makeCornerNormals(source, options.smoothingAngleDegrees);
-    const auto normalOf = [&](size_t c) {
-        if (generate) return generated[c];
-        const tVec3& n = source.normals[corners[c]];
-        return Wm4::Vector3<float>(n.x, n.y, n.z);
-    };
+    buffers.indices = new qe::qeIndexBuffer(static_cast<int>(corners.size()), qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
+    unsigned int* const newIndex = buffers.indices->GetData();
+    qe::qeAttributes attributes;
+    attributes.SetPositionChannels(3);
+    if (withNormals) attributes.SetNormalChannels(3);
+
+    if (generate) {
+        // The index buffer holds each corner's slot until the slots are
+        // numbered.
+        tSmoothVertices slots;
+        makeSmoothSlots(source, options.smoothingAngleDegrees, newIndex, slots);
+        constexpr uint32_t kUnset = 0xffffffffu;
+        ScratchArray<uint32_t> number;
+        number.assign(slots.normal.size(), kUnset);
+        ScratchArray<uint32_t> kept(slots.normal.size());  // slot of each new vertex
+        uint32_t vertexCount = 0;
+        for (size_t c = 0; c < corners.size(); ++c) {
+            uint32_t& n = number[newIndex[c]];
+            if (n == kUnset) {
+                kept[vertexCount] = newIndex[c];
+                n = vertexCount++;
+            }
+            newIndex[c] = n;
+        }
+        buffers.vertices = new qe::qeVertexBuffer(attributes, static_cast<int>(vertexCount));
+        for (uint32_t i = 0; i < vertexCount; ++i) {
+            const tVec3& p = source.positions[slots.source[kept[i]]];
+            buffers.vertices->Position3(static_cast<int>(i)) = Wm4::Vector3<float>(p.x, p.y, p.z);
+            buffers.vertices->Normal3(static_cast<int>(i)) = slots.normal[kept[i]];
+        }
+        return true;
+    }
 
     // Each vertex remembers the normal and number its last corner got: the
     // corners around a smooth vertex share them, and skip the table.
@@ -239,16 +348,15 @@ bool convertMesh(const tSourceMesh& source, unsigned int meshIndex, const Import
         uint32_t number;
     };
     constexpr uint32_t kUnset = 0xffffffffu;
-    std::vector<tLast> last(source.positions.size(), tLast{{0, 0, 0}, kUnset});
-    std::vector<unsigned int> kept;  // corner number of each new vertex
-    buffers.indices = new qe::qeIndexBuffer(static_cast<int>(corners.size()), qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
-    unsigned int* const newIndex = buffers.indices->GetData();
+    ScratchArray<tLast> last;
+    last.assign(source.positions.size(), tLast{{0, 0, 0}, kUnset});
+    ScratchArray<unsigned int> kept;  // corner number of each new vertex
     tFirstSeenNumbering<6> joined(std::min(source.positions.size(), corners.size()));
     for (size_t c = 0; c < corners.size(); ++c) {
         std::array<uint32_t, 3> normalBits{0, 0, 0};
         if (withNormals) {
-            const Wm4::Vector3<float> normal = normalOf(c);
-            normalBits = {floatBits(normal[0]), floatBits(normal[1]), floatBits(normal[2])};
+            const tVec3& n = source.normals[corners[c]];
+            normalBits = {floatBits(n.x), floatBits(n.y), floatBits(n.z)};
         }
         tLast& memo = last[corners[c]];
         if (memo.number == kUnset || memo.normal != normalBits) {
@@ -261,14 +369,14 @@ bool convertMesh(const tSourceMesh& source, unsigned int meshIndex, const Import
         newIndex[c] = memo.number;
     }
 
-    qe::qeAttributes attributes;
-    attributes.SetPositionChannels(3);
-    if (withNormals) attributes.SetNormalChannels(3);
     buffers.vertices = new qe::qeVertexBuffer(attributes, static_cast<int>(kept.size()));
     for (size_t i = 0; i < kept.size(); ++i) {
         const tVec3& p = source.positions[corners[kept[i]]];
         buffers.vertices->Position3(static_cast<int>(i)) = Wm4::Vector3<float>(p.x, p.y, p.z);
-        if (withNormals) buffers.vertices->Normal3(static_cast<int>(i)) = normalOf(kept[i]);
+        if (withNormals) {
+            const tVec3& n = source.normals[corners[kept[i]]];
+            buffers.vertices->Normal3(static_cast<int>(i)) = Wm4::Vector3<float>(n.x, n.y, n.z);
+        }
     }
     return true;
 }
@@ -614,10 +722,17 @@ bool readPly(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
     for (const tPlyProperty& property : vertex.properties) vertexSize += static_cast<size_t>(property.size);
     const size_t faceSize = face.properties.size() == 1 ? 13 : 0;  // the common layout: count and three indices
     if (static_cast<size_t>(end - c) / vertexSize < vertex.count) return false;
-    for (size_t v = 0; v < vertex.count; ++v) {
-        for (size_t k = 0; k < target.size(); ++k) {
-            if (target[k] >= 0) store(v, target[k], load<float>(c));
-            c += vertex.properties[k].size;
+    if (target == std::vector<int>{0, 1, 2}) {
+        // Positions only, stored just as the file has them.
+        static_assert(sizeof(tVec3) == 12, "tVec3 is three packed floats");
+        std::memcpy(static_cast<void*>(mesh.positions.data()), c, 12 * vertex.count);
+        c += 12 * vertex.count;
+    } else {
+        for (size_t v = 0; v < vertex.count; ++v) {
+            for (size_t k = 0; k < target.size(); ++k) {
+                if (target[k] >= 0) store(v, target[k], load<float>(c));
+                c += vertex.properties[k].size;
+            }
         }
     }
     if (faceSize != 0 && static_cast<size_t>(end - c) != faceSize * face.count) return false;
@@ -657,15 +772,15 @@ bool readObj(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
     };
     struct tObjMesh {
         std::string name;
-        std::vector<tFace> faces;
+        ScratchArray<tFace> faces;
         bool normals = false;
     };
     struct tObject {
         std::string name;
         std::vector<size_t> meshes;
     };
-    std::vector<tVec3> positions;
-    std::vector<tVec3> normals;
+    ScratchArray<tVec3> positions;
+    ScratchArray<tVec3> normals;
     int64_t textureCount = 0;
     std::vector<tObject> objects;
     std::vector<tObjMesh> objMeshes;
@@ -808,6 +923,11 @@ bool readObj(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
             tSourceMesh mesh;
             mesh.name = objMesh.name;
             mesh.corners.reserve(3 * objMesh.faces.size());
+            // Room for the most vertices the mesh can have; pages not used
+            // are never touched.
+            mesh.positions.reserve(objMesh.normals ? 3 * objMesh.faces.size()
+                                                   : std::min(positions.size(), 3 * objMesh.faces.size()));
+            if (objMesh.normals) mesh.normals.reserve(3 * objMesh.faces.size());
             for (const tFace& face : objMesh.faces)
                 for (int k = 0; k < 3; ++k) {
                     const size_t p = static_cast<size_t>(face.position[k]);
@@ -856,13 +976,17 @@ void placeMesh(ImportedModel& model, const tBuffers& buffers, const tRows& rows,
 bool importBuiltIn(const std::string& path, const std::string& extension, const ImportOptions& options,
                    ImportedModel& model) {
     if (extension != ".stl" && extension != ".ply" && extension != ".obj") return false;
-    const tMappedFile data(path);
-    if (!data.isOpen()) return false;
     std::vector<tSourceMesh> meshes;
-    const bool read = extension == ".stl"   ? readBinaryStl(data, meshes)
-                      : extension == ".ply" ? readPly(data, meshes)
-                                            : readObj(data, meshes);
-    if (!read) return false;
+    {
+        // The readers copy what they need, so the file goes before the
+        // meshes are built.
+        const tMappedFile data(path);
+        if (!data.isOpen()) return false;
+        const bool read = extension == ".stl"   ? readBinaryStl(data, meshes)
+                          : extension == ".ply" ? readPly(data, meshes)
+                                                : readObj(data, meshes);
+        if (!read) return false;
+    }
 
     // Assimp names the single mesh of binary STL and PLY files as below (its
     // unnamed mesh takes the name of the node that holds it).
