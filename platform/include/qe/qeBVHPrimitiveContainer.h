@@ -30,6 +30,16 @@ public:
         m_boxes.push_back(box);
         m_centroids.push_back(box.center());
     }
+    // For filling from several threads: resize once, then set each
+    // primitive from any thread, each exactly once.
+    void resize(uint32_t quantity) {
+        m_boxes.resize(quantity);
+        m_centroids.resize(quantity);
+    }
+    void set(uint32_t primitive, const qeBBox& box) {
+        m_boxes[primitive] = box;
+        m_centroids[primitive] = box.center();
+    }
 
 private:
     std::vector<qeBBox> m_boxes;
