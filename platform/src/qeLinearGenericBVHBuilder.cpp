@@ -13,6 +13,8 @@
 #include <new>
 #include <type_traits>
 
+#include "qe/qeMemory.h"
+
 namespace qe {
 
 namespace {
@@ -386,7 +388,9 @@ struct tItemStore {
         void operator()(tItem* items) const { ::operator delete(items); }
     };
     explicit tItemStore(uint32_t quantity)
-        : items(static_cast<tItem*>(::operator new(sizeof(tItem) * std::max<size_t>(quantity, 1)))) {}
+        : items(static_cast<tItem*>(::operator new(sizeof(tItem) * std::max<size_t>(quantity, 1)))) {
+        qeAdviseLargePages(items.get(), sizeof(tItem) * static_cast<size_t>(quantity));
+    }
     std::unique_ptr<tItem, tFree> items;
 };
 
@@ -434,12 +438,13 @@ public:
             // The node list gets the bound of a binary tree whose leaves hold
             // at least one primitive, so that it never moves while it grows.
             // Untouched reserve costs address space only.
-            m_nodes.reserve(2 * static_cast<size_t>(quantity) - 1);
+            qeReserveLarge(m_nodes, 2 * static_cast<size_t>(quantity) - 1);
             built = buildDepthFirst(m_splitter, root, nullptr, m_nodes, cancel);
         } else {
             built = buildInParallel(root, cancel);
         }
         if (!built || (cancel && cancel->isCancelled())) return false;
+        qeReserveLarge(m_primitives, quantity);
         m_primitives.resize(quantity);
         forEach(chunks, [&](size_t chunk) {
             const uint32_t begin = static_cast<uint32_t>(chunk) * kItemChunk;
@@ -629,6 +634,7 @@ private:
             return reference & kSubtreeFlag ? subtrees[reference & ~kSubtreeFlag].index : top[reference].index;
         };
 
+        qeReserveLarge(m_nodes, sizeOf(rootReference));
         m_nodes.resize(sizeOf(rootReference));
         for (tTopNode& node : top) {
             if (!node.node.isLeaf()) {

@@ -9,6 +9,7 @@
 
 #include "qe/qeBVHPrimitiveContainer.h"
 #include "qe/qeLinearGenericBVHBuilder.h"
+#include "qe/qeMemory.h"
 #include "qe/qeTriMesh.h"
 
 #include "parallel/Chunks.h"
@@ -179,6 +180,8 @@ void BakedTriangles::initializeFirstPass(tFirstPassData& data) {
 
         const int vertexQuantity = mesh.VBuffer->GetVertexQuantity();
         const uint32_t vertexCount = static_cast<uint32_t>(std::max(vertexQuantity, 0));
+        qe::qeReserveLarge(clipVertices, vertexCount);
+        qe::qeReserveLarge(meshData.sourceVertices, vertexCount);
         clipVertices.resize(vertexCount);
         flags.resize(vertexCount);
         meshData.sourceVertices.resize(vertexCount);
@@ -231,7 +234,7 @@ void BakedTriangles::initialize() {
     // Per mesh, every source vertex, then the vertices of the clipped
     // polygons in record order. Reserved, not resized: every entry is
     // written once, without a zero fill first.
-    vertices.reserve(data.vertexCount);
+    qe::qeReserveLarge(vertices, data.vertexCount);
     for (size_t j = 0; j < meshes.size(); ++j) {
         meshFirstVertex[j] = static_cast<uint32_t>(vertices.size());
         const tFirstPassData::tMeshData& meshData = data.meshes[j];
@@ -312,6 +315,8 @@ void BakedTriangles::initialize() {
         triangleTotal += fanPlanes[j].size();
     }
     if (triangleTotal == 0) return;
+    qe::qeReserveLarge(triangles, 3 * triangleTotal);
+    qe::qeReserveLarge(planes, triangleTotal);
     triangles.resize(3 * triangleTotal);
     planes.resize(triangleTotal);
     ForEachTask(executor, tasks.size(), [&](size_t i) {
@@ -362,7 +367,7 @@ bool BakedTriangles::buildHierarchy(qe::qeLinearGenericBVHBuilder::SplitMethod m
     std::vector<Wm4::Vector3<float>> world;
     qe::qeBVHPrimitiveContainer container;
     if (!executor) {
-        world.reserve(vertexCount);
+        qe::qeReserveLarge(world, vertexCount);
         for (const BakedVertex& v : vertices) world.push_back(projectionSpace->discreteToWorld(v.x, v.y, v.z));
         container.reserve(triangleCount);
         qe::qeBBox box;
@@ -372,6 +377,7 @@ bool BakedTriangles::buildHierarchy(qe::qeLinearGenericBVHBuilder::SplitMethod m
             container.add(box);
         }
     } else {
+        qe::qeReserveLarge(world, vertexCount);
         world.resize(vertexCount);
         ForEachChunk(executor, vertexCount, kBoxChunk, [&](size_t, size_t begin, size_t end) {
             for (size_t i = begin; i < end; ++i)

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "qe/qeBBox.h"
+#include "qe/qeMemory.h"
 
 namespace qe {
 
@@ -23,8 +24,8 @@ public:
         m_centroids.clear();
     }
     void reserve(uint32_t quantity) {
-        m_boxes.reserve(quantity);
-        m_centroids.reserve(quantity);
+        qeReserveLarge(m_boxes, quantity);
+        qeReserveLarge(m_centroids, quantity);
     }
     void add(const qeBBox& box) {
         m_boxes.push_back(box);
@@ -33,6 +34,7 @@ public:
     // For filling from several threads: resize once, then set each
     // primitive from any thread, each exactly once.
     void resize(uint32_t quantity) {
+        reserve(quantity);
         m_boxes.resize(quantity);
         m_centroids.resize(quantity);
     }
