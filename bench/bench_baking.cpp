@@ -6,6 +6,7 @@
 #include <benchmark/benchmark.h>
 
 #include "BenchScenes.h"
+#include "ThreadPool.h"
 
 namespace {
 
@@ -22,14 +23,18 @@ void reportBaking(benchmark::State& state, const contour::ImportedModel& model, 
 
 // A fresh object per iteration, as a generator bakes a new cluster: the
 // allocation of every list (and the release of the previous object) is part
-// of the cost.
-void bakeLoop(benchmark::State& state, const contour::ImportedModel& model, bench::Projection projection) {
+// of the cost. With threads > 1 the bake runs through a pool of that many
+// threads (the calling one included); such runs are timed by the wall clock.
+void bakeLoop(benchmark::State& state, const contour::ImportedModel& model, bench::Projection projection,
+              unsigned int threads = 1) {
     const ctr::DiscreteProjectionSpace space = bench::MakeFramingSpace(bench::ComputeWorldBox(model), projection);
     const std::vector<const qe::qeTriMesh*> meshes = model.meshList();
+    contour::ThreadPool pool(threads);
     std::unique_ptr<ctr::BakedTriangles> baked;
     for (auto _ : state) {
         baked = std::make_unique<ctr::BakedTriangles>();
         baked->setProjectionSpace(&space);
+        baked->setExecutor(threads > 1 ? &pool : nullptr);
         baked->setMeshes(meshes);
         baked->initialize();
         uint32_t stored = baked->getTriangleQuantity();
@@ -46,6 +51,13 @@ void BM_BakeTorus(benchmark::State& state) {
 BENCHMARK(BM_BakeTorus)->Arg(32)->Arg(64)->Arg(128)->Arg(256)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_BakeTorus)->Arg(512)->Unit(benchmark::kMillisecond)->Iterations(1);
 
+// The same through a pool of two threads.
+void BM_BakeTorus2Threads(benchmark::State& state) {
+    bakeLoop(state, bench::GetTorus(static_cast<int>(state.range(0))), bench::Projection::kPerspective, 2);
+}
+BENCHMARK(BM_BakeTorus2Threads)->Arg(32)->Arg(64)->Arg(128)->Arg(256)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_BakeTorus2Threads)->Arg(512)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
+
 void BM_BakeModel(benchmark::State& state, const char* path, bench::Projection projection) {
     bakeLoop(state, bench::LoadModel(path), projection);
 }
@@ -58,6 +70,20 @@ BENCHMARK_CAPTURE(BM_BakeModel, armadillo_perspective, bench::kArmadillo, bench:
 BENCHMARK_CAPTURE(BM_BakeModel, igea1m_perspective, bench::kIgea1M, bench::Projection::kPerspective)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1);
+
+void BM_BakeModel2Threads(benchmark::State& state, const char* path, bench::Projection projection) {
+    bakeLoop(state, bench::LoadModel(path), projection, 2);
+}
+BENCHMARK_CAPTURE(BM_BakeModel2Threads, bunny_perspective, bench::kBunny, bench::Projection::kPerspective)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(BM_BakeModel2Threads, armadillo_perspective, bench::kArmadillo, bench::Projection::kPerspective)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(BM_BakeModel2Threads, igea1m_perspective, bench::kIgea1M, bench::Projection::kPerspective)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1)
+    ->UseRealTime();
 
 // The hierarchy part of baking alone (primitive boxes, build, refit), for
 // the default surface-area split and the median split over the same baked

@@ -1,6 +1,7 @@
 // Parallel runs must give what the calling thread alone gives: the same line
 // sets to the bit and the same file bytes, whatever the number of threads.
 #include <atomic>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +16,7 @@
 #include "ModelImport.h"
 #include "TestSupport.h"
 #include "ThreadPool.h"
+#include "ctr/BakedTriangles.h"
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "generator/GeneratorInternal.h"
 
@@ -116,8 +118,8 @@ TEST(Parallel, SameResultWithAnyThreadCount) {
     ExpectSameWithAnyThreads(contour::MakeDemoScene(), "demo");
     // A CAD part, many meshes that cut each other, and two scanned balls.
     int found = 0;
-    for (const char* relative : {"cad-brep/box_holes.obj", "scenes/2CylinderEngine.glb",
-                                 "scenes/two_balls_intersecting.obj"}) {
+    for (const char* relative :
+         {"cad-brep/box_holes.obj", "scenes/2CylinderEngine.glb", "scenes/two_balls_intersecting.obj"}) {
         const std::string path = ctr_test::ModelPath(relative);
         if (!std::filesystem::exists(path)) continue;
         ++found;
@@ -127,6 +129,106 @@ TEST(Parallel, SameResultWithAnyThreadCount) {
         ExpectSameWithAnyThreads(model, relative);
     }
     if (found == 0) GTEST_SKIP() << "model files not found under " << ctr_test::ModelPath("") << ": demo scene only";
+}
+
+template <typename T>
+bool SameBytes(const std::vector<T>& a, const std::vector<T>& b) {
+    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0);
+}
+
+// A bake through a pool stores, bit for bit, what the calling thread alone
+// stores: vertices, triangles, planes, per-mesh ranges and clip records, and
+// the hierarchy's nodes (numbering, boxes) and primitive order. Returns the
+// number of clip records, so that callers can check the camera clipped.
+size_t ExpectSameBake(const std::vector<const qe::qeTriMesh*>& meshes, const ctr::DiscreteProjectionSpace& space,
+                      const std::string& name) {
+    SCOPED_TRACE(name);
+    const auto bake = [&](ctr::Executor* executor) {
+        ctr::BakedTriangles baked;
+        baked.setProjectionSpace(&space);
+        baked.setMeshes(meshes);
+        baked.setExecutor(executor);
+        baked.initialize();
+        return baked;
+    };
+    const ctr::BakedTriangles serial = bake(nullptr);
+    std::string why;
+    EXPECT_TRUE(serial.validate(&why)) << why;
+    size_t clipRecords = 0;
+    for (const std::vector<uint32_t>& records : serial.getMeshClipRecords()) clipRecords += records.size();
+    for (const unsigned int threads : {2u, 3u}) {
+        contour::ThreadPool pool(threads);
+        const ctr::BakedTriangles parallel = bake(&pool);
+        EXPECT_TRUE(SameBytes(serial.getVertices(), parallel.getVertices())) << threads << " threads";
+        EXPECT_TRUE(SameBytes(serial.getTriangles(), parallel.getTriangles())) << threads << " threads";
+        EXPECT_TRUE(SameBytes(serial.getPlanes(), parallel.getPlanes())) << threads << " threads";
+        EXPECT_TRUE(SameBytes(serial.getMeshFirstVertex(), parallel.getMeshFirstVertex())) << threads << " threads";
+        EXPECT_TRUE(SameBytes(serial.getMeshFirstTriangle(), parallel.getMeshFirstTriangle())) << threads << " threads";
+        EXPECT_EQ(serial.getMeshClipRecords(), parallel.getMeshClipRecords()) << threads << " threads";
+        EXPECT_TRUE(SameBytes(serial.getHierarchy().getNodes(), parallel.getHierarchy().getNodes()))
+            << threads << " threads";
+        EXPECT_TRUE(SameBytes(serial.getHierarchy().getPrimitives(), parallel.getHierarchy().getPrimitives()))
+            << threads << " threads";
+    }
+    return clipRecords;
+}
+
+// A rippled torus of 4 r^2 triangles around the y axis, radii 2 and 0.7:
+// large enough for the builder to split it into many subtrees.
+qe::qePointer<qe::qeTriMesh> MakeTorus(int r) {
+    std::vector<Wm4::Vector3<float>> positions;
+    std::vector<unsigned int> indices;
+    const float pi = 3.14159265f;
+    for (int i = 0; i < r; ++i)
+        for (int j = 0; j < 2 * r; ++j) {
+            const float u = 2.0f * pi * static_cast<float>(i) / static_cast<float>(r);
+            const float v = 2.0f * pi * static_cast<float>(j) / static_cast<float>(2 * r);
+            const float tube = 0.7f + 0.05f * std::sin(7.0f * u) * std::cos(5.0f * v);
+            positions.push_back(Wm4::Vector3<float>((2.0f + tube * std::cos(v)) * std::cos(u), tube * std::sin(v),
+                                                    (2.0f + tube * std::cos(v)) * std::sin(u)));
+            const unsigned int a = static_cast<unsigned int>(i * 2 * r + j);
+            const unsigned int b = static_cast<unsigned int>(((i + 1) % r) * 2 * r + j);
+            const unsigned int c = static_cast<unsigned int>(((i + 1) % r) * 2 * r + (j + 1) % (2 * r));
+            const unsigned int d = static_cast<unsigned int>(i * 2 * r + (j + 1) % (2 * r));
+            indices.insert(indices.end(), {a, b, c, a, c, d});
+        }
+    return ctr_test::MakeMesh(positions, indices);
+}
+
+TEST(Parallel, BakeIsTheSameWithAnyThreadCount) {
+    ctr::DiscreteProjectionSpace whole, close;
+    ctr_test::OrthoCamera(whole, Wm4::Vector3<float>(0.5f, 6.0f, 5.0f), Wm4::Vector3<float>(0.0f, 0.0f, 0.0f), 3.5f,
+                          3.5f, 0.1f, 20.0f);
+    // Near the tube, looking along it: the near plane and the sides of the
+    // view cut many triangles.
+    ctr_test::PerspectiveCamera(close, Wm4::Vector3<float>(2.6f, 0.3f, -1.0f), Wm4::Vector3<float>(2.0f, 0.0f, 1.5f),
+                                50.0f, 1.0f, 0.3f, 6.0f);
+
+    const qe::qePointer<qe::qeTriMesh> torus = MakeTorus(96);
+    const qe::qePointer<qe::qeTriMesh> small = MakeTorus(12);
+    // Two meshes, so that ranges and clip records of a later mesh move too.
+    const std::vector<const qe::qeTriMesh*> meshes = {torus.get(), small.get()};
+    ExpectSameBake(meshes, whole, "torus, whole view");
+    EXPECT_GT(ExpectSameBake(meshes, close, "torus, clipped view"), 1000u);
+
+    int found = 0;
+    for (const char* relative : {"organic/stanford-bunny.obj", "organic/armadillo_86k.ply"}) {
+        const std::string path = ctr_test::ModelPath(relative);
+        if (!std::filesystem::exists(path)) continue;
+        ++found;
+        contour::ImportedModel model;
+        std::string error;
+        ASSERT_TRUE(contour::ImportModel(path, model, error)) << error;
+        const std::vector<const qe::qeTriMesh*> list = model.meshList(), occluders;
+        contour::CameraOptions options;
+        contour::CameraMatrices camera;
+        ASSERT_TRUE(contour::FrameCamera(list, occluders, options, 210.0, 297.0, camera, error)) << error;
+        ctr::DiscreteProjectionSpace space;
+        space.setViewProjection(camera.worldToClip, camera.clipToWorld);
+        space.updateRatios();
+        ExpectSameBake(list, space, relative);
+    }
+    if (found == 0) GTEST_SKIP() << "model files not found under " << ctr_test::ModelPath("") << ": torus only";
 }
 
 }  // namespace

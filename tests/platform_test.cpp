@@ -1,7 +1,11 @@
 // The host-framework layer: reference counting, the math conventions the
 // library's bit-exact results depend on, and the hierarchy builder.
+#include <atomic>
+#include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -227,6 +231,65 @@ TEST(Platform, BuilderMakesValidTreesForEveryInput) {
     for (int i = 0; i < 5000; ++i) container.add(RandomBox(random));
     EXPECT_FALSE(qe::qeLinearGenericBVHBuilder::build(container, bvh, &cancel, 10));
     EXPECT_TRUE(bvh.isEmpty());
+}
+
+// A hook that runs the tasks on two threads besides the caller, the last
+// index first, so that no result can lean on the order of the tasks.
+void RunOnThreeThreads(size_t count, const std::function<void(size_t)>& task) {
+    std::atomic<size_t> taken{0};
+    const auto work = [&]() {
+        for (size_t k; (k = taken.fetch_add(1)) < count;) task(count - 1 - k);
+    };
+    std::thread a(work), b(work);
+    work();
+    a.join();
+    b.join();
+}
+
+TEST(Platform, BuilderMakesTheSameTreeThroughAParallelHook) {
+    std::mt19937 random(11);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    std::vector<std::pair<const char*, std::vector<qe::qeBBox>>> cases;
+    // The pinned boxes, shifted copies side by side: clusters at every level.
+    cases.push_back({"pinned copies", {}});
+    for (int copy = 0; copy < 4; ++copy)
+        for (qe::qeBBox box : PinnedBoxes()) {
+            box.Min[0] += 9.0f * static_cast<float>(copy);
+            box.Max[0] += 9.0f * static_cast<float>(copy);
+            cases.back().second.push_back(box);
+        }
+    // Equal centres, signed zeros and NaN: splits by count, and bounds whose
+    // bits depend on which box came first.
+    cases.push_back({"degenerate", {}});
+    // More than one chunk of the builder's first passes.
+    for (int i = 0; i < 140000; ++i) {
+        qe::qeBBox box = i % 4 == 0 ? qe::qeBBox(V3(1, 1, 1), V3(2, 2, 2)) : RandomBox(random);
+        // Nothing below y = 0 but zeros of either sign.
+        box.Min[1] = std::fabs(box.Min[1]);
+        box.Max[1] = std::fabs(box.Max[1]) + box.Min[1];
+        if (i % 6 == 1) box.Min[1] = i % 5 ? -0.0f : 0.0f;
+        if (i % 6 == 2) box.Min[1] = 0.0f, box.Max[1] = -0.0f;
+        if (i % 13 == 0) box.Min[2] = nan;
+        cases.back().second.push_back(box);
+    }
+    for (const auto& c : cases) {
+        qe::qeBVHPrimitiveContainer container;
+        for (const qe::qeBBox& box : c.second) container.add(box);
+        for (const auto method :
+             {qe::qeLinearGenericBVHBuilder::SPLIT_BINNED_SAH, qe::qeLinearGenericBVHBuilder::SPLIT_MEDIAN})
+            for (const uint32_t leafSize : {1u, 10u}) {
+                qe::qeGenericBVH serial, parallel;
+                ASSERT_TRUE(qe::qeLinearGenericBVHBuilder::build(container, serial, nullptr, leafSize, method));
+                ASSERT_TRUE(qe::qeLinearGenericBVHBuilder::build(container, parallel, nullptr, leafSize, method,
+                                                                 RunOnThreeThreads));
+                ASSERT_EQ(serial.getNodes().size(), parallel.getNodes().size()) << c.first;
+                EXPECT_EQ(std::memcmp(serial.getNodes().data(), parallel.getNodes().data(),
+                                      serial.getNodes().size() * sizeof(qe::qeBVHNode)),
+                          0)
+                    << c.first << " method " << method << " leaves of " << leafSize;
+                EXPECT_EQ(serial.getPrimitives(), parallel.getPrimitives()) << c.first;
+            }
+    }
 }
 
 }  // namespace

@@ -49,6 +49,9 @@ public:
     static constexpr uint32_t kClipRecordTriangleMask = 0x03FFFFFFu;
     static constexpr unsigned int kClipRecordCodeShift = 26;
 
+    // Source triangles per chunk of the counting pass: a whole number of
+    // words of the inside bits.
+    static constexpr uint32_t kTriangleChunk = 1u << 14;
     // What the counting pass hands to the storing pass.
     struct tFirstPassData {
         // A source triangle that clipping changed: where its clipped polygon
@@ -64,8 +67,11 @@ public:
         struct tMeshData {
             uint32_t triangleCount = 0;
             uint32_t fanTriangleCount = 0;
-            // One bit per source triangle kept as it is.
+            // One bit per source triangle kept as it is (inside every clip
+            // plane, with area on screen), and how many are set in each
+            // chunk of kTriangleChunk source triangles.
             std::vector<uint32_t> insideBits;
+            std::vector<uint32_t> chunkKeptCounts;
             // Every source vertex quantised, or the out-of-cube marker.
             std::vector<BakedVertex> sourceVertices;
             std::vector<tClipRecord> clipRecords;

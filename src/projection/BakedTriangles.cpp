@@ -9,8 +9,10 @@
 
 #include "qe/qeBVHPrimitiveContainer.h"
 #include "qe/qeLinearGenericBVHBuilder.h"
+#include "qe/qeMemory.h"
 #include "qe/qeTriMesh.h"
 
+#include "parallel/Chunks.h"
 #include "projection/ExactArithmetic.h"
 
 namespace ctr {
@@ -50,8 +52,10 @@ bool quantizeSourceVertex(const Wm4::Vector4<float>& clip, const DiscreteProject
 // the inside bit set) and whose clip records are joined in chunk order, so
 // the chunks may run in any order.
 constexpr uint32_t kVertexChunk = 1u << 14;
-constexpr uint32_t kTriangleChunk = 1u << 14;
+constexpr uint32_t kTriangleChunk = BakedTriangles::kTriangleChunk;
 static_assert(kTriangleChunk % 32 == 0, "triangle chunks own whole words of the inside bits");
+// Vertices and triangles per chunk when the hierarchy's boxes are made.
+constexpr size_t kBoxChunk = size_t(1) << 16;
 
 // Per source vertex in the first pass: bits 0 to 5 the clip planes it lies
 // outside of, bit 6 set when the divided cube test puts it outside.
@@ -87,9 +91,17 @@ bool fetchTriangle(const qe::qeTriMesh& mesh, int triangle, int vertexQuantity, 
 uint32_t edgeCode(uint32_t packed, uint32_t vertex) { return (packed >> (2 * vertex)) & 3u; }
 
 void clipTriangles(const qe::qeTriMesh& mesh, int vertexQuantity, const DiscreteProjectionSpace& space,
-                   const Wm4::Vector4<float>* clip, const uint8_t* flags, uint32_t begin, uint32_t end,
-                   uint32_t* insideBits, tTriangleChunk& chunk) {
+                   const Wm4::Vector4<float>* clip, const uint8_t* flags, const BakedVertex* baked, uint32_t begin,
+                   uint32_t end, uint32_t* insideBits, tTriangleChunk& chunk) {
     std::array<Wm4::Vector4<float>, DiscreteProjectionSpace::kMaxClipVertices> bufferA, bufferB;
+    // A kept triangle without area on screen is dropped here already, so
+    // that the chunk's count is exact and the storing pass knows where each
+    // chunk's triangles go.
+    const auto keep = [&](uint32_t t, const int(&corner)[3]) {
+        if (exact::ScreenArea2(baked[corner[0]], baked[corner[1]], baked[corner[2]]) == 0) return;
+        insideBits[t / 32] |= 1u << (t % 32);
+        ++chunk.keptCount;
+    };
     for (uint32_t t = begin; t < end; ++t) {
         int corner[3];
         if (!fetchTriangle(mesh, static_cast<int>(t), vertexQuantity, corner)) continue;
@@ -97,8 +109,7 @@ void clipTriangles(const qe::qeTriMesh& mesh, int vertexQuantity, const Discrete
         // untouched (three vertices, codes 57).
         const unsigned int outside = flags[corner[0]] | flags[corner[1]] | flags[corner[2]];
         if (outside == 0) {
-            insideBits[t / 32] |= 1u << (t % 32);
-            ++chunk.keptCount;
+            keep(t, corner);
             continue;
         }
         Wm4::Vector4<float>* polygon = bufferA.data();
@@ -111,8 +122,7 @@ void clipTriangles(const qe::qeTriMesh& mesh, int vertexQuantity, const Discrete
         // goes through the clamping path of clipped polygons instead of using
         // a vertex that was stored as the marker.
         if (count == 3 && codes == 57 && !(outside & kOffCube)) {
-            insideBits[t / 32] |= 1u << (t % 32);
-            ++chunk.keptCount;
+            keep(t, corner);
             continue;
         }
         BakedTriangles::tFirstPassData::tClipRecord record;
@@ -170,26 +180,32 @@ void BakedTriangles::initializeFirstPass(tFirstPassData& data) {
 
         const int vertexQuantity = mesh.VBuffer->GetVertexQuantity();
         const uint32_t vertexCount = static_cast<uint32_t>(std::max(vertexQuantity, 0));
+        qe::qeReserveLarge(clipVertices, vertexCount);
+        qe::qeReserveLarge(meshData.sourceVertices, vertexCount);
         clipVertices.resize(vertexCount);
         flags.resize(vertexCount);
         meshData.sourceVertices.resize(vertexCount);
-        for (uint32_t begin = 0; begin < vertexCount; begin += kVertexChunk)
-            transformVertices(mesh, space, begin, std::min(vertexCount, begin + kVertexChunk), clipVertices.data(),
-                              flags.data(), meshData.sourceVertices.data());
+        ForEachChunk(executor, vertexCount, kVertexChunk, [&](size_t, size_t begin, size_t end) {
+            transformVertices(mesh, space, static_cast<uint32_t>(begin), static_cast<uint32_t>(end),
+                              clipVertices.data(), flags.data(), meshData.sourceVertices.data());
+        });
         data.vertexCount += vertexCount;
 
         const int triangleQuantity = mesh.GetTriangleQuantity();
         const uint32_t triangleCount = static_cast<uint32_t>(std::max(triangleQuantity, 0));
         meshData.triangleCount = triangleCount;
         meshData.insideBits.assign((static_cast<size_t>(triangleCount) + 31) / 32, 0u);
-        chunks.assign((static_cast<size_t>(triangleCount) + kTriangleChunk - 1) / kTriangleChunk, tTriangleChunk());
-        for (size_t c = 0; c < chunks.size(); ++c) {
-            const uint32_t begin = static_cast<uint32_t>(c) * kTriangleChunk;
-            clipTriangles(mesh, vertexQuantity, space, clipVertices.data(), flags.data(), begin,
-                          std::min(triangleCount, begin + kTriangleChunk), meshData.insideBits.data(), chunks[c]);
-        }
+        chunks.assign(ChunkCount(triangleCount, kTriangleChunk), tTriangleChunk());
+        ForEachChunk(executor, triangleCount, kTriangleChunk, [&](size_t c, size_t begin, size_t end) {
+            clipTriangles(mesh, vertexQuantity, space, clipVertices.data(), flags.data(),
+                          meshData.sourceVertices.data(), static_cast<uint32_t>(begin), static_cast<uint32_t>(end),
+                          meshData.insideBits.data(), chunks[c]);
+        });
         // Joined in chunk order: the records of a mesh stay in triangle order.
-        for (const tTriangleChunk& chunk : chunks) {
+        meshData.chunkKeptCounts.resize(chunks.size());
+        for (size_t c = 0; c < chunks.size(); ++c) {
+            const tTriangleChunk& chunk = chunks[c];
+            meshData.chunkKeptCounts[c] = chunk.keptCount;
             data.triangleCount += chunk.keptCount;
             const uint32_t offset = static_cast<uint32_t>(meshData.clipPolygons.size());
             meshData.clipPolygons.insert(meshData.clipPolygons.end(), chunk.polygons.begin(), chunk.polygons.end());
@@ -215,67 +231,36 @@ void BakedTriangles::initialize() {
     const DiscreteProjectionSpace& space = *projectionSpace;
     gridLimit = BakedVertex{space.getGridLimit(0), space.getGridLimit(1), space.getGridLimit(2)};
 
-    // Reserved, not resized: every entry is written once, without a zero
-    // fill first. The triangle count is an upper bound (degenerate
-    // triangles are dropped).
-    vertices.reserve(data.vertexCount);
-    triangles.reserve(3 * static_cast<size_t>(data.triangleCount));
-    planes.reserve(data.triangleCount);
-
-    // Stores a triangle counter-clockwise in grid x, y with its plane record;
-    // drops it when it has no area on screen. A stored clipped triangle also
-    // gets its clip record, edge codes turned with the corners.
-    const auto addTriangle = [&](uint32_t ia, uint32_t ib, uint32_t ic, uint32_t* clipRecord,
-                                 std::vector<uint32_t>& records) {
-        const BakedVertex& a = vertices[ia];
-        const int64_t area = exact::ScreenArea2(a, vertices[ib], vertices[ic]);
-        if (area == 0) return;
-        if (area < 0) {
-            std::swap(ib, ic);
-            if (clipRecord) {
-                // Slot j holds the side ending at corner j: with B and C
-                // exchanged, the sides ending at A and at the second corner
-                // trade places, the side between them stays.
-                const uint32_t codes = *clipRecord >> kClipRecordCodeShift;
-                const uint32_t swapped = (codes & 0x30u) | ((codes & 0x03u) << 2) | ((codes >> 2) & 0x03u);
-                *clipRecord = (*clipRecord & kClipRecordTriangleMask) | (swapped << kClipRecordCodeShift);
-            }
-        }
-        triangles.push_back(ia);
-        triangles.push_back(ib);
-        triangles.push_back(ic);
-        planes.push_back(exact::PlaneRecord(a, vertices[ib], vertices[ic]));
-        if (clipRecord) records.push_back(*clipRecord);
-    };
-
+    // Per mesh, every source vertex, then the vertices of the clipped
+    // polygons in record order. Reserved, not resized: every entry is
+    // written once, without a zero fill first.
+    qe::qeReserveLarge(vertices, data.vertexCount);
     for (size_t j = 0; j < meshes.size(); ++j) {
         meshFirstVertex[j] = static_cast<uint32_t>(vertices.size());
-        meshFirstTriangle[j] = static_cast<uint32_t>(planes.size());
-        if (!isUsable(meshes[j])) continue;
-        const qe::qeTriMesh& mesh = *meshes[j];
+        const tFirstPassData::tMeshData& meshData = data.meshes[j];
+        vertices.insert(vertices.end(), meshData.sourceVertices.begin(), meshData.sourceVertices.end());
+        for (const Wm4::Vector4<float>& point : meshData.clipPolygons)
+            vertices.push_back(space.quantizeClipPoint(point));
+    }
+
+    // The fans of the clipped polygons, few next to the triangles kept as
+    // they are, on the calling thread: whether a fan triangle has area on
+    // screen is known only now, so their count is too. Each is stored
+    // counter-clockwise in grid x, y with its plane record and its clip
+    // record, edge codes turned with the corners.
+    std::vector<std::vector<uint32_t>> fanTriangles(meshes.size());
+    std::vector<std::vector<Wm4::Vector3<int64_t>>> fanPlanes(meshes.size());
+    for (size_t j = 0; j < meshes.size(); ++j) {
         const tFirstPassData::tMeshData& meshData = data.meshes[j];
         std::vector<uint32_t>& records = meshClipRecords[j];
-
-        const int vertexQuantity = mesh.VBuffer->GetVertexQuantity();
-        const uint32_t base = static_cast<uint32_t>(vertices.size());
-        vertices.insert(vertices.end(), meshData.sourceVertices.begin(), meshData.sourceVertices.end());
-
-        for (size_t word = 0; word < meshData.insideBits.size(); ++word) {
-            uint32_t bits = meshData.insideBits[word];
-            for (uint32_t t = static_cast<uint32_t>(32 * word); bits != 0; ++t, bits >>= 1) {
-                if (!(bits & 1u)) continue;
-                int corner[3];
-                fetchTriangle(mesh, static_cast<int>(t), vertexQuantity, corner);
-                addTriangle(base + static_cast<uint32_t>(corner[0]), base + static_cast<uint32_t>(corner[1]),
-                            base + static_cast<uint32_t>(corner[2]), nullptr, records);
-            }
-        }
-
+        std::vector<uint32_t>& corners = fanTriangles[j];
+        std::vector<Wm4::Vector3<int64_t>>& fanPlaneList = fanPlanes[j];
+        fanPlaneList.reserve(meshData.fanTriangleCount);
+        corners.reserve(3 * static_cast<size_t>(meshData.fanTriangleCount));
+        const uint32_t polygonBase = meshFirstVertex[j] + static_cast<uint32_t>(meshData.sourceVertices.size());
         for (const tFirstPassData::tClipRecord& clipped : meshData.clipRecords) {
-            const uint32_t first = static_cast<uint32_t>(vertices.size());
+            const uint32_t first = polygonBase + clipped.firstVertex;
             const uint32_t n = clipped.vertexCount;
-            for (uint32_t k = 0; k < n; ++k)
-                vertices.push_back(space.quantizeClipPoint(meshData.clipPolygons[clipped.firstVertex + k]));
             // Fan (0, k, k + 1): slot j of its record holds the side ending
             // at corner j, as the clipper codes polygon vertices. The sides
             // (n-1)->0, 0->1 and k->k+1 lie on polygon edges and carry the
@@ -286,12 +271,89 @@ void BakedTriangles::initialize() {
                 const uint32_t code2 = edgeCode(clipped.edgeCodes, k + 1);
                 uint32_t record = (clipped.triangle & kClipRecordTriangleMask) |
                                   ((code0 | (code1 << 2) | (code2 << 4)) << kClipRecordCodeShift);
-                addTriangle(first, first + k, first + k + 1, &record, records);
+                uint32_t ib = first + k, ic = first + k + 1;
+                const BakedVertex& a = vertices[first];
+                const int64_t area = exact::ScreenArea2(a, vertices[ib], vertices[ic]);
+                if (area == 0) continue;
+                if (area < 0) {
+                    std::swap(ib, ic);
+                    // Slot j holds the side ending at corner j: with B and C
+                    // exchanged, the sides ending at A and at the second
+                    // corner trade places, the side between them stays.
+                    const uint32_t codes = record >> kClipRecordCodeShift;
+                    const uint32_t swapped = (codes & 0x30u) | ((codes & 0x03u) << 2) | ((codes >> 2) & 0x03u);
+                    record = (record & kClipRecordTriangleMask) | (swapped << kClipRecordCodeShift);
+                }
+                corners.push_back(first);
+                corners.push_back(ib);
+                corners.push_back(ic);
+                fanPlaneList.push_back(exact::PlaneRecord(a, vertices[ib], vertices[ic]));
+                records.push_back(record);
             }
         }
     }
 
-    if (planes.empty()) return;
+    // Per mesh, the triangles kept as they are (their count per first-pass
+    // chunk is exact), then the fans. Each chunk knows where its triangles
+    // go, so the chunks are stored independently.
+    struct tStoreTask {
+        uint32_t mesh;
+        uint32_t chunk;
+        uint32_t firstSlot;
+    };
+    std::vector<tStoreTask> tasks;
+    size_t triangleTotal = 0;
+    for (size_t j = 0; j < meshes.size(); ++j) {
+        meshFirstTriangle[j] = static_cast<uint32_t>(triangleTotal);
+        const std::vector<uint32_t>& kept = data.meshes[j].chunkKeptCounts;
+        for (size_t c = 0; c < kept.size(); ++c) {
+            if (kept[c] != 0)
+                tasks.push_back(
+                    {static_cast<uint32_t>(j), static_cast<uint32_t>(c), static_cast<uint32_t>(triangleTotal)});
+            triangleTotal += kept[c];
+        }
+        triangleTotal += fanPlanes[j].size();
+    }
+    if (triangleTotal == 0) return;
+    qe::qeReserveLarge(triangles, 3 * triangleTotal);
+    qe::qeReserveLarge(planes, triangleTotal);
+    triangles.resize(3 * triangleTotal);
+    planes.resize(triangleTotal);
+    ForEachTask(executor, tasks.size(), [&](size_t i) {
+        const tStoreTask& task = tasks[i];
+        const qe::qeTriMesh& mesh = *meshes[task.mesh];
+        const tFirstPassData::tMeshData& meshData = data.meshes[task.mesh];
+        const int vertexQuantity = mesh.VBuffer->GetVertexQuantity();
+        const uint32_t base = meshFirstVertex[task.mesh];
+        const size_t firstWord = static_cast<size_t>(task.chunk) * (kTriangleChunk / 32);
+        const size_t endWord = std::min(meshData.insideBits.size(), firstWord + kTriangleChunk / 32);
+        size_t slot = task.firstSlot;
+        for (size_t word = firstWord; word < endWord; ++word) {
+            uint32_t bits = meshData.insideBits[word];
+            for (uint32_t t = static_cast<uint32_t>(32 * word); bits != 0; ++t, bits >>= 1) {
+                if (!(bits & 1u)) continue;
+                int corner[3];
+                fetchTriangle(mesh, static_cast<int>(t), vertexQuantity, corner);
+                const uint32_t ia = base + static_cast<uint32_t>(corner[0]);
+                uint32_t ib = base + static_cast<uint32_t>(corner[1]);
+                uint32_t ic = base + static_cast<uint32_t>(corner[2]);
+                // The first pass kept only triangles with area on screen.
+                const BakedVertex& a = vertices[ia];
+                if (exact::ScreenArea2(a, vertices[ib], vertices[ic]) < 0) std::swap(ib, ic);
+                triangles[3 * slot] = ia;
+                triangles[3 * slot + 1] = ib;
+                triangles[3 * slot + 2] = ic;
+                planes[slot] = exact::PlaneRecord(a, vertices[ib], vertices[ic]);
+                ++slot;
+            }
+        }
+    });
+    for (size_t j = 0; j < meshes.size(); ++j) {
+        const size_t fanFirst = getMeshTriangleEnd(static_cast<uint32_t>(j)) - fanPlanes[j].size();
+        std::copy(fanTriangles[j].begin(), fanTriangles[j].end(), triangles.begin() + 3 * fanFirst);
+        std::copy(fanPlanes[j].begin(), fanPlanes[j].end(), planes.begin() + fanFirst);
+    }
+
     buildHierarchy();
 }
 
@@ -300,19 +362,45 @@ bool BakedTriangles::buildHierarchy(qe::qeLinearGenericBVHBuilder::SplitMethod m
     if (planes.empty()) return false;
     // The boxes computePrimitiveBBox gives, with every vertex taken back to
     // world space once rather than once per triangle that uses it.
+    const size_t vertexCount = vertices.size();
+    const uint32_t triangleCount = getTriangleQuantity();
     std::vector<Wm4::Vector3<float>> world;
-    world.reserve(vertices.size());
-    for (const BakedVertex& v : vertices) world.push_back(projectionSpace->discreteToWorld(v.x, v.y, v.z));
     qe::qeBVHPrimitiveContainer container;
-    container.reserve(getTriangleQuantity());
-    qe::qeBBox box;
-    for (size_t t = 0; t < planes.size(); ++t) {
-        box.makeEmpty();
-        for (int c = 0; c < 3; ++c) box.include(world[triangles[3 * t + c]]);
-        container.add(box);
+    if (!executor) {
+        qe::qeReserveLarge(world, vertexCount);
+        for (const BakedVertex& v : vertices) world.push_back(projectionSpace->discreteToWorld(v.x, v.y, v.z));
+        container.reserve(triangleCount);
+        qe::qeBBox box;
+        for (size_t t = 0; t < triangleCount; ++t) {
+            box.makeEmpty();
+            for (int c = 0; c < 3; ++c) box.include(world[triangles[3 * t + c]]);
+            container.add(box);
+        }
+    } else {
+        qe::qeReserveLarge(world, vertexCount);
+        world.resize(vertexCount);
+        ForEachChunk(executor, vertexCount, kBoxChunk, [&](size_t, size_t begin, size_t end) {
+            for (size_t i = begin; i < end; ++i)
+                world[i] = projectionSpace->discreteToWorld(vertices[i].x, vertices[i].y, vertices[i].z);
+        });
+        container.resize(triangleCount);
+        ForEachChunk(executor, triangleCount, kBoxChunk, [&](size_t, size_t begin, size_t end) {
+            qe::qeBBox box;
+            for (size_t t = begin; t < end; ++t) {
+                box.makeEmpty();
+                for (int c = 0; c < 3; ++c) box.include(world[triangles[3 * t + c]]);
+                container.set(static_cast<uint32_t>(t), box);
+            }
+        });
     }
     world = std::vector<Wm4::Vector3<float>>();
-    if (!qe::qeLinearGenericBVHBuilder::build(container, hierarchy, nullptr, kMaxLeafSize, method)) return false;
+    qe::qeLinearGenericBVHBuilder::ParallelFor parallelFor;
+    if (executor)
+        parallelFor = [this](size_t count, const std::function<void(size_t)>& task) {
+            executor->parallelFor(count, task);
+        };
+    if (!qe::qeLinearGenericBVHBuilder::build(container, hierarchy, nullptr, kMaxLeafSize, method, parallelFor))
+        return false;
     computeBakedBVHBBox(0);
     return true;
 }

@@ -11,11 +11,15 @@
 #include <algorithm>
 
 #include "ctr/BakedTriangles.h"
+#include "parallel/Chunks.h"
 #include "projection/ExactArithmetic.h"
 
 namespace ctr {
 
 namespace {
+
+// Nodes per chunk when leaves are refitted through the executor.
+constexpr size_t kRefitChunk = size_t(1) << 14;
 
 struct tFraction {
     int64_t numerator;
@@ -166,11 +170,18 @@ void BakedTriangles::computeBakedBVHBBox(unsigned int node) {
     if (node == 0) {
         // The builder places every child after its parent, so one sweep from
         // the back refits children before the nodes that unite them, without
-        // recursion.
+        // recursion. With an executor the leaves, which need no other node,
+        // are refitted first in chunks.
+        if (executor) {
+            ForEachChunk(executor, nodes.size(), kRefitChunk, [&](size_t, size_t begin, size_t end) {
+                for (size_t index = begin; index < end; ++index)
+                    if (nodes[index].isLeaf()) refitLeaf(nodes[index]);
+            });
+        }
         for (size_t index = nodes.size(); index-- > 0;) {
             qe::qeBVHNode& current = nodes[index];
             if (current.isLeaf()) {
-                refitLeaf(current);
+                if (!executor) refitLeaf(current);
                 continue;
             }
             current.box.makeEmpty();

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "qe/qeBBox.h"
+#include "qe/qeMemory.h"
 
 namespace qe {
 
@@ -23,12 +24,23 @@ public:
         m_centroids.clear();
     }
     void reserve(uint32_t quantity) {
-        m_boxes.reserve(quantity);
-        m_centroids.reserve(quantity);
+        qeReserveLarge(m_boxes, quantity);
+        qeReserveLarge(m_centroids, quantity);
     }
     void add(const qeBBox& box) {
         m_boxes.push_back(box);
         m_centroids.push_back(box.center());
+    }
+    // For filling from several threads: resize once, then set each
+    // primitive from any thread, each exactly once.
+    void resize(uint32_t quantity) {
+        reserve(quantity);
+        m_boxes.resize(quantity);
+        m_centroids.resize(quantity);
+    }
+    void set(uint32_t primitive, const qeBBox& box) {
+        m_boxes[primitive] = box;
+        m_centroids[primitive] = box.center();
     }
 
 private:
