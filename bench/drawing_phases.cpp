@@ -8,6 +8,7 @@
 //                  (MODEL | --icosphere FREQUENCY | --torus RESOLUTION)
 //
 // Prints one line per run: phase=milliseconds pairs and counts.
+#include <malloc.h>
 #include <sys/resource.h>
 
 #include <chrono>
@@ -123,6 +124,10 @@ int usage() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // The allocator settings of the contour tool, so that the phases pay
+    // for fresh pages as they do there.
+    mallopt(M_MMAP_THRESHOLD, 32 << 20);
+    mallopt(M_TRIM_THRESHOLD, 256 << 20);
     contour::CameraOptions cameraOptions;
     cameraOptions.perspective = false;
     unsigned int threads = 1;
