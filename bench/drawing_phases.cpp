@@ -8,17 +8,16 @@
 //                  (MODEL | --icosphere FREQUENCY | --torus RESOLUTION)
 //
 // Prints one line per run: phase=milliseconds pairs and counts.
-#include <malloc.h>
-#include <sys/resource.h>
-
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <malloc.h>
 #include <map>
 #include <memory>
 #include <string>
+#include <sys/resource.h>
 #include <vector>
 
 #include "qe/qeAttributes.h"
@@ -50,14 +49,14 @@ double millisecondsSince(Clock::time_point start) {
 // faces that share it share its bits.
 contour::ImportedModel makeIcosphere(int frequency) {
     const double t = (1.0 + std::sqrt(5.0)) / 2.0;
-    const double corners[12][3] = {{-1, t, 0}, {1, t, 0}, {-1, -t, 0}, {1, -t, 0}, {0, -1, t}, {0, 1, t},
-                                   {0, -1, -t}, {0, 1, -t}, {t, 0, -1}, {t, 0, 1}, {-t, 0, -1}, {-t, 0, 1}};
-    const int faces[20][3] = {{0, 11, 5}, {0, 5, 1},  {0, 1, 7},   {0, 7, 10}, {0, 10, 11}, {1, 5, 9}, {5, 11, 4},
-                              {11, 10, 2}, {10, 7, 6}, {7, 1, 8},   {3, 9, 4},  {3, 4, 2},   {3, 2, 6}, {3, 6, 8},
-                              {3, 8, 9},  {4, 9, 5},  {2, 4, 11}, {6, 2, 10}, {8, 6, 7},   {9, 8, 1}};
+    const double corners[12][3] = {{-1, t, 0},  {1, t, 0},  {-1, -t, 0}, {1, -t, 0}, {0, -1, t},  {0, 1, t},
+                                   {0, -1, -t}, {0, 1, -t}, {t, 0, -1},  {t, 0, 1},  {-t, 0, -1}, {-t, 0, 1}};
+    const int faces[20][3] = {{0, 11, 5},  {0, 5, 1},  {0, 1, 7},  {0, 7, 10}, {0, 10, 11}, {1, 5, 9}, {5, 11, 4},
+                              {11, 10, 2}, {10, 7, 6}, {7, 1, 8},  {3, 9, 4},  {3, 4, 2},   {3, 2, 6}, {3, 6, 8},
+                              {3, 8, 9},   {4, 9, 5},  {2, 4, 11}, {6, 2, 10}, {8, 6, 7},   {9, 8, 1}};
     std::map<std::vector<int>, unsigned int> known;
     std::vector<Wm4::Vector3<float>> positions;
-    const auto vertex = [&](const int (&face)[3], int a, int b) {
+    const auto vertex = [&](const int(&face)[3], int a, int b) {
         const int weights[3] = {frequency - a - b, a, b};
         std::vector<int> key;
         for (int k = 0; k < 3; ++k)
@@ -241,8 +240,8 @@ int main(int argc, char** argv) {
 
         struct rusage usage {};
         getrusage(RUSAGE_SELF, &usage);
-        std::printf("triangles=%zu creaseSegments=%zu silhouetteSegments=%zu intersectionSegments=%zu", scene.triangleCount,
-                    segments(features.creaseEdges), segments(features.silhouetteEdges),
+        std::printf("triangles=%zu creaseSegments=%zu silhouetteSegments=%zu intersectionSegments=%zu",
+                    scene.triangleCount, segments(features.creaseEdges), segments(features.silhouetteEdges),
                     segments(features.intersectionEdges));
         for (const auto& [phase, value] : ms) std::printf(" %s=%.3f", phase.c_str(), value);
         std::printf(" peakRssMiB=%.1f\n", static_cast<double>(usage.ru_maxrss) / 1024.0);

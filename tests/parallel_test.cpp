@@ -41,6 +41,35 @@ std::string ReadFile(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+// The tool's camera for meshes on an A4 sheet; false when none can be made.
+bool FramedSpace(const std::vector<const qe::qeTriMesh*>& meshes, const contour::CameraOptions& options,
+                 ctr::DiscreteProjectionSpace& space) {
+    const std::vector<const qe::qeTriMesh*> occluders;
+    contour::CameraMatrices camera;
+    std::string error;
+    if (!contour::FrameCamera(meshes, occluders, options, 210.0, 297.0, camera, error)) return false;
+    space.setViewProjection(camera.worldToClip, camera.clipToWorld);
+    space.updateRatios();
+    return true;
+}
+
+// Calls use(model, name) for each listed model of the shared folder that is
+// there; returns how many were.
+template <typename Use>
+int ForEachPresentModel(std::initializer_list<const char*> relatives, const Use& use) {
+    int found = 0;
+    for (const char* relative : relatives) {
+        const std::string path = ctr_test::ModelPath(relative);
+        if (!std::filesystem::exists(path)) continue;
+        ++found;
+        contour::ImportedModel model;
+        std::string error;
+        EXPECT_TRUE(contour::ImportModel(path, model, error)) << error;
+        use(model, relative);
+    }
+    return found;
+}
+
 // Bit-for-bit equality of two sets: positions, indices, clips and intervals.
 void ExpectSameSet(const qe::qePointer<ctr::LineSegmentSet>& a, const qe::qePointer<ctr::LineSegmentSet>& b,
                    const char* kind) {
@@ -74,12 +103,8 @@ void ExpectSameWithAnyThreads(const contour::ImportedModel& model, const std::st
     const std::vector<const qe::qeTriMesh*> meshes = model.meshList(), occluders;
     contour::DrawingOptions options;
     options.camera.perspective = false;
-    contour::CameraMatrices camera;
-    std::string error;
-    ASSERT_TRUE(contour::FrameCamera(meshes, occluders, options.camera, 210.0, 297.0, camera, error)) << error;
     ctr::DiscreteProjectionSpace space;
-    space.setViewProjection(camera.worldToClip, camera.clipToWorld);
-    space.updateRatios();
+    ASSERT_TRUE(FramedSpace(meshes, options.camera, space));
 
     const auto features = [&](ctr::Executor* executor) {
         ctr::GeometricFeaturesGenerator generator;
@@ -117,17 +142,9 @@ TEST(Parallel, SameResultWithAnyThreadCount) {
     // The demo holds creases, silhouettes and an intersection line.
     ExpectSameWithAnyThreads(contour::MakeDemoScene(), "demo");
     // A CAD part, many meshes that cut each other, and two scanned balls.
-    int found = 0;
-    for (const char* relative :
-         {"cad-brep/box_holes.obj", "scenes/2CylinderEngine.glb", "scenes/two_balls_intersecting.obj"}) {
-        const std::string path = ctr_test::ModelPath(relative);
-        if (!std::filesystem::exists(path)) continue;
-        ++found;
-        contour::ImportedModel model;
-        std::string error;
-        ASSERT_TRUE(contour::ImportModel(path, model, error)) << error;
-        ExpectSameWithAnyThreads(model, relative);
-    }
+    const int found = ForEachPresentModel(
+        {"cad-brep/box_holes.obj", "scenes/2CylinderEngine.glb", "scenes/two_balls_intersecting.obj"},
+        [](const contour::ImportedModel& model, const char* name) { ExpectSameWithAnyThreads(model, name); });
     if (found == 0) GTEST_SKIP() << "model files not found under " << ctr_test::ModelPath("") << ": demo scene only";
 }
 
@@ -211,23 +228,13 @@ TEST(Parallel, BakeIsTheSameWithAnyThreadCount) {
     ExpectSameBake(meshes, whole, "torus, whole view");
     EXPECT_GT(ExpectSameBake(meshes, close, "torus, clipped view"), 1000u);
 
-    int found = 0;
-    for (const char* relative : {"organic/stanford-bunny.obj", "organic/armadillo_86k.ply"}) {
-        const std::string path = ctr_test::ModelPath(relative);
-        if (!std::filesystem::exists(path)) continue;
-        ++found;
-        contour::ImportedModel model;
-        std::string error;
-        ASSERT_TRUE(contour::ImportModel(path, model, error)) << error;
-        const std::vector<const qe::qeTriMesh*> list = model.meshList(), occluders;
-        contour::CameraOptions options;
-        contour::CameraMatrices camera;
-        ASSERT_TRUE(contour::FrameCamera(list, occluders, options, 210.0, 297.0, camera, error)) << error;
-        ctr::DiscreteProjectionSpace space;
-        space.setViewProjection(camera.worldToClip, camera.clipToWorld);
-        space.updateRatios();
-        ExpectSameBake(list, space, relative);
-    }
+    const int found = ForEachPresentModel({"organic/stanford-bunny.obj", "organic/armadillo_86k.ply"},
+                                          [](const contour::ImportedModel& model, const char* name) {
+                                              const std::vector<const qe::qeTriMesh*> list = model.meshList();
+                                              ctr::DiscreteProjectionSpace space;
+                                              ASSERT_TRUE(FramedSpace(list, contour::CameraOptions(), space));
+                                              ExpectSameBake(list, space, name);
+                                          });
     if (found == 0) GTEST_SKIP() << "model files not found under " << ctr_test::ModelPath("") << ": torus only";
 }
 

@@ -156,8 +156,7 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
                     }
                     // A side on a clip plane, or a fan diagonal left open by
                     // a dropped fan triangle, is no edge of the mesh.
-                    const uint32_t code =
-                        (records[t - firstClipped] >> (kClipRecordCodeShift + 2 * (head % 3))) & 3u;
+                    const uint32_t code = (records[t - firstClipped] >> (kClipRecordCodeShift + 2 * (head % 3))) & 3u;
                     if (code != 0) found.push_back(head);
                 }
             }
@@ -168,7 +167,8 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
             ForEachChunk(executor, rankCount, kGroupsPerChunk, [&](size_t chunk, size_t firstGroup, size_t lastGroup) {
                 walkGroups(static_cast<uint32_t>(firstGroup), static_cast<uint32_t>(lastGroup), found[chunk]);
             });
-            for (const std::vector<uint32_t>& part : found) candidates.insert(candidates.end(), part.begin(), part.end());
+            for (const std::vector<uint32_t>& part : found)
+                candidates.insert(candidates.end(), part.begin(), part.end());
         } else {
             walkGroups(0, rankCount, candidates);
         }

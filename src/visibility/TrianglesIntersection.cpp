@@ -247,7 +247,7 @@ void TrianglesIntersection::tInternal::findAllHits(std::vector<tHit>& hits) cons
     // themselves and with each other, or the larger of two subtrees split.
     // Pairs of subtrees whose boxes are apart are dropped. Returns false for
     // a pair that is tested block against block instead.
-    const auto split = [&](const tNodePair& pair, tNodePair (&parts)[3], int& partCount) {
+    const auto split = [&](const tNodePair& pair, tNodePair(&parts)[3], int& partCount) {
         partCount = 0;
         const qe::qeBVHNode& a = nodes[pair.a];
         const qe::qeBVHNode& b = nodes[pair.b];
@@ -335,9 +335,8 @@ void TrianglesIntersection::tInternal::findAllHits(std::vector<tHit>& hits) cons
     for (const std::vector<tHit>& part : found) total += part.size();
     hits.reserve(total);
     for (const std::vector<tHit>& part : found) hits.insert(hits.end(), part.begin(), part.end());
-    std::sort(hits.begin(), hits.end(), [](const tHit& x, const tHit& y) {
-        return x.first != y.first ? x.first < y.first : x.rank < y.rank;
-    });
+    std::sort(hits.begin(), hits.end(),
+              [](const tHit& x, const tHit& y) { return x.first != y.first ? x.first < y.first : x.rank < y.rank; });
 }
 
 const std::vector<uint32_t>& TrianglesIntersection::tInternal::highestPrimitives() const {
@@ -354,7 +353,8 @@ const std::vector<uint32_t>& TrianglesIntersection::tInternal::highestPrimitives
         uint32_t highest = 0;
         if (node.isLeaf()) {
             const uint32_t first = node.firstPrimitive();
-            const uint32_t end = std::min<uint32_t>(first + node.primitiveCount(), static_cast<uint32_t>(primitives.size()));
+            const uint32_t end =
+                std::min<uint32_t>(first + node.primitiveCount(), static_cast<uint32_t>(primitives.size()));
             for (uint32_t k = first; k < end; ++k) highest = std::max(highest, primitives[k]);
         } else {
             if (node.firstChild() < nodes.size()) highest = highestPrimitive[node.firstChild()];

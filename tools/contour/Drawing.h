@@ -11,9 +11,8 @@
 #include "Wm4ColorRGB.h"
 #include "qe/qeTriMesh.h"
 
-#include "ctr/Executor.h"
-
 #include "Camera.h"
+#include "ctr/Executor.h"
 
 namespace contour {
 

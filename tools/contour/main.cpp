@@ -1,12 +1,11 @@
 // contour: turns model files into line drawings.
-#include <malloc.h>
-
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <malloc.h>
 #include <new>
 
 #include "CommandLine.h"
