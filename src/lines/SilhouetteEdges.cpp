@@ -16,7 +16,6 @@
 #include "ctr/BakedTriangles.h"
 #include "ctr/LineSegmentSet.h"
 #include "lines/RankSort.h"
-#include "parallel/Chunks.h"
 
 namespace ctr {
 
@@ -24,9 +23,6 @@ namespace {
 
 // Baked coordinates as keys whose unsigned order is their signed order.
 uint32_t CoordinateKey(int32_t value) { return static_cast<uint32_t>(value) ^ 0x80000000u; }
-
-// Groups (distinct first positions) per chunk of the parallel walk.
-constexpr size_t kGroupsPerChunk = 16384;
 
 }  // namespace
 
@@ -132,9 +128,10 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
         }
         groupEnd.pop_back();
 
-        // Runs never cross a group, so ranges of groups are sorted and
-        // walked apart (through the executor when there is one) and their
-        // candidates joined in group order.
+        // Runs never cross a group, so ranges of groups could be sorted and
+        // walked apart and their candidates joined in group order. (Tried
+        // through the executor: no gain, the ranking and placing above take
+        // the time.)
         const auto walkGroups = [&](uint32_t firstGroup, uint32_t lastGroup, std::vector<uint32_t>& found) {
             for (uint32_t group = firstGroup; group < lastGroup; ++group) {
                 const uint32_t groupStop = groupEnd[group];
@@ -162,16 +159,7 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
             }
         };
         candidates.clear();
-        if (executor && rankCount > kGroupsPerChunk) {
-            std::vector<std::vector<uint32_t>> found(ChunkCount(rankCount, kGroupsPerChunk));
-            ForEachChunk(executor, rankCount, kGroupsPerChunk, [&](size_t chunk, size_t firstGroup, size_t lastGroup) {
-                walkGroups(static_cast<uint32_t>(firstGroup), static_cast<uint32_t>(lastGroup), found[chunk]);
-            });
-            for (const std::vector<uint32_t>& part : found)
-                candidates.insert(candidates.end(), part.begin(), part.end());
-        } else {
-            walkGroups(0, rankCount, candidates);
-        }
+        walkGroups(0, rankCount, candidates);
         if (candidates.empty()) continue;
 
         const qe::qeTriMesh* mesh = meshes[m];

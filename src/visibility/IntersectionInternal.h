@@ -92,14 +92,11 @@ public:
                                       Wm4::Vector2<long>& b) const;
 
     tTriangleData getTriangleData(unsigned int triangle) const;
-    // Per hierarchy node, the highest triangle number below it.
-    const std::vector<uint32_t>& highestPrimitives() const;
 
     const BakedTriangles* bakedTriangles;
     const qe::qeGenericBVH* bvh;
     qe::qeProgressNotifierInterface* progressNotifier;
     Executor* executor = nullptr;
-    mutable std::vector<uint32_t> highestPrimitive;
 };
 
 // floor(a + (b - a) * numerator / denominator) for 0 <= numerator <=

@@ -339,32 +339,6 @@ void TrianglesIntersection::tInternal::findAllHits(std::vector<tHit>& hits) cons
               [](const tHit& x, const tHit& y) { return x.first != y.first ? x.first < y.first : x.rank < y.rank; });
 }
 
-const std::vector<uint32_t>& TrianglesIntersection::tInternal::highestPrimitives() const {
-    // Built on first use (the object is used by one thread at a time, and
-    // the parallel search builds it before it fans out).
-    if (!highestPrimitive.empty() || bvh->isEmpty()) return highestPrimitive;
-    const std::vector<qe::qeBVHNode>& nodes = bvh->getNodes();
-    const std::vector<uint32_t>& primitives = bvh->getPrimitives();
-    highestPrimitive.assign(nodes.size(), 0u);
-    // Children come after their parent, so one backward sweep sees every
-    // child before the node that holds it.
-    for (size_t n = nodes.size(); n-- > 0;) {
-        const qe::qeBVHNode& node = nodes[n];
-        uint32_t highest = 0;
-        if (node.isLeaf()) {
-            const uint32_t first = node.firstPrimitive();
-            const uint32_t end =
-                std::min<uint32_t>(first + node.primitiveCount(), static_cast<uint32_t>(primitives.size()));
-            for (uint32_t k = first; k < end; ++k) highest = std::max(highest, primitives[k]);
-        } else {
-            if (node.firstChild() < nodes.size()) highest = highestPrimitive[node.firstChild()];
-            if (node.secondChild() < nodes.size()) highest = std::max(highest, highestPrimitive[node.secondChild()]);
-        }
-        highestPrimitive[n] = highest;
-    }
-    return highestPrimitive;
-}
-
 void TrianglesIntersection::tInternal::findTriangleIntersections(unsigned int triangle, tEdgeList& edges) const {
     if (triangle >= bakedTriangles->getTriangleQuantity() || bvh->isEmpty()) return;
     const tTriangleData data = getTriangleData(triangle);
@@ -376,40 +350,27 @@ void TrianglesIntersection::tInternal::triangleIntersectionIter(unsigned int nod
                                                                 const qe::qeBBox& box, tEdgeList& edges) const {
     const std::vector<qe::qeBVHNode>& nodes = bvh->getNodes();
     const std::vector<uint32_t>& primitives = bvh->getPrimitives();
-    const std::vector<uint32_t>& highest = highestPrimitives();
-
-    // Depth-first, first child first, as the recursion it replaces: partners
-    // are found in the order of their leaves, which fixes the order of the
-    // edges. A subtree whose triangles all have numbers up to the searching
-    // one's holds no partner (each pair is taken from its lower number).
-    uint32_t stack[64];
-    int top = 0;
     for (;;) {
-        if (node < nodes.size() && highest[node] > triangle.index && nodes[node].box.overlaps(box)) {
-            const qe::qeBVHNode& current = nodes[node];
-            if (!current.isLeaf()) {
-                if (top < 64) {
-                    stack[top++] = current.secondChild();
-                    node = current.firstChild();
-                    continue;
-                }
-                // Deeper than any tree the builder makes: recurse instead.
-                triangleIntersectionIter(current.firstChild(), triangle, box, edges);
-                node = current.secondChild();
-                continue;
-            }
-            const uint32_t first = current.firstPrimitive();
-            const uint32_t end = first + current.primitiveCount();
-            for (uint32_t k = first; k < end; ++k) {
-                const uint32_t other = primitives[k];
-                if (other <= triangle.index) continue;
-                tPointOnEdge start{};
-                tPointOnEdge finish{};
-                if (testTriangleIntersection(triangle, other, start, finish)) edges.emplace_back(start, finish);
-            }
+        if (node >= nodes.size()) return;
+        const qe::qeBVHNode& current = nodes[node];
+        if (!current.box.overlaps(box)) return;
+        if (!current.isLeaf()) {
+            triangleIntersectionIter(current.firstChild(), triangle, box, edges);
+            node = current.secondChild();
+            continue;
         }
-        if (top == 0) return;
-        node = stack[--top];
+        const uint32_t first = current.firstPrimitive();
+        const uint32_t end = first + current.primitiveCount();
+        for (uint32_t k = first; k < end; ++k) {
+            const uint32_t other = primitives[k];
+            // Partners of higher number only: each pair once, never a
+            // triangle with itself.
+            if (other <= triangle.index) continue;
+            tPointOnEdge start{};
+            tPointOnEdge finish{};
+            if (testTriangleIntersection(triangle, other, start, finish)) edges.emplace_back(start, finish);
+        }
+        return;
     }
 }
 

@@ -440,6 +440,14 @@ T load(const char* at) {
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
+// Reads the run of digits at c into value (wrapping, as unsigned arithmetic
+// does, past 19 digits); returns how many there were.
+int readDigits(const char*& c, const char* end, uint64_t& value) {
+    int digits = 0;
+    for (value = 0; c < end && isDigit(*c); ++c, ++digits) value = value * 10 + static_cast<uint64_t>(*c - '0');
+    return digits;
+}
+
 // Decimal numbers [-]digits[.[digits]][(e|E)[+|-]digits], rounded exactly as
 // assimp's text readers round them: the integer part and up to 15 fraction
 // digits are read as integers, the fraction scaled in double, both summed in
@@ -452,9 +460,7 @@ bool parseFloat(const char* begin, const char* end, float& out) {
     if (negative) ++c;
     if (c == end || !isDigit(*c)) return false;
     uint64_t whole = 0;
-    int wholeDigits = 0;
-    for (; c < end && isDigit(*c); ++c, ++wholeDigits) whole = whole * 10 + static_cast<uint64_t>(*c - '0');
-    if (wholeDigits > 18) return false;
+    if (readDigits(c, end, whole) > 18) return false;
     float value = static_cast<float>(whole);
     if (c < end && *c == '.') {
         ++c;
@@ -477,9 +483,7 @@ bool parseFloat(const char* begin, const char* end, float& out) {
         if (c < end && (*c == '-' || *c == '+')) ++c;
         if (c == end || !isDigit(*c)) return false;
         uint64_t exponent = 0;
-        int digits = 0;
-        for (; c < end && isDigit(*c); ++c, ++digits) exponent = exponent * 10 + static_cast<uint64_t>(*c - '0');
-        if (digits > 9) return false;
+        if (readDigits(c, end, exponent) > 9) return false;
         float power = static_cast<float>(exponent);
         if (negativeExponent) power = -power;
         value *= std::pow(10.0f, power);
