@@ -2,7 +2,7 @@
 # Installs the Debian packages the build, tests and benchmarks need. Quiet and
 # quick when everything is already there.
 set -euo pipefail
-packages=(cmake g++ make libgtest-dev libbenchmark-dev libassimp-dev libcli11-dev librsvg2-bin)
+packages=(cmake g++ make libgtest-dev libbenchmark-dev libassimp-dev libcli11-dev nlohmann-json3-dev librsvg2-bin)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")

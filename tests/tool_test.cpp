@@ -2,11 +2,14 @@
 // the page inside the margin, occluders hide lines, and bad input fails with
 // one message while leaving existing files alone.
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -31,6 +34,7 @@ struct tDrawing {
     double width = 0.0, height = 0.0;  // from the view box
     size_t paths = 0;
     std::vector<std::pair<double, double>> points;
+    std::vector<size_t> pathStarts;  // index of each path's first point
 };
 
 std::string readFile(const fs::path& path) {
@@ -72,6 +76,7 @@ protected:
         if (box != std::string::npos) std::sscanf(text.c_str() + box + 13, "%lf %lf", &drawing.width, &drawing.height);
         for (size_t at = text.find(" d=\""); at != std::string::npos; at = text.find(" d=\"", at + 1)) {
             ++drawing.paths;
+            drawing.pathStarts.push_back(drawing.points.size());
             const char* p = text.c_str() + at + 4;
             while (*p && *p != '"') {
                 if (*p == 'M' || *p == 'L' || *p == ' ') {
@@ -91,6 +96,24 @@ protected:
 
     fs::path folder;
 };
+
+// The straight pieces of a drawing, each with its smaller end first, sorted.
+std::vector<std::array<double, 4>> sortedSegments(const tDrawing& drawing) {
+    std::vector<std::array<double, 4>> segments;
+    for (size_t path = 0; path < drawing.pathStarts.size(); ++path) {
+        const size_t end = path + 1 < drawing.pathStarts.size() ? drawing.pathStarts[path + 1] : drawing.points.size();
+        for (size_t i = drawing.pathStarts[path] + 1; i < end; ++i) {
+            auto a = drawing.points[i - 1], b = drawing.points[i];
+            if (b < a) std::swap(a, b);
+            segments.push_back({a.first, a.second, b.first, b.second});
+        }
+    }
+    std::sort(segments.begin(), segments.end());
+    return segments;
+}
+
+// The file from the first group on: what the camera and the lines make.
+std::string drawingBody(const std::string& text) { return text.substr(std::min(text.find("<g "), text.size())); }
 
 std::string model(const std::string& relative) { return "'" + ctr_test::ModelPath(relative) + "'"; }
 
@@ -119,7 +142,8 @@ TEST_F(ContourTool, DrawsRealModelsInsideTheMargin) {
         {model("cad/fandisk.obj") + " -o out.svg", 210, 297, 10},
         {model("cad-brep/box_holes.obj") + " --view top --orthographic --page A3 --landscape -o out.svg", 420, 297, 10},
         {model("scenes/2CylinderEngine.glb") + " --view right --page 300x200 --margin 4 -q -o out.svg", 300, 200, 4},
-        {"--demo --view back --fov 60 --page letter --title 'A & B' -o out.svg", 215.9, 279.4, 10},
+        {"--demo --azimuth -30 --elevation 60 --page A0 --landscape -o out.svg", 1189, 841, 10},
+        {"--demo --view back --perspective --fov 60 --page letter --title 'A & B' -o out.svg", 215.9, 279.4, 10},
     };
     for (const tCase& c : cases) {
         const tRun result = run(c.arguments);
@@ -140,7 +164,7 @@ TEST_F(ContourTool, DrawsRealModelsInsideTheMargin) {
 // The outer corners of the holed box are crease vertices, so a tight fit
 // shows: the drawing is centred and reaches the margin along one axis.
 TEST_F(ContourTool, FitsThePerspectiveViewToThePage) {
-    ASSERT_EQ(run(model("cad-brep/box_holes.obj") + " --margin 15 -q -o out.svg").exitCode, 0);
+    ASSERT_EQ(run(model("cad-brep/box_holes.obj") + " --perspective --margin 15 -q -o out.svg").exitCode, 0);
     const tDrawing drawing = readDrawing("out.svg");
     double b[4];
     expectInsideMargin(drawing, 15, b, "box_holes");
@@ -199,7 +223,12 @@ TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
         {"--demo --threads 0", 2, "--threads"},
         {"--demo --threads 2.5", 2, "--threads"},
         {"--demo --view sideways", 2, "--view"},
-        {"--demo --eye 0,0,10 --target 0,0,20", 1, "behind the eye"},
+        {"--demo --perspective --eye 0,0,10 --target 0,0,20", 1, "behind the eye"},
+        {"--demo --fov 40", 2, "--fov"},
+        {"--demo --view top --azimuth 10", 2, "--azimuth"},
+        {"--demo --eye 1,2,3 --elevation 10", 2, "--elevation"},
+        {"--demo --elevation 90.5", 2, "--elevation"},
+        {"--demo --stats no/such/folder/run.json", 1, "no/such/folder"},
         {"--demo --eye 1,2", 2, "--eye"},
         {"--demo --margin 150", 2, "--margin"},
         {"--demo --no-such-option", 2, "no-such-option"},
@@ -237,6 +266,108 @@ TEST_F(ContourTool, NamesTheOutputAfterTheModelOrWritesToStandardOutput) {
     EXPECT_NE(readFile(folder / "stdout.txt").find("Usage: contour"), std::string::npos);
     EXPECT_EQ(run("--version").exitCode, 0);
     EXPECT_EQ(readFile(folder / "stdout.txt").rfind("contour 1.", 0), 0u);
+}
+
+}  // namespace
+
+namespace {
+
+// Meshes with split normals hold each crease once per side, and a box's
+// creases are also its silhouettes: every line still reaches the page once.
+TEST_F(ContourTool, DrawsEachLineOnce) {
+    for (const std::string& arguments : {model("cad-brep/box_holes.obj"), model("cad/cube_split_normals.obj"),
+                                         std::string("--demo"), model("cad/fandisk.obj") + " --view front"}) {
+        ASSERT_EQ(run(arguments + " -q -o out.svg").exitCode, 0) << arguments;
+        const std::vector<std::array<double, 4>> segments = sortedSegments(readDrawing("out.svg"));
+        ASSERT_FALSE(segments.empty()) << arguments;
+        EXPECT_EQ(std::adjacent_find(segments.begin(), segments.end()), segments.end()) << arguments;
+    }
+    // Kept, the creases that silhouettes repeat come back in the crease style.
+    ASSERT_EQ(run(model("cad-brep/box_holes.obj") + " -q -o out.svg").exitCode, 0);
+    const size_t paths = readDrawing("out.svg").paths;
+    ASSERT_EQ(run(model("cad-brep/box_holes.obj") + " --keep-common -q -o out.svg").exitCode, 0);
+    EXPECT_EQ(readDrawing("out.svg").paths, 2 * paths);
+}
+
+// Azimuth turns from the front view towards the right one, elevation towards
+// up; the presets are the named directions of the same convention.
+TEST_F(ContourTool, AzimuthAndElevationFollowTheViews) {
+    const std::string part = model("cad/fandisk.obj") + " -q";
+    const auto body = [&](const std::string& view) {
+        EXPECT_EQ(run(part + " " + view + " -o out.svg").exitCode, 0) << view;
+        return drawingBody(readFile(folder / "out.svg"));
+    };
+    EXPECT_EQ(body("--azimuth 0 --elevation 0"), body("--view front"));
+    EXPECT_EQ(body("--elevation 90"), body("--view top"));
+    EXPECT_NE(body("--azimuth 90"), body("--view front"));
+
+    ASSERT_EQ(run(part + " --azimuth 45 --elevation 35.2644 -o az.svg").exitCode, 0);
+    ASSERT_EQ(run(part + " --view iso -o iso.svg").exitCode, 0);
+    const tDrawing turned = readDrawing("az.svg"), iso = readDrawing("iso.svg");
+    ASSERT_EQ(turned.points.size(), iso.points.size());
+    for (size_t i = 0; i < iso.points.size(); ++i) {
+        EXPECT_NEAR(turned.points[i].first, iso.points[i].first, 0.01);
+        EXPECT_NEAR(turned.points[i].second, iso.points[i].second, 0.01);
+    }
+    // Technical drawings are parallel projections unless asked otherwise.
+    EXPECT_NE(readFile(folder / "iso.svg").find("orthographic"), std::string::npos);
+}
+
+TEST_F(ContourTool, WritesAStatisticsRecord) {
+    ASSERT_EQ(run(model("cad-brep/box_holes.obj") + " --page A5 --stats run.json -q -o out.svg").exitCode, 0);
+    const nlohmann::json record = nlohmann::json::parse(readFile(folder / "run.json"));
+    EXPECT_EQ(record["inputs"][0]["triangles"], 1796);
+    EXPECT_EQ(record["inputs"][0]["normals"], "stored");
+    EXPECT_EQ(record["page"]["widthMM"], 148.0);
+    EXPECT_EQ(record["camera"]["projection"], "orthographic");
+    EXPECT_EQ(record["camera"]["worldToClip"].size(), 4u);
+    EXPECT_EQ(record["paths"], readDrawing("out.svg").paths);
+    const nlohmann::json& silhouettes = record["segments"]["silhouette"];
+    EXPECT_GT(silhouettes["duplicatesRemoved"], 0);
+    EXPECT_EQ(silhouettes["beforeHiding"],
+              silhouettes["found"].get<int>() - silhouettes["duplicatesRemoved"].get<int>());
+    EXPECT_GT(silhouettes["inkMM"], 0.0);
+    for (const char* phase : {"import", "normals", "bake", "creases", "silhouettes", "occlusion", "intersections",
+                              "visible pieces", "export"})
+        EXPECT_TRUE(record["phasesMs"].contains(phase)) << phase;
+    EXPECT_GT(record["peakMemoryMiB"], 0.0);
+}
+
+// Ctrl-C stops the drawing through the library's cancel query: the old file
+// stays and no temporary is left. The mesh is large enough for the signal
+// to arrive while the tool works.
+TEST_F(ContourTool, InterruptKeepsTheOutput) {
+    {
+        std::ofstream mesh(folder / "big.obj");
+        constexpr int n = 400;
+        for (int i = 0; i <= n; ++i)
+            for (int j = 0; j <= n; ++j)
+                mesh << "v " << i << ' ' << std::sin(0.3 * i) * std::cos(0.2 * j) << ' ' << j << '\n';
+        for (int i = 0; i < n; ++i)
+            for (int j = 0; j < n; ++j) {
+                const int a = i * (n + 1) + j + 1, b = a + n + 1;
+                mesh << "f " << a << ' ' << b << ' ' << a + 1 << "\nf " << a + 1 << ' ' << b << ' ' << b + 1 << '\n';
+            }
+    }
+    std::ofstream(folder / "out.svg") << "precious";
+    const std::string mesh = (folder / "big.obj").string(), output = (folder / "out.svg").string();
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        execl(CONTOUR_TOOL, CONTOUR_TOOL, "-q", "--threads", "1", mesh.c_str(), "-o", output.c_str(),
+              static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    usleep(150000);
+    kill(child, SIGINT);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_EQ(readFile(folder / "out.svg"), "precious");
+    size_t entries = 0;
+    for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder)) ++entries;
+    EXPECT_EQ(entries, 2u);  // big.obj, out.svg
 }
 
 }  // namespace

@@ -28,6 +28,19 @@ struct CTR_API GeometricFeatures {
     qe::qePointer<LineSegmentSet> intersectionEdges;
 };
 
+// The steps of computeGeometricFeatures, in the order they run.
+enum class FeatureStep { kCreases, kSilhouettes, kCommonSegments, kOcclusion, kIntersections, kFinished };
+
+// Told on the calling thread as each step of computeGeometricFeatures begins,
+// and with kFinished when the call returns (also when a notifier stopped it
+// early), so that a host can time or label the steps. A step that the call
+// does not take (kCommonSegments when not asked for) is not announced.
+class CTR_API FeatureStepObserver {
+public:
+    virtual ~FeatureStepObserver();
+    virtual void stepStarted(FeatureStep step) = 0;
+};
+
 // Set the camera first, then the cluster: baking reads the camera once, and
 // the baked triangles keep a pointer to the generator's own copy of it. The
 // meshes are borrowed and must outlive the generator's use of them.
@@ -49,6 +62,8 @@ public:
     // same with any executor; the notifier is only ever called from the
     // thread that called the generator.
     void setExecutor(Executor* executor);
+    // Not owned; null (the default) for none.
+    void setStepObserver(FeatureStepObserver* observer);
     // Makes cluster 0 of meshes (whose lines are wanted) and occluders (which
     // only hide lines; null or empty for none) and bakes both lists.
     void setSingleExportCluster(const std::vector<const qe::qeTriMesh*>& meshes,

@@ -108,6 +108,15 @@ public:
     // segments, change nothing.
     static void RemoveCommonSegments(LineSegmentSet* a, const LineSegmentSet* b);
 
+    // Deletes every segment whose two end positions an earlier segment of the
+    // same set already has, in either direction (exact float equality; a
+    // position with a NaN matches nothing). A mesh with split normals along
+    // a crease yields the crease once from each side; drawn as they are, both
+    // copies reach the page. Kept segments keep their order and their
+    // per-segment data, so this may run before or after occlusion. Returns the number of
+    // segments deleted.
+    static int RemoveDuplicateSegments(LineSegmentSet* set);
+
     // The visible pieces of the segments of a set whose occlusion has been
     // computed, one segment each, cut at the ends of the hidden intervals at
     // the 3D points that project onto the cuts. Null when nothing is visible.

@@ -32,10 +32,22 @@ void GeometricFeaturesGenerator::computeGeometricFeatures(GeometricFeatures& fea
         return set && set->IBuffer ? static_cast<uint32_t>(set->IBuffer->GetIndexQuantity()) >> 1 : 0u;
     };
 
+    // Announces kFinished on every way out.
+    struct tSteps {
+        FeatureStepObserver* observer;
+        void start(FeatureStep step) const {
+            if (observer) observer->stepStarted(step);
+        }
+        ~tSteps() { start(FeatureStep::kFinished); }
+    } steps{state.stepObserver};
+
+    steps.start(FeatureStep::kCreases);
     features.creaseEdges = state.computeCreaseEdges(cluster);
     if (cancelled()) return;
+    steps.start(FeatureStep::kSilhouettes);
     features.silhouetteEdges = state.computeSilhouetteEdges(cluster);
     if (removeCommonSegments) {
+        steps.start(FeatureStep::kCommonSegments);
         LineSegmentSet::RemoveCommonSegments(features.creaseEdges, features.silhouetteEdges);
         // A crease set whose every segment was a silhouette is no set at all.
         if (features.creaseEdges && !features.creaseEdges->IBuffer) features.creaseEdges = nullptr;
@@ -49,10 +61,12 @@ void GeometricFeaturesGenerator::computeGeometricFeatures(GeometricFeatures& fea
         const uint32_t total = 2u * triangles + segments(features.creaseEdges) + segments(features.silhouetteEdges);
         notifier->setTotalProgress(static_cast<double>(static_cast<float>(total)));
     }
+    steps.start(FeatureStep::kOcclusion);
     if (features.creaseEdges) computeOcclusion(*features.creaseEdges, cluster);
     if (cancelled()) return;
     if (features.silhouetteEdges) computeOcclusion(*features.silhouetteEdges, cluster);
     if (cancelled()) return;
+    steps.start(FeatureStep::kIntersections);
     features.intersectionEdges = state.computeIntersectionEdges(cluster);
 }
 

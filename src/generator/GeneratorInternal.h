@@ -47,6 +47,7 @@ public:
     std::vector<BakedTriangles> occluderTriangles;
     qe::qeProgressNotifierInterface* progressNotifier = nullptr;
     Executor* executor = nullptr;
+    FeatureStepObserver* stepObserver = nullptr;
 };
 
 }  // namespace ctr

@@ -40,6 +40,10 @@ void GeometricFeaturesGenerator::setProgressNotifier(qe::qeProgressNotifierInter
 
 void GeometricFeaturesGenerator::setExecutor(Executor* executor) { internal->executor = executor; }
 
+void GeometricFeaturesGenerator::setStepObserver(FeatureStepObserver* observer) { internal->stepObserver = observer; }
+
+FeatureStepObserver::~FeatureStepObserver() = default;
+
 void GeometricFeaturesGenerator::setSingleExportCluster(const std::vector<const qe::qeTriMesh*>& meshes,
                                                         const std::vector<const qe::qeTriMesh*>* occluders) {
     internal->clusterMeshes.assign(1, meshes);

@@ -1,5 +1,5 @@
-// Removal from one line set of the segments that another set also holds,
-// matched by the positions of their ends.
+// Removal of segments that another set, or an earlier segment of the same
+// set, also holds, matched by the positions of their ends.
 
 #include <algorithm>
 #include <cstdint>
@@ -72,6 +72,36 @@ private:
     unsigned int vertexCount;
 };
 
+// Moves the kept segments forward in order; their per-segment data are
+// swapped along, which leaves the dropped segments' data in the tails cut
+// below. Returns the number of segments dropped.
+int CompactSegments(LineSegmentSet& set, const std::vector<bool>& dropped) {
+    const size_t segments = dropped.size();
+    size_t kept = 0;
+    unsigned int* data = set.IBuffer ? set.IBuffer->GetData() : nullptr;
+    for (size_t i = 0; i < segments; ++i) {
+        if (dropped[i]) continue;
+        data[2 * kept] = data[2 * i];
+        data[2 * kept + 1] = data[2 * i + 1];
+        if (kept != i) {
+            if (i < set.occlusionIntervals.size()) std::swap(set.occlusionIntervals[i], set.occlusionIntervals[kept]);
+            if (i < set.segmentClips.size()) std::swap(set.segmentClips[i], set.segmentClips[kept]);
+            if (i < set.segmentFlags.size()) std::vector<bool>::swap(set.segmentFlags[i], set.segmentFlags[kept]);
+        }
+        ++kept;
+    }
+
+    if (kept > 0)
+        set.IBuffer->resizeIndexBuffer(static_cast<int>(2 * kept));
+    else
+        set.IBuffer = nullptr;
+    set.occlusionIntervals.resize(kept);
+    set.segmentClips.resize(kept, LineSegmentSet::tSegmentClip{0.0f, 0.0f, 0.0f, 0.0f});
+    // Empty flags mean that no segment is flagged, so they stay empty.
+    if (!set.segmentFlags.empty()) set.segmentFlags.resize(kept, false);
+    return static_cast<int>(segments - kept);
+}
+
 }  // namespace
 
 void LineSegmentSet::RemoveCommonSegments(LineSegmentSet* a, const LineSegmentSet* b) {
@@ -106,30 +136,32 @@ void LineSegmentSet::RemoveCommonSegments(LineSegmentSet* a, const LineSegmentSe
         dropped[static_cast<size_t>(i)] = CompareKey(keysB.at(static_cast<int>(*(after - 1))), key) == 0;
     }
 
-    // Kept segments move forward in order; their per-segment data are swapped
-    // along, which leaves the dropped segments' data in the tails cut below.
-    size_t kept = 0;
-    unsigned int* data = a->IBuffer ? a->IBuffer->GetData() : nullptr;
-    for (size_t i = 0; i < static_cast<size_t>(segmentsA); ++i) {
-        if (dropped[i]) continue;
-        data[2 * kept] = data[2 * i];
-        data[2 * kept + 1] = data[2 * i + 1];
-        if (kept != i) {
-            if (i < a->occlusionIntervals.size()) std::swap(a->occlusionIntervals[i], a->occlusionIntervals[kept]);
-            if (i < a->segmentClips.size()) std::swap(a->segmentClips[i], a->segmentClips[kept]);
-            if (i < a->segmentFlags.size()) std::vector<bool>::swap(a->segmentFlags[i], a->segmentFlags[kept]);
-        }
-        ++kept;
-    }
+    CompactSegments(*a, dropped);
+}
 
-    if (kept > 0)
-        a->IBuffer->resizeIndexBuffer(static_cast<int>(2 * kept));
-    else
-        a->IBuffer = nullptr;
-    a->occlusionIntervals.resize(kept);
-    a->segmentClips.resize(kept, tSegmentClip{0.0f, 0.0f, 0.0f, 0.0f});
-    // Empty flags mean that no segment is flagged, so they stay empty.
-    if (!a->segmentFlags.empty()) a->segmentFlags.resize(kept, false);
+int LineSegmentSet::RemoveDuplicateSegments(LineSegmentSet* set) {
+    if (!set || !set->IBuffer) return 0;
+    const SegmentKeys keys(*set);
+    const int segments = set->getSegmentQuantity();
+    std::vector<uint32_t> order;
+    order.reserve(static_cast<size_t>(segments));
+    SegmentKey key{};
+    for (int s = 0; s < segments; ++s)
+        if (keys.get(s, key) && !HasNaN(key)) order.push_back(static_cast<uint32_t>(s));
+    // Ties in segment order, so that the first of equal segments is the one
+    // kept, whatever the sort does.
+    std::sort(order.begin(), order.end(), [&keys](uint32_t s, uint32_t t) {
+        const int compared = CompareKey(keys.at(static_cast<int>(s)), keys.at(static_cast<int>(t)));
+        return compared != 0 ? compared < 0 : s < t;
+    });
+    std::vector<bool> dropped(static_cast<size_t>(segments), false);
+    size_t removed = 0;
+    for (size_t k = 1; k < order.size(); ++k)
+        if (CompareKey(keys.at(static_cast<int>(order[k - 1])), keys.at(static_cast<int>(order[k]))) == 0) {
+            dropped[order[k]] = true;
+            ++removed;
+        }
+    return removed > 0 ? CompactSegments(*set, dropped) : 0;
 }
 
 }  // namespace ctr

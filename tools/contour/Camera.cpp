@@ -78,6 +78,16 @@ void viewDirection(const CameraOptions& options, const Vec3& target, Vec3& back,
         if (up.Cross(back).Length() < 1e-9) imageUp = back.Dot(up) > 0.0 ? -front : front;
         return;
     }
+    if (options.azimuthElevation) {
+        const double azimuth = (*options.azimuthElevation)[0] * kPi / 180.0;
+        const double elevation = (*options.azimuthElevation)[1] * kPi / 180.0;
+        const Vec3 level = front * std::cos(azimuth) + right * std::sin(azimuth);
+        back = level * std::cos(elevation) + up * std::sin(elevation);
+        // The direction in which the eye would rise: up itself until the eye
+        // stands over the target, where it keeps the azimuth's turn.
+        imageUp = up * std::cos(elevation) - level * std::sin(elevation);
+        return;
+    }
     switch (options.view) {
         case ViewPreset::kFront:
             back = front;

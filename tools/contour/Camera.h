@@ -3,6 +3,7 @@
 #ifndef CONTOUR_CAMERA_H
 #define CONTOUR_CAMERA_H
 
+#include <array>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,10 +26,14 @@ struct CameraOptions {
     // the distance); the target defaults to the centre of the model's box.
     std::optional<Wm4::Vector3<double>> eye;
     std::optional<Wm4::Vector3<double>> target;
+    // Azimuth and elevation in degrees replace the preset: azimuth turns
+    // from the front view towards the right one about up, elevation lifts
+    // the eye towards up (0, 0 is the front view; iso is 45, 35.2644).
+    std::optional<std::array<double, 2>> azimuthElevation;
     // World direction that shows as up on the sheet; the presets are taken
     // around it (with +y up, front looks along -z; with +z up, along +y).
     Wm4::Vector3<double> up = Wm4::Vector3<double>(0.0, 1.0, 0.0);
-    bool perspective = true;
+    bool perspective = false;
     // Perspective strength: the camera stands where a lens of this vertical
     // angle takes in the model's bounding sphere.
     double fovDegrees = 30.0;

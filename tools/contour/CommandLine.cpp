@@ -77,11 +77,10 @@ struct tSheet {
     double width;
     double height;
 };
-constexpr tSheet kSheets[] = {{"A3", 297.0, 420.0},
-                              {"A4", 210.0, 297.0},
-                              {"A5", 148.0, 210.0},
-                              {"letter", 215.9, 279.4},
-                              {"legal", 215.9, 355.6}};
+constexpr tSheet kSheets[] = {{"A0", 841.0, 1189.0},    {"A1", 594.0, 841.0},   {"A2", 420.0, 594.0},
+                              {"A3", 297.0, 420.0},     {"A4", 210.0, 297.0},   {"A5", 148.0, 210.0},
+                              {"letter", 215.9, 279.4}, {"legal", 215.9, 355.6}};
+constexpr const char* kSheetNames = "A0-A5, letter, legal";
 
 void parsePage(const std::string& text, bool landscape, ToolOptions& options) {
     double width = 0.0, height = 0.0;
@@ -92,7 +91,7 @@ void parsePage(const std::string& text, bool landscape, ToolOptions& options) {
     if (custom) {
         const std::vector<std::string> pieces = split(text, "xX");
         if (pieces.size() != 2 || !parseNumber(pieces[0], width) || !parseNumber(pieces[1], height))
-            throw tUsageError{"--page: '" + text + "' is not A3, A4, A5, letter, legal or WIDTHxHEIGHT in millimetres"};
+            throw tUsageError{"--page: '" + text + "' is not " + kSheetNames + " or WIDTHxHEIGHT in millimetres"};
         // The sheet size becomes float coordinates in the file.
         if (!(width > 0.0 && height > 0.0 && width <= 1e5 && height <= 1e5))
             throw tUsageError{"--page: both sides of '" + text + "' must lie in (0, 100000] mm"};
@@ -133,6 +132,15 @@ Wm4::ColorRGB parseColor(const std::string& text) {
     return Wm4::ColorRGB(channels[0], channels[1], channels[2]);
 }
 
+std::string viewDescription(const CameraOptions& camera) {
+    if (camera.eye) return "view from the given eye";
+    if (!camera.azimuthElevation) return std::string(ViewPresetName(camera.view)) + " view";
+    char text[96];
+    std::snprintf(text, sizeof text, "view from azimuth %g, elevation %g degrees", (*camera.azimuthElevation)[0],
+                  (*camera.azimuthElevation)[1]);
+    return text;
+}
+
 const char* kFooter = R"(Output:
   Without -o the drawing goes to MODEL.svg (the first model's name without
   its extension) in the current directory, or demo.svg with --demo; "-o -"
@@ -140,25 +148,44 @@ const char* kFooter = R"(Output:
   drawing is complete; on any error it stays as it was.
 
 Camera:
-  The view is fitted to the model so that it fills the page inside the
-  margin. Presets are taken around --up: with the default +y up, front looks
-  along -z and right along -x; with --up 0,0,1, front looks along +y. --eye
-  replaces the preset (in orthographic views only its direction counts).
+  Drawings are parallel (orthographic) projections, as technical drawings
+  are; --perspective draws what a lens would see. The view is fitted to the
+  model so that it fills the page inside the margin. Directions are taken
+  around --up (default +y): --azimuth 0 --elevation 0 is the front view
+  (looking along -z with +y up, along +y with --up 0,0,1), azimuth turns
+  the eye towards the right view (90 is right, 180 back), elevation lifts it
+  towards up (90 is the top view). The presets of --view are front (0, 0),
+  right (90, 0), back (180, 0), left (270, 0), top (0, 90), bottom (0, -90)
+  and iso (45, 35.2644). --eye replaces the direction (in orthographic views
+  only its direction counts).
 
 Lines:
   Creases (edges across which the stored normals turn by more than 5
   degrees) and open borders, silhouettes (where the surface turns away from
   the eye) and the lines where solids pass through each other, drawn where
-  no triangle hides them. Silhouettes and intersections are drawn 0.2 mm
-  wide, creases 0.133 mm. Files without normals get normals from their
-  faces, smoothed up to --smoothing-angle.
+  no triangle hides them, each once: a crease that a silhouette repeats is
+  drawn as the silhouette (unless --keep-common), and a line that a mesh
+  holds twice (split normals along a crease) is drawn once. Silhouettes and
+  intersections are drawn 0.2 mm wide, creases 0.133 mm. Files without
+  normals get normals per smooth fan: the faces around a vertex part where
+  two of them meet at more than --smoothing-angle, so exactly those edges
+  show as creases.
 
-Exit status: 0 on success, 1 when the drawing fails, 2 for a usage error.
+Progress and statistics:
+  On a terminal a progress bar runs on standard error (not with -q).
+  Ctrl-C stops the drawing: any existing output stays as it was and the exit
+  status is 130. --stats FILE writes a JSON record of the run: inputs,
+  camera matrices, page and fit, segments of each kind before and after
+  hiding, paths written, the time of each phase and the peak memory.
+
+Exit status: 0 on success, 1 when the drawing fails, 2 for a usage error,
+130 when interrupted.
 
 Examples:
   contour --demo -o demo.svg
-  contour part.stl --view front --orthographic --page A3 --landscape
-  contour engine.glb --eye 300,200,400 --title "Engine" -o engine.svg
+  contour part.stl --view front --page A3 --landscape
+  contour part.stl --azimuth 30 --elevation 20 --up 0,0,1 --stats part.json
+  contour engine.glb --perspective --eye 300,200,400 --title "Engine" -o engine.svg
   contour part.obj --occluder cover.obj --crease-width 0.25 --color "#203060"
 )";
 
@@ -181,7 +208,7 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
                                              qeContouringLib::Version::GetDescStringMajorMinorReleaseRevisionDate());
 
     std::string view = "iso", eye, target, up, fov = "30", page = "A4", margin = "10", bits = "20,20";
-    std::string smoothing = "30", creaseWidth, silhouetteWidth, color;
+    std::string smoothing = "30", creaseWidth, silhouetteWidth, color, azimuth, elevation;
     bool landscape = false, perspective = false, orthographic = false;
     std::optional<std::string> title, description;
 
@@ -192,18 +219,22 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     app.add_option("--occluder", options.occluders, "Mesh file that hides lines but is not drawn; repeatable")
         ->allow_extra_args(false)
         ->type_name("FILE");
-    app.add_option("--view", view, "front, back, left, right, top, bottom or iso")
-        ->type_name("NAME")
-        ->capture_default_str();
+    CLI::Option* viewOption = app.add_option("--view", view, "front, back, left, right, top, bottom or iso")
+                                  ->type_name("NAME")
+                                  ->capture_default_str();
+    app.add_option("--azimuth", azimuth, "Degrees about up from the front view towards the right (see Camera)")
+        ->type_name("DEG");
+    app.add_option("--elevation", elevation, "Degrees from level towards up, in [-90, 90] (see Camera)")
+        ->type_name("DEG");
     app.add_option("--eye", eye, "Camera position (overrides --view)")->type_name("X,Y,Z");
     app.add_option("--target", target, "Point looked at (default: the model's centre)")->type_name("X,Y,Z");
     app.add_option("--up", up, "World direction shown upwards (default 0,1,0)")->type_name("X,Y,Z");
-    app.add_flag("--perspective", perspective, "Perspective projection (default)");
-    app.add_flag("--orthographic", orthographic, "Parallel projection");
-    app.add_option("--fov", fov, "Perspective lens angle in degrees, in (0, 180)")
-        ->type_name("DEG")
-        ->capture_default_str();
-    app.add_option("--page", page, "A3, A4, A5, letter, legal or WIDTHxHEIGHT in mm")
+    app.add_flag("--orthographic", orthographic, "Parallel projection (default)");
+    app.add_flag("--perspective", perspective, "Perspective projection");
+    CLI::Option* fovOption = app.add_option("--fov", fov, "Perspective lens angle in degrees, in (0, 180)")
+                                 ->type_name("DEG")
+                                 ->capture_default_str();
+    app.add_option("--page", page, "A0-A5, letter, legal or WIDTHxHEIGHT in mm")
         ->type_name("SIZE")
         ->capture_default_str();
     app.add_flag("--landscape", landscape, "Turn the page so that its longer side is horizontal");
@@ -221,7 +252,10 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
         ->type_name("MM");
     app.add_option("--color", color, "Stroke colour: #RRGGBB, #RGB, black, gray, red, green or blue")
         ->type_name("COLOR");
-    app.add_flag("-q,--quiet", options.quiet, "No summary on standard error");
+    app.add_flag("--keep-common", options.drawing.keepCommon,
+                 "Keep creases that a silhouette repeats (drawn in both styles)");
+    app.add_option("--stats", options.statsPath, "Write a JSON record of the run to FILE")->type_name("FILE");
+    app.add_flag("-q,--quiet", options.quiet, "No summary and no progress bar on standard error");
     std::string threads;
     app.add_option("--threads", threads, "Threads to compute with (default: one per core); the drawing is the same")
         ->type_name("N");
@@ -250,13 +284,22 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
         CameraOptions& camera = options.drawing.camera;
         if (!ParseViewPreset(lowercase(view), camera.view))
             throw tUsageError{"--view: '" + view + "' is not front, back, left, right, top, bottom or iso"};
+        if (!azimuth.empty() || !elevation.empty()) {
+            if (viewOption->count() > 0) throw tUsageError{"give either --view or --azimuth/--elevation"};
+            if (!eye.empty()) throw tUsageError{"give either --eye or --azimuth/--elevation"};
+            camera.azimuthElevation = std::array<double, 2>{
+                azimuth.empty() ? 0.0 : number("--azimuth", azimuth, -36000.0, 36000.0, false, false, " degrees"),
+                elevation.empty() ? 0.0 : number("--elevation", elevation, -90.0, 90.0, false, false, " degrees")};
+        }
         if (!eye.empty()) camera.eye = point("--eye", eye);
         if (!target.empty()) camera.target = point("--target", target);
         if (!up.empty()) {
             camera.up = point("--up", up);
             if (!(camera.up.Length() > 0.0)) throw tUsageError{"--up: the direction must not be zero"};
         }
-        camera.perspective = !orthographic;
+        camera.perspective = perspective;
+        if (fovOption->count() > 0 && !perspective)
+            throw tUsageError{"--fov: only a perspective view has a lens angle (add --perspective)"};
         camera.fovDegrees = number("--fov", fov, 0.0, 180.0, true, true, " degrees");
         parsePage(page, landscape, options);
         camera.marginMM = number("--margin", margin, 0.0, 1e5, false, false, " mm");
@@ -291,8 +334,7 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
         options.drawing.title = EscapeXml(title ? *title : options.demo ? "contour demo" : names);
         options.drawing.description = EscapeXml(
             description ? *description
-                        : std::string(camera.eye ? "view from the given eye" : ViewPresetName(camera.view)) +
-                              (camera.eye ? ", " : " view, ") + (camera.perspective ? "perspective" : "orthographic"));
+                        : viewDescription(camera) + ", " + (camera.perspective ? "perspective" : "orthographic"));
         if (options.output.empty())
             options.output =
                 options.demo ? "demo.svg" : std::filesystem::path(options.models[0]).stem().string() + ".svg";

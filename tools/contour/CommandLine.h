@@ -18,6 +18,7 @@ struct ToolOptions {
     unsigned int threads = 0;  // 0: one per core
     float smoothingAngleDegrees = 30.0f;
     std::string pageLabel;  // e.g. "A4 portrait", for the summary
+    std::string statsPath;  // empty: no statistics file
     DrawingOptions drawing;
 };
 

@@ -1,5 +1,7 @@
 #include "Drawing.h"
 
+#include <chrono>
+#include <cmath>
 #include <fstream>
 #include <iterator>
 
@@ -16,8 +18,87 @@ namespace contour {
 
 namespace {
 
-size_t countSegments(const qe::qePointer<ctr::LineSegmentSet>& set) {
+size_t countSegments(const ctr::LineSegmentSet* set) {
     return set ? static_cast<size_t>(set->getSegmentQuantity()) : 0;
+}
+
+// Phase times: the tool's own phases, and the library's steps as the
+// generator announces them. The crease count is taken before the common
+// segments go.
+class PhaseClock : public ctr::FeatureStepObserver {
+public:
+    PhaseClock(DrawingStats& stats, DrawingMonitor* monitor) : m_stats(stats), m_monitor(monitor) {}
+
+    // Ends the running phase; null starts none.
+    void start(const char* name) {
+        const auto now = std::chrono::steady_clock::now();
+        if (m_running)
+            m_stats.phases.push_back(PhaseTime{m_running, std::chrono::duration<double>(now - m_since).count()});
+        m_running = name;
+        m_since = now;
+        if (name && m_monitor) m_monitor->phaseStarted(name);
+    }
+
+    void stepStarted(ctr::FeatureStep step) override {
+        switch (step) {
+            case ctr::FeatureStep::kCreases:
+                return start("creases");
+            case ctr::FeatureStep::kSilhouettes:
+                creasesFound = m_creases ? countSegments(*m_creases) : 0;
+                return start("silhouettes");
+            case ctr::FeatureStep::kCommonSegments:
+                return start("common segments");
+            case ctr::FeatureStep::kOcclusion:
+                return start("occlusion");
+            case ctr::FeatureStep::kIntersections:
+                return start("intersections");
+            case ctr::FeatureStep::kFinished:
+                return start(nullptr);
+        }
+    }
+
+    // The crease set as the generator fills it.
+    void watchCreases(const qe::qePointer<ctr::LineSegmentSet>* creases) { m_creases = creases; }
+
+    size_t creasesFound = 0;
+
+private:
+    DrawingStats& m_stats;
+    DrawingMonitor* m_monitor;
+    const char* m_running = nullptr;
+    std::chrono::steady_clock::time_point m_since;
+    const qe::qePointer<ctr::LineSegmentSet>* m_creases = nullptr;
+};
+
+// Length on the page of the segments of a set: their world ends through the
+// camera and the sheet fit, in double. An estimate for the summary; the
+// drawing itself is placed by the exporter.
+double InkLength(const qe::qePointer<ctr::LineSegmentSet>& set, const Wm4::Matrix4<float>& worldToClip,
+                 const double (&fit)[2][2]) {
+    if (!set || !set->VBuffer || !set->IBuffer) return 0.0;
+    const qe::qeVertexBuffer& vertices = *set->VBuffer;
+    const unsigned int* indices = set->IBuffer->GetData();
+    const auto page = [&](unsigned int index, double(&out)[2]) {
+        const Wm4::Vector3<float> p = set->World.ApplyForward(vertices.Position3(static_cast<int>(index)), true);
+        double clip[4];
+        for (int col = 0; col < 4; ++col)
+            clip[col] = p[0] * static_cast<double>(worldToClip[0][col]) +
+                        p[1] * static_cast<double>(worldToClip[1][col]) +
+                        p[2] * static_cast<double>(worldToClip[2][col]) + static_cast<double>(worldToClip[3][col]);
+        const double u = clip[0] / clip[3], v = clip[1] / clip[3];
+        out[0] = fit[0][0] * u + fit[0][1] * v;
+        out[1] = fit[1][0] * u + fit[1][1] * v;
+    };
+    double ink = 0.0;
+    const int count = set->IBuffer->GetIndexQuantity() / 2;
+    for (int s = 0; s < count; ++s) {
+        double a[2], b[2];
+        page(indices[2 * s], a);
+        page(indices[2 * s + 1], b);
+        const double length = std::hypot(b[0] - a[0], b[1] - a[1]);
+        if (std::isfinite(length)) ink += length;
+    }
+    return ink;
 }
 
 size_t countPaths(const std::string& svgPath) {
@@ -58,8 +139,16 @@ std::string EscapeXml(const std::string& text) {
 
 bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error,
-               ctr::Executor* executor) {
-    CameraMatrices camera;
+               ctr::Executor* executor, DrawingMonitor* monitor) {
+    PhaseClock clock(stats, monitor);
+    const auto cancelled = [&]() {
+        if (!monitor || !monitor->shouldCancel()) return false;
+        stats.cancelled = true;
+        error = "cancelled";
+        return true;
+    };
+
+    CameraMatrices& camera = stats.camera;
     if (!FrameCamera(meshes, occluders, options.camera, options.pageWidthMM, options.pageHeightMM, camera, error))
         return false;
     ctr::DiscreteProjectionSpace space;
@@ -77,18 +166,57 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     ctr::GeometricFeaturesGenerator generator;
     generator.setProjectionSpace(space);
     generator.setExecutor(executor);
-    generator.setSingleExportCluster(meshes, &occluders);
-    // Creases that a silhouette repeats are drawn once, as silhouettes.
+    generator.setProgressNotifier(monitor);
+    generator.setStepObserver(&clock);
     ctr::GeometricFeatures features;
-    generator.computeGeometricFeatures(features, 0, true);
-    stats.creaseSegments = countSegments(features.creaseEdges);
-    stats.silhouetteSegments = countSegments(features.silhouetteEdges);
-    stats.intersectionSegments = countSegments(features.intersectionEdges);
+    clock.watchCreases(&features.creaseEdges);
+    clock.start("bake");
+    generator.setSingleExportCluster(meshes, &occluders);
+    if (cancelled()) return false;
+
+    generator.computeGeometricFeatures(features, 0, !options.keepCommon);
+    if (cancelled()) return false;
+    // The steps that count their work are over, whatever they counted.
+    if (monitor) monitor->advanceProgress(monitor->getRemainingProgress());
+    stats.crease.found = clock.creasesFound;
+    stats.crease.commonRemoved = clock.creasesFound - countSegments(features.creaseEdges);
+    stats.silhouette.found = countSegments(features.silhouetteEdges);
+    stats.intersection.found = countSegments(features.intersectionEdges);
 
     ctr::ExportParameters parameters(space);
     parameters.setPageSizeInMM(
         Wm4::Vector2<float>(static_cast<float>(options.pageWidthMM), static_cast<float>(options.pageHeightMM)));
     parameters.computeBestFitTransform();
+    for (int row = 0; row < 2; ++row) {
+        for (int col = 0; col < 2; ++col) stats.fit[row][col] = parameters.getBestFitTransform()[row][col];
+        stats.offset[row] = parameters.getPageOffset()[row];
+    }
+    stats.worldUnitsPerMM = parameters.getWorldUnitsPerMM();
+
+    // Each kind on its way to the page: one copy of each segment, then its
+    // visible pieces. Already cut, the pieces pass the exporter's own
+    // cutting unchanged.
+    struct tKind {
+        qe::qePointer<ctr::LineSegmentSet>& set;
+        LineKindStats& stats;
+        const char* style;
+        qe::qePointer<ctr::LineSegmentSet> visible;
+    } kinds[] = {{features.creaseEdges, stats.crease, "crease", nullptr},
+                 {features.silhouetteEdges, stats.silhouette, "silhouette", nullptr},
+                 // Intersection lines are drawn like silhouettes.
+                 {features.intersectionEdges, stats.intersection, "silhouette", nullptr}};
+    clock.start("duplicates");
+    for (tKind& kind : kinds)
+        kind.stats.duplicatesRemoved = static_cast<size_t>(ctr::LineSegmentSet::RemoveDuplicateSegments(kind.set));
+    clock.start("visible pieces");
+    for (tKind& kind : kinds) {
+        if (kind.set) kind.visible = ctr::LineSegmentSet::BakeVisibleSegments(kind.set);
+        kind.stats.visiblePieces = countSegments(kind.visible);
+        kind.stats.inkMM = InkLength(kind.visible, camera.worldToClip, stats.fit);
+    }
+    if (cancelled()) return false;
+
+    clock.start("export");
     ctr::SVGExporter exporter;
     exporter.setExportParameters(parameters);
     exporter.setTitle(options.title);
@@ -106,11 +234,17 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         error = "cannot write '" + svgPath + "'";
         return false;
     }
-    if (!exporter.streamGeometricFeatures(features) || !exporter.closeFile()) {
+    for (const tKind& kind : kinds)
+        if (kind.visible && !exporter.streamLineSegments(*kind.visible, kind.style)) {
+            error = "writing '" + svgPath + "' failed";
+            return false;
+        }
+    if (!exporter.closeFile()) {
         error = "writing '" + svgPath + "' failed";
         return false;
     }
     stats.paths = countPaths(svgPath);
+    clock.start(nullptr);
     return true;
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Wm4ColorRGB.h"
+#include "qe/qeProgressNotifierInterface.h"
 #include "qe/qeTriMesh.h"
 
 #include "Camera.h"
@@ -29,13 +30,45 @@ struct DrawingOptions {
     std::optional<float> creaseWidthMM;
     std::optional<float> silhouetteWidthMM;
     std::optional<Wm4::ColorRGB> color;
+    // Creases that a silhouette repeats are drawn once, as silhouettes,
+    // unless kept.
+    bool keepCommon = false;
+};
+
+// The segments of one kind of line on their way to the page.
+struct LineKindStats {
+    size_t found = 0;              // as extracted
+    size_t commonRemoved = 0;      // creases that a silhouette repeats
+    size_t duplicatesRemoved = 0;  // segments another one of the kind repeats
+    size_t visiblePieces = 0;      // pieces left after hiding
+    double inkMM = 0.0;            // length of those pieces on the page
+    // Segments that go into hiding, one of each.
+    size_t beforeHiding() const { return found - commonRemoved - duplicatesRemoved; }
+};
+
+struct PhaseTime {
+    const char* name;
+    double seconds;
 };
 
 struct DrawingStats {
-    size_t creaseSegments = 0;
-    size_t silhouetteSegments = 0;
-    size_t intersectionSegments = 0;
+    LineKindStats crease, silhouette, intersection;
     size_t paths = 0;
+    CameraMatrices camera;
+    // Normalised device coordinates to page millimetres: X = fit * (u, v) +
+    // offset, Y upwards.
+    double fit[2][2] = {{0.0, 0.0}, {0.0, 0.0}};
+    double offset[2] = {0.0, 0.0};
+    double worldUnitsPerMM = 0.0;
+    std::vector<PhaseTime> phases;  // in the order they ran
+    bool cancelled = false;
+};
+
+// What a running drawing reports to: the library's progress and cancel
+// queries, and the phase it enters.
+class DrawingMonitor : public qe::qeProgressNotifierInterface {
+public:
+    virtual void phaseStarted(const char* name) = 0;
 };
 
 // Whether the projection space takes these bit sizes (the library's default
@@ -47,12 +80,14 @@ bool BitSizesAccepted(unsigned int xyBits, unsigned int zBits);
 std::string EscapeXml(const std::string& text);
 
 // Draws the lines of meshes, hidden where meshes or occluders cover them, into
-// the SVG file svgPath (created or truncated). False with a one-line reason.
-// With an executor the library's parallel steps run on it; the file is the
-// same either way.
+// the SVG file svgPath (created or truncated). False with a one-line reason,
+// or with stats.cancelled when the monitor asked to stop. With an executor
+// the library's parallel steps run on it; the file is the same either way.
+// Each line is drawn once: segments that repeat one of their kind are
+// dropped before the page.
 bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error,
-               ctr::Executor* executor = nullptr);
+               ctr::Executor* executor = nullptr, DrawingMonitor* monitor = nullptr);
 
 }  // namespace contour
 

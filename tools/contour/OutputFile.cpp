@@ -25,10 +25,19 @@ void setPending(const std::string& path) {
     gHasPendingTemporary = 1;
 }
 
+volatile std::sig_atomic_t gInterrupted = 0;
+
 extern "C" void removePendingAndReraise(int signalNumber) {
     if (gHasPendingTemporary) unlink(gPendingTemporary);
     std::signal(signalNumber, SIG_DFL);
     std::raise(signalNumber);
+}
+
+// The first interrupt asks the drawing to stop at its next check, which
+// cleans up on the normal way out; a second one does not wait for that.
+extern "C" void requestStop(int signalNumber) {
+    if (gInterrupted) removePendingAndReraise(signalNumber);
+    gInterrupted = 1;
 }
 
 std::string systemError() { return std::strerror(errno); }
@@ -120,8 +129,11 @@ bool AtomicOutput::commit(std::string& error) {
     return true;
 }
 
-void InstallInterruptCleanup() {
-    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP}) std::signal(signalNumber, removePendingAndReraise);
+void InstallInterruptHandling() {
+    std::signal(SIGINT, requestStop);
+    for (const int signalNumber : {SIGTERM, SIGHUP}) std::signal(signalNumber, removePendingAndReraise);
 }
+
+bool InterruptRequested() { return gInterrupted != 0; }
 
 }  // namespace contour

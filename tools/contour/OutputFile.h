@@ -31,9 +31,12 @@ private:
     std::string temporary;
 };
 
-// Makes an interrupt or termination remove the temporary of the AtomicOutput
-// in use before the process ends.
-void InstallInterruptCleanup();
+// A termination signal removes the temporary of the AtomicOutput in use
+// before the process ends. An interrupt (Ctrl-C) only sets a flag, which the
+// drawing polls so that it can stop and clean up as on any failure; a second
+// interrupt ends the process at once, temporary removed.
+void InstallInterruptHandling();
+bool InterruptRequested();
 
 }  // namespace contour
 

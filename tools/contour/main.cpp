@@ -7,12 +7,15 @@
 #include <fstream>
 #include <malloc.h>
 #include <new>
+#include <unistd.h>
 
 #include "CommandLine.h"
 #include "DemoScene.h"
 #include "Drawing.h"
 #include "ModelImport.h"
 #include "OutputFile.h"
+#include "Progress.h"
+#include "Stats.h"
 #include "ThreadPool.h"
 
 namespace {
@@ -38,63 +41,101 @@ bool load(const std::string& path, const contour::ImportOptions& importOptions, 
     return contour::ImportModel(path, model, error, importOptions);
 }
 
-void appendMeshes(const std::vector<contour::ImportedModel>& models, std::vector<const qe::qeTriMesh*>& meshes,
-                  size_t& triangles) {
-    for (const contour::ImportedModel& model : models) {
+// The exit status of a run that an interrupt stopped, as shells report a
+// process that SIGINT ended.
+constexpr int kInterrupted = 130;
+
+int interrupted() {
+    std::fputs("contour: interrupted; no output was written\n", stderr);
+    return kInterrupted;
+}
+
+void appendMeshes(const std::vector<contour::ImportedModel>& models, const std::vector<std::string>& paths,
+                  const char* role, std::vector<const qe::qeTriMesh*>& meshes, size_t& triangles,
+                  contour::RunStats& run) {
+    for (size_t i = 0; i < models.size(); ++i) {
+        const contour::ImportedModel& model = models[i];
         for (const qe::qeTriMesh* mesh : model.meshList()) meshes.push_back(mesh);
         triangles += model.triangleCount;
+        run.inputs.push_back(contour::InputStats{i < paths.size() ? paths[i] : "(demo scene)", role,
+                                                 model.meshes.size(), model.triangleCount, model.vertexCount,
+                                                 model.hasNormals});
     }
+}
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 int run(const contour::ToolOptions& options) {
     const auto start = std::chrono::steady_clock::now();
+    contour::ProgressBar progress(!options.quiet && isatty(STDERR_FILENO));
+    progress.phaseStarted("import");
     contour::ImportOptions importOptions;
     importOptions.smoothingAngleDegrees = options.smoothingAngleDegrees;
     std::vector<contour::ImportedModel> models(options.demo ? 1 : options.models.size());
     std::vector<contour::ImportedModel> occluderModels(options.occluders.size());
     std::string error;
     if (options.demo) models[0] = contour::MakeDemoScene();
-    for (size_t i = 0; i < options.models.size(); ++i)
+    for (size_t i = 0; i < options.models.size(); ++i) {
         if (!load(options.models[i], importOptions, models[i], error)) return fail(error);
-    for (size_t i = 0; i < options.occluders.size(); ++i)
+        if (contour::InterruptRequested()) return interrupted();
+    }
+    for (size_t i = 0; i < options.occluders.size(); ++i) {
         if (!load(options.occluders[i], importOptions, occluderModels[i], error)) return fail(error);
+        if (contour::InterruptRequested()) return interrupted();
+    }
+    contour::RunStats run;
+    run.importSeconds = secondsSince(start);
 
     std::vector<std::string> inputs = options.models;
     inputs.insert(inputs.end(), options.occluders.begin(), options.occluders.end());
     for (const std::string& input : inputs) {
         std::error_code ignored;
-        if (options.output != "-" && std::filesystem::equivalent(input, options.output, ignored))
-            return fail("the output '" + options.output + "' is the input file '" + input + "'");
+        for (const std::string& output : {options.output, options.statsPath})
+            if (!output.empty() && output != "-" && std::filesystem::equivalent(input, output, ignored))
+                return fail("the output '" + output + "' is the input file '" + input + "'");
     }
 
     std::vector<const qe::qeTriMesh*> meshes, occluders;
     size_t triangles = 0, occluderTriangles = 0;
-    appendMeshes(models, meshes, triangles);
-    appendMeshes(occluderModels, occluders, occluderTriangles);
+    appendMeshes(models, options.models, "model", meshes, triangles, run);
+    appendMeshes(occluderModels, options.occluders, "occluder", occluders, occluderTriangles, run);
 
     contour::AtomicOutput output;
     contour::DrawingStats stats;
     contour::ThreadPool pool(options.threads ? options.threads : contour::ThreadPool::DefaultThreadCount());
+    run.threads = pool.threadCount();
     ctr::Executor* executor = pool.threadCount() > 1 ? &pool : nullptr;
-    if (!output.create(options.output, error) ||
-        !contour::DrawToSVG(meshes, occluders, options.drawing, output.temporaryPath(), stats, error, executor) ||
-        !output.commit(error))
+    const bool drawn = output.create(options.output, error) &&
+                       contour::DrawToSVG(meshes, occluders, options.drawing, output.temporaryPath(), stats, error,
+                                          executor, &progress);
+    progress.clear();
+    if (stats.cancelled) return interrupted();
+    if (!drawn) return fail(error);
+    // The record is written first, so that a run that cannot write it leaves
+    // the old drawing too.
+    run.totalSeconds = secondsSince(start);
+    if (!options.statsPath.empty() && !contour::WriteStats(options.statsPath, options, run, stats, error))
         return fail(error);
+    if (!output.commit(error)) return fail(error);
 
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const auto drawnSegments = [](const contour::LineKindStats& kind) { return kind.beforeHiding(); };
     if (stats.paths == 0)
-        std::fprintf(stderr, "contour: warning: the drawing is empty (%s)\n",
-                     stats.creaseSegments + stats.silhouetteSegments + stats.intersectionSegments == 0
-                         ? "the model shows no line from this camera"
-                         : "every line is hidden");
+        std::fprintf(
+            stderr, "contour: warning: the drawing is empty (%s)\n",
+            drawnSegments(stats.crease) + drawnSegments(stats.silhouette) + drawnSegments(stats.intersection) == 0
+                ? "the model shows no line from this camera"
+                : "every line is hidden");
     if (!options.quiet) {
         std::fprintf(stderr, "contour: %zu mesh%s, %zu triangles", meshes.size(), meshes.size() == 1 ? "" : "es",
                      triangles);
         if (!occluders.empty()) std::fprintf(stderr, " (+ %zu occluder triangles)", occluderTriangles);
-        std::fprintf(
-            stderr, ", %zu crease, %zu silhouette and %zu intersection segments -> %zu paths in %s (%s), %.2f s\n",
-            stats.creaseSegments, stats.silhouetteSegments, stats.intersectionSegments, stats.paths,
-            options.output == "-" ? "standard output" : options.output.c_str(), options.pageLabel.c_str(), seconds);
+        std::fprintf(stderr,
+                     ", %zu crease, %zu silhouette and %zu intersection segments -> %zu paths in %s (%s), %.2f s\n",
+                     drawnSegments(stats.crease), drawnSegments(stats.silhouette), drawnSegments(stats.intersection),
+                     stats.paths, options.output == "-" ? "standard output" : options.output.c_str(),
+                     options.pageLabel.c_str(), run.totalSeconds);
     }
     return 0;
 }
@@ -110,7 +151,7 @@ int main(int argc, char** argv) {
     contour::ToolOptions options;
     const int parsed = contour::ParseCommandLine(argc, argv, options);
     if (parsed >= 0) return parsed;
-    contour::InstallInterruptCleanup();
+    contour::InstallInterruptHandling();
     try {
         return run(options);
     } catch (const std::bad_alloc&) {

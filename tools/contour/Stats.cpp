@@ -1,0 +1,105 @@
+#include "Stats.h"
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sys/resource.h>
+
+#include "OutputFile.h"
+#include "ctr/Version.h"
+
+namespace contour {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+Json matrix(const Wm4::Matrix4<float>& m) {
+    Json rows = Json::array();
+    for (int row = 0; row < 4; ++row) rows.push_back({m[row][0], m[row][1], m[row][2], m[row][3]});
+    return rows;
+}
+
+Json kind(const LineKindStats& stats) {
+    return {{"found", stats.found},
+            {"commonRemoved", stats.commonRemoved},
+            {"duplicatesRemoved", stats.duplicatesRemoved},
+            {"beforeHiding", stats.beforeHiding()},
+            {"visiblePieces", stats.visiblePieces},
+            {"inkMM", stats.inkMM}};
+}
+
+double milliseconds(double seconds) { return seconds * 1000.0; }
+
+}  // namespace
+
+bool WriteStats(const std::string& path, const ToolOptions& options, const RunStats& run, const DrawingStats& drawing,
+                std::string& error) {
+    Json inputs = Json::array();
+    for (const InputStats& input : run.inputs)
+        inputs.push_back({{"file", input.path},
+                          {"role", input.role},
+                          {"meshes", input.meshes},
+                          {"triangles", input.triangles},
+                          {"vertices", input.vertices},
+                          {"normals", input.hasNormals ? "stored" : "generated"}});
+
+    const CameraOptions& camera = options.drawing.camera;
+    Json view;
+    if (camera.eye)
+        view = {{"eye", {(*camera.eye)[0], (*camera.eye)[1], (*camera.eye)[2]}}};
+    else if (camera.azimuthElevation)
+        view = {{"azimuthDegrees", (*camera.azimuthElevation)[0]}, {"elevationDegrees", (*camera.azimuthElevation)[1]}};
+    else
+        view = {{"preset", ViewPresetName(camera.view)}};
+    view["up"] = {camera.up[0], camera.up[1], camera.up[2]};
+
+    Json phases = Json::object();
+    phases["import"] = milliseconds(run.importSeconds);
+    phases["normals"] = milliseconds(run.normalsSeconds);
+    for (const PhaseTime& phase : drawing.phases) phases[phase.name] = milliseconds(phase.seconds);
+
+    struct rusage usage {};
+    getrusage(RUSAGE_SELF, &usage);
+    const Json record = {
+        {"tool",
+         {{"name", "contour"}, {"version", qeContouringLib::Version::GetDescStringMajorMinorReleaseRevisionDate()}}},
+        {"inputs", inputs},
+        {"camera",
+         {{"projection", camera.perspective ? "perspective" : "orthographic"},
+          {"view", view},
+          {"worldToClip", matrix(drawing.camera.worldToClip)},
+          {"clipToWorld", matrix(drawing.camera.clipToWorld)},
+          {"gridBits", {options.drawing.xyBits, options.drawing.zBits}}}},
+        {"page",
+         {{"size", options.pageLabel},
+          {"widthMM", options.drawing.pageWidthMM},
+          {"heightMM", options.drawing.pageHeightMM},
+          {"marginMM", camera.marginMM},
+          {"fit", {{drawing.fit[0][0], drawing.fit[0][1]}, {drawing.fit[1][0], drawing.fit[1][1]}}},
+          {"offsetMM", {drawing.offset[0], drawing.offset[1]}},
+          {"worldUnitsPerMM", drawing.worldUnitsPerMM}}},
+        {"segments",
+         {{"crease", kind(drawing.crease)},
+          {"silhouette", kind(drawing.silhouette)},
+          {"intersection", kind(drawing.intersection)}}},
+        {"paths", drawing.paths},
+        {"output", options.output},
+        {"threads", run.threads},
+        {"phasesMs", phases},
+        {"totalMs", milliseconds(run.totalSeconds)},
+        {"peakMemoryMiB", static_cast<double>(usage.ru_maxrss) / 1024.0}};
+
+    AtomicOutput output;
+    if (!output.create(path, error)) return false;
+    {
+        std::ofstream file(output.temporaryPath(), std::ios::binary | std::ios::trunc);
+        file << record.dump(2) << '\n';
+        if (!file.flush()) {
+            error = "cannot write the statistics to '" + path + "'";
+            return false;
+        }
+    }
+    return output.commit(error);
+}
+
+}  // namespace contour
