@@ -256,6 +256,33 @@ TEST(CommonSegments, RemovesWholeSegmentsMatchedByPositionInEitherDirection) {
     EXPECT_EQ(b->VBuffer->Position3(0), q);
 }
 
+// The copies that split normals give a crease: the first of equal segments
+// stays, with its own data; ends one ulp apart, NaN ends and bad indices
+// stay as they are.
+TEST(CommonSegments, DuplicatesWithinASetGoOnceEach) {
+    const float nan = std::nanf("");
+    const V3 p(0, 0, 0), q(1, 0, 0), r(1, 1, 0);
+    // 0 p-q, 1 q-r, 2 q-p, 3 p-q, 4 r-(q one ulp off), 5 NaN-p, 6 NaN-p,
+    // 7 an index past the buffer, 8 q-r from other vertices at equal positions.
+    const SetPointer set = MakeSet({p, q, r, V3(std::nextafter(1.0f, 2.0f), 0, 0), V3(nan, 0, 0), q, r},
+                                   {0, 1, 1, 2, 1, 0, 0, 1, 2, 3, 4, 0, 4, 0, 0, 40, 6, 5});
+    for (int k = 0; k < 9; ++k) {
+        set->occlusionIntervals.push_back(Tag(k));
+        set->segmentClips.push_back(Clip(k));
+    }
+    EXPECT_EQ(LineSegmentSet::RemoveDuplicateSegments(set), 3);
+    EXPECT_EQ(Indices(*set), (std::vector<unsigned>{0, 1, 1, 2, 2, 3, 4, 0, 4, 0, 0, 40}));
+    const int kept[] = {0, 1, 4, 5, 6, 7};
+    ASSERT_EQ(set->occlusionIntervals.size(), 6u);
+    for (int k = 0; k < 6; ++k) {
+        EXPECT_EQ(set->occlusionIntervals[k], Tag(kept[k])) << k;
+        EXPECT_EQ(set->segmentClips[k].wStart, static_cast<float>(kept[k])) << k;
+    }
+    EXPECT_EQ(LineSegmentSet::RemoveDuplicateSegments(set), 0);
+    EXPECT_EQ(LineSegmentSet::RemoveDuplicateSegments(nullptr), 0);
+    EXPECT_EQ(LineSegmentSet::RemoveDuplicateSegments(SetPointer(new LineSegmentSet)), 0);
+}
+
 TEST(CommonSegments, EmptyResultsAndUnusableInputs) {
     const V3 p(0, 0, 0), q(1, 2, 3);
     // Every segment removed: no index buffer, side tables emptied.
