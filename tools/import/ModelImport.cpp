@@ -147,8 +147,9 @@ bool sameBits(const Wm4::Vector3<float>& a, const Wm4::Vector3<float>& b) {
 // common) and the face directions turn by at most the smoothing angle; fans
 // are closed under that relation. Every corner of a fan gets the same
 // normal, the normalised sum of the fan's area-weighted face normals (summed
-// in corner order), so an edge is drawn as a crease exactly when its faces
-// meet at more than the angle. The one exception is an isolated sharp edge,
+// in corner order). A smooth edge thus never splits its vertices, so the
+// crease rule cannot draw it however noisy the surface, while a sharp edge
+// does split them and is drawn. The one exception is an isolated sharp edge,
 // the only sharp edge at both of its end vertices: around each end the fan
 // wraps round through the smooth faces and joins both sides, so that edge
 // stays smooth, as a lone fold in a smooth surface should.
