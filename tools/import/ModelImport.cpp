@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -139,47 +140,46 @@ bool sameBits(const Wm4::Vector3<float>& a, const Wm4::Vector3<float>& b) {
            floatBits(a[2]) == floatBits(b[2]);
 }
 
-bool lexicographicLess(const Vector3d& p, const Vector3d& q) {
-    if (p[0] != q[0]) return p[0] < q[0];
-    if (p[1] != q[1]) return p[1] < q[1];
-    return p[2] < q[2];
-}
-
-// Vertices of a mesh stored without normals, with normals generated. Corners
-// meet where their positions are bit-identical; each corner averages the
-// area-weighted normals of the faces meeting there whose directions lie
-// within the angle of its own face's. A degenerate face has no direction and
-// averages all.
+// Vertices of a mesh stored without normals, with normals generated per
+// smooth fan. Corners meet where their positions are bit-identical: the
+// corners at one position form a group. Within a group, two corners belong
+// to one fan when their faces share an edge there (a second position in
+// common) and the face directions turn by at most the smoothing angle; fans
+// are closed under that relation. Every corner of a fan gets the same
+// normal, the normalised sum of the fan's area-weighted face normals (summed
+// in corner order). A smooth edge thus never splits its vertices, so the
+// crease rule cannot draw it however noisy the surface, while a sharp edge
+// does split them and is drawn. The one exception is an isolated sharp edge,
+// the only sharp edge at both of its end vertices: around each end the fan
+// wraps round through the smooth faces and joins both sides, so that edge
+// stays smooth, as a lone fold in a smooth surface should.
 //
-// The corners at one position form a group. Two corners share a vertex when
-// they share the position and their normals agree bit for bit, so vertices
-// never span groups and are found group by group: each distinct normal of a
-// group is a slot. The slots are numbered as vertices in the order of their
-// first corner afterwards.
+// A face without area has no direction. It must not join two fans across a
+// crease, so the directionless corners joined by shared edges hang as a
+// whole on the fan of one edge-neighbour with a direction (the first in
+// corner order); those with no such neighbour take the mean of the whole
+// group, as does every corner of a group with no direction at all.
+//
+// Two corners share a vertex when they share the position and their normals
+// agree bit for bit, so vertices never span groups and are found group by
+// group: each distinct normal of a group is a slot. The slots are numbered
+// as vertices in the order of their first corner afterwards.
 struct tSmoothVertices {
     ScratchArray<Wm4::Vector3<float>> normal;  // per slot
     ScratchArray<uint32_t> source;             // per slot: a source vertex at its position
 };
 
+Wm4::Vector3<float> unitNormal(const Vector3d& sum) {
+    const double length = sum.Length();
+    if (!(length > 0.0)) return Wm4::Vector3<float>(0.0f, 0.0f, 0.0f);
+    return Wm4::Vector3<float>(static_cast<float>(sum[0] / length), static_cast<float>(sum[1] / length),
+                               static_cast<float>(sum[2] / length));
+}
+
 void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int* slotOfCorner,
                      tSmoothVertices& slots) {
     const ScratchArray<unsigned int>& corners = source.corners;
     const size_t faceCount = corners.size() / 3;
-    // Each face's normal scaled by twice its area, and its direction.
-    struct tFace {
-        Vector3d weighted;
-        Vector3d direction;
-    };
-    ScratchArray<tFace> faces(faceCount);
-    for (size_t f = 0; f < faceCount; ++f) {
-        const Vector3d p0 = toDouble(source.positions[corners[3 * f]]);
-        const Vector3d p1 = toDouble(source.positions[corners[3 * f + 1]]);
-        const Vector3d p2 = toDouble(source.positions[corners[3 * f + 2]]);
-        tFace& face = faces[f];
-        face.weighted = (p1 - p0).Cross(p2 - p0);
-        const double length = face.weighted.Length();
-        face.direction = length > 0.0 ? face.weighted / length : Vector3d(0.0, 0.0, 0.0);
-    }
 
     // Corners bucketed by position, groups numbered in the order of their
     // first corner. Corners that share a vertex share its group, so the
@@ -201,12 +201,32 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
             }
         }
     }
+
+    // Each face's normal scaled by twice its area, its direction, and the
+    // groups of its corners, which name its edges.
+    struct tFace {
+        Vector3d weighted;
+        Vector3d direction;
+        std::array<uint32_t, 3> group;
+    };
+    ScratchArray<tFace> faces(faceCount);
+    for (size_t f = 0; f < faceCount; ++f) {
+        const Vector3d p0 = toDouble(source.positions[corners[3 * f]]);
+        const Vector3d p1 = toDouble(source.positions[corners[3 * f + 1]]);
+        const Vector3d p2 = toDouble(source.positions[corners[3 * f + 2]]);
+        tFace& face = faces[f];
+        face.weighted = (p1 - p0).Cross(p2 - p0);
+        const double length = face.weighted.Length();
+        face.direction = length > 0.0 ? face.weighted / length : Vector3d(0.0, 0.0, 0.0);
+        for (size_t k = 0; k < 3; ++k) face.group[k] = groupOfVertex[corners[3 * f + k]];
+    }
+
     const size_t groupCount = groupVertex.size();
     ScratchArray<uint32_t> groupStart;
     groupStart.assign(groupCount + 1, 0);
     for (const unsigned int corner : corners) ++groupStart[groupOfVertex[corner] + 1];
     for (size_t g = 0; g < groupCount; ++g) groupStart[g + 1] += groupStart[g];
-    ScratchArray<uint32_t> grouped(corners.size());
+    ScratchArray<uint32_t> grouped(corners.size());  // each group's corners in corner order
     {
         ScratchArray<uint32_t> next(groupCount);
         std::memcpy(next.data(), groupStart.data(), groupCount * sizeof(uint32_t));
@@ -219,66 +239,142 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
     slots.normal.reserve(corners.size());
     slots.source.reserve(corners.size());
     const double cosLimit = std::cos(static_cast<double>(angleDegrees) * 3.14159265358979323846 / 180.0);
-    // A group's corners with their faces' data, copied once so that sorting
-    // compares nearby memory.
-    struct tMember {
-        Vector3d direction;
-        Vector3d weighted;
-        uint32_t corner;
-    };
-    std::vector<tMember> members;
-    std::vector<std::pair<Vector3d, Vector3d>> distinct;  // direction, summed weight
-    std::vector<size_t> distinctEnd;                      // end of each direction's run of members
-    for (size_t g = 0; g < groupCount; ++g) {
-        members.clear();
-        for (uint32_t k = groupStart[g]; k < groupStart[g + 1]; ++k) {
-            constexpr size_t kAhead = 16;
-            if (k + kAhead < grouped.size()) __builtin_prefetch(&faces[grouped[k + kAhead] / 3]);
-            const uint32_t c = grouped[k];
-            const tFace& face = faces[c / 3];
-            members.push_back(tMember{face.direction, face.weighted, c});
+    const Vector3d zero(0.0, 0.0, 0.0);
+    constexpr uint32_t kNone = 0xffffffffu;
+
+    // Per group, indexed by member (the group's k-th corner): the union-find
+    // forest whose roots are each fan's first member, the members' edges as
+    // (other group, member) keys, and each fan's sum and slot.
+    std::vector<uint32_t> parent;
+    std::vector<uint64_t> edges;
+    std::vector<std::pair<uint32_t, uint32_t>> hangers;  // directionless member, member with a direction
+    std::vector<uint32_t> hangOn;
+    std::vector<Vector3d> sum;
+    std::vector<unsigned char> directed;
+    std::vector<uint32_t> slotOfFan;
+    const auto find = [&parent](uint32_t k) {
+        while (parent[k] != k) {
+            parent[k] = parent[parent[k]];
+            k = parent[k];
         }
-        // Corners whose faces share a direction get the same normal, so the
-        // quadratic comparison runs over distinct directions only (a flat fan
-        // around a hub vertex collapses to one).
-        std::sort(members.begin(), members.end(),
-                  [](const tMember& a, const tMember& b) { return lexicographicLess(a.direction, b.direction); });
-        distinct.clear();
-        distinctEnd.clear();
-        for (size_t k = 0; k < members.size(); ++k) {
-            const tMember& member = members[k];
-            if (distinct.empty() || distinct.back().first != member.direction) {
-                if (!distinct.empty()) distinctEnd.push_back(k);
-                distinct.emplace_back(member.direction, member.weighted);
-            } else {
-                distinct.back().second += member.weighted;
+        return k;
+    };
+    const auto unite = [&](uint32_t a, uint32_t b) {
+        a = find(a);
+        b = find(b);
+        if (a < b) parent[b] = a;
+        if (b < a) parent[a] = b;
+    };
+
+    for (size_t g = 0; g < groupCount; ++g) {
+        const uint32_t* const member = grouped.data() + groupStart[g];
+        const uint32_t count = groupStart[g + 1] - groupStart[g];
+        const auto faceOf = [&](uint32_t k) -> const tFace& { return faces[member[k] / 3]; };
+        const auto hasDirection = [&](uint32_t k) { return faceOf(k).direction != zero; };
+        for (uint32_t k = 0; k < count; ++k) {
+            constexpr size_t kAhead = 16;
+            const size_t ahead = groupStart[g] + k + kAhead;
+            if (ahead < grouped.size()) __builtin_prefetch(&faces[grouped[ahead] / 3]);
+        }
+        parent.resize(count);
+        for (uint32_t k = 0; k < count; ++k) parent[k] = k;
+
+        if (count > 1) {
+            // Members meeting at an edge have the same other group: sorting
+            // the keys finds them in n log n, even at a hub of thousands of
+            // faces. An edge whose other end lies at this position has no
+            // length and joins nothing.
+            edges.clear();
+            for (uint32_t k = 0; k < count; ++k) {
+                const tFace& face = faceOf(k);
+                const uint32_t at = member[k] % 3;
+                for (const uint32_t step : {1u, 2u}) {
+                    const uint32_t other = face.group[(at + step) % 3];
+                    if (other != g) edges.push_back(static_cast<uint64_t>(other) << 32 | k);
+                }
+            }
+            std::sort(edges.begin(), edges.end());
+            hangers.clear();
+            for (size_t runStart = 0; runStart < edges.size();) {
+                size_t runEnd = runStart + 1;
+                while (runEnd < edges.size() && edges[runEnd] >> 32 == edges[runStart] >> 32) ++runEnd;
+                // Every pair of the run: two faces at a manifold edge, more
+                // at a non-manifold one. A face with a repeated corner may
+                // appear twice and is not paired with itself.
+                for (size_t i = runStart; i < runEnd; ++i)
+                    for (size_t j = i + 1; j < runEnd; ++j) {
+                        const uint32_t a = static_cast<uint32_t>(edges[i]);
+                        const uint32_t b = static_cast<uint32_t>(edges[j]);
+                        if (a == b) continue;
+                        const bool directedA = hasDirection(a);
+                        const bool directedB = hasDirection(b);
+                        if (directedA && directedB) {
+                            if (faceOf(a).direction.Dot(faceOf(b).direction) >= cosLimit) unite(a, b);
+                        } else if (!directedA && !directedB) {
+                            unite(a, b);
+                        } else {
+                            hangers.emplace_back(directedA ? b : a, directedA ? a : b);
+                        }
+                    }
+                runStart = runEnd;
+            }
+            if (!hangers.empty()) {
+                // Each directionless fan hangs on the neighbouring member
+                // with a direction that comes first, never on two, so it
+                // cannot join the fans on both sides of a crease.
+                hangOn.assign(count, kNone);
+                for (const auto& hanger : hangers) {
+                    uint32_t& on = hangOn[find(hanger.first)];
+                    on = std::min(on, hanger.second);
+                }
+                for (uint32_t k = 0; k < count; ++k)
+                    if (hangOn[k] != kNone) unite(k, hangOn[k]);
             }
         }
-        distinctEnd.push_back(members.size());
 
+        sum.assign(count, zero);
+        directed.assign(count, 0);
+        bool anyDirectionless = false;
+        for (uint32_t k = 0; k < count; ++k) {
+            const uint32_t fan = find(k);
+            sum[fan] += faceOf(k).weighted;
+            if (hasDirection(k)) directed[fan] = 1;
+        }
+        slotOfFan.assign(count, kNone);
+        // Fans of one position may still come out with the same normal: they
+        // share a vertex. The few slots of a group are searched in turn; a
+        // hub of many fans uses a table instead.
         const size_t firstSlot = slots.normal.size();
-        const uint32_t sourceVertex = groupVertex[g];
-        size_t k = 0;
-        for (size_t i = 0; i < distinct.size(); ++i) {
-            const Vector3d& own = distinct[i].first;
-            const bool degenerate = own == Vector3d(0.0, 0.0, 0.0);
-            Vector3d sum(0.0, 0.0, 0.0);
-            for (const auto& other : distinct)
-                if (degenerate || own.Dot(other.first) >= cosLimit) sum += other.second;
-            const double length = sum.Length();
-            const Wm4::Vector3<float> normal = length > 0.0 ? Wm4::Vector3<float>(static_cast<float>(sum[0] / length),
-                                                                                  static_cast<float>(sum[1] / length),
-                                                                                  static_cast<float>(sum[2] / length))
-                                                            : Wm4::Vector3<float>(0.0f, 0.0f, 0.0f);
-            // Different directions may still average to the same normal.
+        std::unique_ptr<tFirstSeenNumbering<3>> seen;
+        if (count > 16) seen.reset(new tFirstSeenNumbering<3>(count));
+        const auto slotFor = [&](const Wm4::Vector3<float>& normal) {
             size_t slot = firstSlot;
-            while (slot < slots.normal.size() && !sameBits(slots.normal[slot], normal)) ++slot;
+            if (seen)
+                slot += seen->number({floatBits(normal[0]), floatBits(normal[1]), floatBits(normal[2])});
+            else
+                while (slot < slots.normal.size() && !sameBits(slots.normal[slot], normal)) ++slot;
             if (slot == slots.normal.size()) {
                 slots.normal.push_back(normal);
-                slots.source.push_back(sourceVertex);
+                slots.source.push_back(groupVertex[g]);
             }
-            for (; k < distinctEnd[i]; ++k) slotOfCorner[members[k].corner] = static_cast<unsigned int>(slot);
+            return static_cast<uint32_t>(slot);
+        };
+        for (uint32_t k = 0; k < count; ++k) {
+            if (parent[k] != k) continue;
+            if (!directed[k]) {
+                anyDirectionless = true;
+                continue;
+            }
+            slotOfFan[k] = slotFor(unitNormal(sum[k]));
         }
+        if (anyDirectionless) {
+            Vector3d all = zero;
+            for (uint32_t k = 0; k < count; ++k) all += faceOf(k).weighted;
+            const uint32_t slot = slotFor(unitNormal(all));
+            for (uint32_t k = 0; k < count; ++k)
+                if (parent[k] == k && !directed[k]) slotOfFan[k] = slot;
+        }
+        for (uint32_t k = 0; k < count; ++k) slotOfCorner[member[k]] = static_cast<unsigned int>(slotOfFan[find(k)]);
     }
 }
 

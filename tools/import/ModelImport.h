@@ -28,11 +28,15 @@ struct ImportedModel {
 
 struct ImportOptions {
     // Meshes that the file gives without per-vertex normals (or, in STL, with
-    // facet normals only) get normals made
-    // from their faces: a corner takes the (area-weighted) mean of the faces
-    // around its exact position whose normals lie within smoothingAngleDegrees
-    // of its own face's, so edges sharper than that angle get split vertices
-    // and show as creases.
+    // facet normals only) get normals made from their faces, per smooth fan:
+    // around each exact position, faces that share an edge there and turn by
+    // at most smoothingAngleDegrees are joined (transitively), and every
+    // corner of such a fan gets the fan's area-weighted mean normal. An edge
+    // whose faces meet at more than the angle thus splits its vertices and
+    // shows as a crease, and a smooth edge never does; a lone sharp edge whose
+    // two ends have no other sharp edge stays smooth, since the fan wraps
+    // round it. A corner of a face without area joins the fan of one
+    // neighbouring face (or, without any, takes the mean of its position).
     bool generateNormals = true;
     float smoothingAngleDegrees = 30.0f;
     // Reads every format with assimp, bypassing the built-in readers of

@@ -1,0 +1,208 @@
+// Generated normals seen through the crease rule: on models stored without
+// normals, an edge is drawn exactly when its two faces meet at more than the
+// smoothing angle, and never across a smooth surface.
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "ModelImport.h"
+#include "TestSupport.h"
+#include "ctr/LineSegmentSet.h"
+
+namespace {
+
+using Vector3d = Wm4::Vector3<double>;
+using Edge = std::pair<uint32_t, uint32_t>;  // welded position ids, smaller first
+
+const bool kNotCancelled = false;
+const qe::qeCancelInterfaceProxyReadOnly kNeverCancel(kNotCancelled);
+const double kCosLimit = std::cos(30.0 * 3.14159265358979323846 / 180.0);
+
+uint32_t Bits(float value) {
+    uint32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
+// A mesh's triangles over positions welded bit for bit, with each face's
+// direction computed as the importer does (zero for a face without area).
+struct Welded {
+    std::vector<uint32_t> idOfVertex;
+    std::vector<std::array<uint32_t, 3>> faces;
+    std::vector<Vector3d> direction;
+    std::map<Edge, std::vector<size_t>> facesOfEdge;
+
+    explicit Welded(const qe::qeTriMesh& mesh) {
+        const qe::qeVertexBuffer& vertices = *mesh.VBuffer;
+        std::map<std::array<uint32_t, 3>, uint32_t> ids;
+        for (int v = 0; v < vertices.GetVertexQuantity(); ++v) {
+            const Wm4::Vector3<float>& p = vertices.Position3(v);
+            idOfVertex.push_back(ids.emplace(std::array<uint32_t, 3>{Bits(p[0]), Bits(p[1]), Bits(p[2])},
+                                             static_cast<uint32_t>(ids.size()))
+                                     .first->second);
+        }
+        const unsigned int* indices = mesh.IBuffer->GetData();
+        for (int c = 0; c < mesh.IBuffer->GetIndexQuantity(); c += 3) {
+            const auto at = [&](int k) {
+                const Wm4::Vector3<float>& p = vertices.Position3(static_cast<int>(indices[c + k]));
+                return Vector3d(p[0], p[1], p[2]);
+            };
+            const Vector3d weighted = (at(1) - at(0)).Cross(at(2) - at(0));
+            const double length = weighted.Length();
+            direction.push_back(length > 0.0 ? weighted / length : Vector3d(0.0, 0.0, 0.0));
+            faces.push_back({idOfVertex[indices[c]], idOfVertex[indices[c + 1]], idOfVertex[indices[c + 2]]});
+            for (int k = 0; k < 3; ++k) {
+                const uint32_t a = faces.back()[static_cast<size_t>(k)],
+                               b = faces.back()[static_cast<size_t>((k + 1) % 3)];
+                if (a != b) facesOfEdge[{std::min(a, b), std::max(a, b)}].push_back(faces.size() - 1);
+            }
+        }
+    }
+
+    bool degenerate(size_t f) const { return direction[f] == Vector3d(0.0, 0.0, 0.0); }
+};
+
+// Imports the file and compares the drawn creases with the dihedral angles of
+// its interior edges; returns the number of sharp edges left undrawn because
+// each of their ends has no other sharp edge (the fan wraps round there).
+size_t ExpectCreasesFollowTheAngle(const std::string& relative) {
+    contour::ImportedModel model;
+    std::string error;
+    EXPECT_TRUE(contour::ImportModel(ctr_test::ModelPath(relative), model, error)) << relative << ": " << error;
+    size_t wrapped = 0;
+    for (const auto& mesh : model.meshes) {
+        const Welded welded(*mesh);
+        const qe::qePointer<ctr::LineSegmentSet> creases =
+            ctr::LineSegmentSet::GetCreaseEdgesFromTriMesh(mesh, kNeverCancel, 5.0f, false);
+        std::set<Edge> drawn;
+        if (creases)
+            for (int s = 0; s < creases->getSegmentQuantity(); ++s) {
+                const uint32_t a = welded.idOfVertex[creases->IBuffer->GetData()[2 * s]];
+                const uint32_t b = welded.idOfVertex[creases->IBuffer->GetData()[2 * s + 1]];
+                drawn.insert({std::min(a, b), std::max(a, b)});
+            }
+        // Ends at which a sharp edge may wrap: every edge there interior and
+        // manifold, no face without area, exactly one sharp edge.
+        std::map<uint32_t, int> sharpAt;
+        std::set<uint32_t> irregular;
+        std::vector<Edge> sharp;
+        for (const auto& entry : welded.facesOfEdge) {
+            const std::vector<size_t>& faces = entry.second;
+            const Edge& edge = entry.first;
+            if (faces.size() != 2 || welded.degenerate(faces[0]) || welded.degenerate(faces[1])) {
+                irregular.insert(edge.first);
+                irregular.insert(edge.second);
+                continue;
+            }
+            if (welded.direction[faces[0]].Dot(welded.direction[faces[1]]) >= kCosLimit) {
+                EXPECT_EQ(drawn.count(edge), 0u)
+                    << relative << ": crease drawn across a smooth edge " << edge.first << "-" << edge.second;
+            } else {
+                sharp.push_back(edge);
+                ++sharpAt[edge.first];
+                ++sharpAt[edge.second];
+            }
+        }
+        size_t missing = 0;
+        for (const Edge& edge : sharp) {
+            if (drawn.count(edge)) continue;
+            const auto wraps = [&](uint32_t end) { return sharpAt[end] == 1 && irregular.count(end) == 0; };
+            if (wraps(edge.first) && wraps(edge.second))
+                ++wrapped;
+            else
+                ++missing;
+        }
+        EXPECT_EQ(missing, 0u) << relative << ": sharp edges not drawn, of " << sharp.size();
+    }
+    return wrapped;
+}
+
+TEST(GeneratedNormals, CreasesAreExactlyTheSharpEdges) {
+    if (!std::filesystem::is_directory(CTR_MODELS_DIR)) GTEST_SKIP() << "no models in " << CTR_MODELS_DIR;
+    // A noisy scan and CAD parts stored as positions only and as STL facets.
+    for (const char* file :
+         {"organic/stanford-bunny.obj", "organic/armadillo_86k.ply", "cad/fandisk.obj", "cad/anchor.stl"}) {
+        const size_t wrapped = ExpectCreasesFollowTheAngle(file);
+        RecordProperty(std::string("wrapped ") + file, static_cast<int>(wrapped));
+    }
+}
+
+// Writes an OBJ, imports it with generated normals and returns its one mesh.
+qe::qePointer<qe::qeTriMesh> ImportText(const std::string& name, const std::string& text) {
+    const std::string path = ::testing::TempDir() + name;
+    std::ofstream(path) << text;
+    contour::ImportedModel model;
+    std::string error;
+    const bool ok = contour::ImportModel(path, model, error);
+    std::remove(path.c_str());
+    EXPECT_TRUE(ok) << error;
+    EXPECT_EQ(model.meshes.size(), 1u);
+    return ok && !model.meshes.empty() ? model.meshes[0] : nullptr;
+}
+
+TEST(GeneratedNormals, FaceWithoutAreaDoesNotJoinAcrossACrease) {
+    // A floor (z = 0) and a wall (y = 0) meeting at a right angle along the x
+    // axis, where the wall has a vertex (4) in the middle of the floor's edge:
+    // a zero-area face 1-4-2 closes the gap and touches both sides, and a
+    // face with a repeated corner hangs on the floor.
+    const qe::qePointer<qe::qeTriMesh> mesh =
+        ImportText("degenerate_crease.obj",
+                   "v 0 0 0\nv 2 0 0\nv 2 1 0\nv 1 0 0\nv 0 0 1\nv 1 0 1\nv 2 0 1\nv 0 1 0\n"
+                   "f 1 3 2\nf 1 8 3\nf 1 4 5\nf 4 6 5\nf 4 2 7\nf 4 7 6\nf 1 4 2\nf 1 1 8\n");
+    ASSERT_TRUE(mesh);
+    const unsigned int* indices = mesh->IBuffer->GetData();
+    const auto normal = [&](int corner) { return mesh->VBuffer->Normal3(static_cast<int>(indices[corner])); };
+    // Floor corners keep the floor's normal, wall corners the wall's,
+    // exactly, also at the ends of the crease that the sliver touches.
+    for (const int corner : {0, 1, 2, 3, 4, 5}) EXPECT_EQ(std::fabs(normal(corner)[2]), 1.0f) << corner;
+    for (const int corner : {6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17})
+        EXPECT_EQ(std::fabs(normal(corner)[1]), 1.0f) << corner;
+    // The zero-area faces take one side's normal each.
+    for (const int corner : {18, 19, 20, 21, 22, 23})
+        EXPECT_EQ(std::fabs(normal(corner)[1]) + std::fabs(normal(corner)[2]), 1.0f) << corner;
+}
+
+TEST(GeneratedNormals, HubVerticesOfManyFaces) {
+    constexpr int kFaces = 6000;
+    const auto ring = [](int i, double height) {
+        const double angle = 2.0 * 3.14159265358979323846 * i / kFaces;
+        char line[96];
+        std::snprintf(line, sizeof line, "v %.9g %.9g %g\n", std::cos(angle), std::sin(angle), height);
+        return std::string(line);
+    };
+    // A cone over a flat cap: one fan at the apex, one at the cap's centre,
+    // two at each rim vertex.
+    std::string cone = "v 0 0 2\nv 0 0 0\n";
+    for (int i = 0; i < kFaces; ++i) cone += ring(i, 0.0);
+    for (int i = 0; i < kFaces; ++i) {
+        const std::string a = std::to_string(3 + i), b = std::to_string(3 + (i + 1) % kFaces);
+        cone += "f 1 " + a + " " + b + "\nf 2 " + b + " " + a + "\n";
+    }
+    qe::qePointer<qe::qeTriMesh> mesh = ImportText("cone.obj", cone);
+    ASSERT_TRUE(mesh);
+    EXPECT_EQ(mesh->VBuffer->GetVertexQuantity(), 2 + 2 * kFaces);
+    const int centre = static_cast<int>(mesh->IBuffer->GetData()[3]);
+    EXPECT_EQ(mesh->VBuffer->Normal3(centre), Wm4::Vector3<float>(0.0f, 0.0f, -1.0f));
+    // A pleated cone whose neighbouring faces fold sharply: every face at the
+    // apex (off centre, so that no two come out parallel) is a fan of its own.
+    std::string pleats = "v 0.31 0.17 0.5\n";
+    for (int i = 0; i < kFaces; ++i) pleats += ring(i, i % 2 ? 1.0 : 0.0);
+    for (int i = 0; i < kFaces; ++i)
+        pleats += "f 1 " + std::to_string(2 + i) + " " + std::to_string(2 + (i + 1) % kFaces) + "\n";
+    mesh = ImportText("pleats.obj", pleats);
+    ASSERT_TRUE(mesh);
+    EXPECT_EQ(mesh->VBuffer->GetVertexQuantity(), kFaces + 2 * kFaces);
+}
+
+}  // namespace
