@@ -41,7 +41,7 @@ bool WriteStats(const std::string& path, const ToolOptions& options, const RunSt
                           {"meshes", input.meshes},
                           {"triangles", input.triangles},
                           {"vertices", input.vertices},
-                          {"normals", input.hasNormals ? "stored" : "generated"}});
+                          {"normals", input.normalsGenerated ? "generated" : "stored"}});
 
     const CameraOptions& camera = options.drawing.camera;
     Json view;

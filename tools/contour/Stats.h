@@ -18,7 +18,7 @@ struct InputStats {
     size_t meshes = 0;
     size_t triangles = 0;
     size_t vertices = 0;
-    bool hasNormals = false;
+    bool normalsGenerated = false;  // from the faces, for lack of stored ones
 };
 
 struct RunStats {

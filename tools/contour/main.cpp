@@ -59,7 +59,8 @@ void appendMeshes(const std::vector<contour::ImportedModel>& models, const std::
         triangles += model.triangleCount;
         run.inputs.push_back(contour::InputStats{i < paths.size() ? paths[i] : "(demo scene)", role,
                                                  model.meshes.size(), model.triangleCount, model.vertexCount,
-                                                 model.hasNormals});
+                                                 model.normalsGenerated});
+        run.normalsSeconds += model.normalSeconds;
     }
 }
 
@@ -101,6 +102,7 @@ int run(const contour::ToolOptions& options) {
     size_t triangles = 0, occluderTriangles = 0;
     appendMeshes(models, options.models, "model", meshes, triangles, run);
     appendMeshes(occluderModels, options.occluders, "occluder", occluders, occluderTriangles, run);
+    run.importSeconds -= run.normalsSeconds;
 
     contour::AtomicOutput output;
     contour::DrawingStats stats;

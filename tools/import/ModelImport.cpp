@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -52,7 +53,16 @@ tRows toRows(const aiMatrix4x4& m) {
 struct tBuffers {
     qe::qePointer<qe::qeVertexBuffer> vertices;
     qe::qePointer<qe::qeIndexBuffer> indices;
+    bool normalsGenerated = false;
+    double normalSeconds = 0.0;  // spent making them
 };
+
+// What a converted mesh adds to the model's tallies.
+void tally(ImportedModel& model, const tBuffers& buffers) {
+    model.vertexCount += static_cast<size_t>(buffers.vertices->GetVertexQuantity());
+    model.normalsGenerated = model.normalsGenerated || buffers.normalsGenerated;
+    model.normalSeconds += buffers.normalSeconds;
+}
 
 uint32_t floatBits(float value) {
     uint32_t bits;
@@ -411,6 +421,7 @@ bool convertMesh(const tSourceMesh& source, unsigned int meshIndex, const Import
     if (withNormals) attributes.SetNormalChannels(3);
 
     if (generate) {
+        const auto start = std::chrono::steady_clock::now();
         // The index buffer holds each corner's slot until the slots are
         // numbered.
         tSmoothVertices slots;
@@ -434,6 +445,8 @@ bool convertMesh(const tSourceMesh& source, unsigned int meshIndex, const Import
             buffers.vertices->Position3(static_cast<int>(i)) = Wm4::Vector3<float>(p.x, p.y, p.z);
             buffers.vertices->Normal3(static_cast<int>(i)) = slots.normal[kept[i]];
         }
+        buffers.normalsGenerated = true;
+        buffers.normalSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         return true;
     }
 
@@ -1100,7 +1113,7 @@ bool importBuiltIn(const std::string& path, const std::string& extension, const 
             return false;
         }
         if (!buffers.indices) continue;
-        model.vertexCount += static_cast<size_t>(buffers.vertices->GetVertexQuantity());
+        tally(model, buffers);
         allNormals = allNormals && buffers.vertices->GetAttributes().HasNormal();
         placeMesh(model, buffers, kIdentityRows, meshes[m].name.empty() ? unnamed : meshes[m].name);
     }
@@ -1175,7 +1188,7 @@ bool ImportModel(const std::string& path, ImportedModel& model, std::string& err
             error = "cannot read '" + path + "': " + error;
             return false;
         }
-        if (buffers[m].vertices) model.vertexCount += static_cast<size_t>(buffers[m].vertices->GetVertexQuantity());
+        if (buffers[m].vertices) tally(model, buffers[m]);
     }
 
     bool allNormals = true;

@@ -20,7 +20,9 @@ struct ImportedModel {
     std::vector<std::string> names;
     size_t triangleCount = 0;
     size_t vertexCount = 0;   // distinct buffers counted once
-    bool hasNormals = false;  // every mesh carries per-vertex normals
+    bool hasNormals = false;        // every mesh carries per-vertex normals
+    bool normalsGenerated = false;  // some mesh got them from its faces
+    double normalSeconds = 0.0;     // the time making them took
 
     // The mesh pointers in the form the generator takes.
     std::vector<const qe::qeTriMesh*> meshList() const;
