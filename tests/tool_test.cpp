@@ -116,9 +116,10 @@ TEST_F(ContourTool, DrawsRealModelsInsideTheMargin) {
         double width, height, margin;
     };
     const tCase cases[] = {
-        {model("cad/fandisk.obj") + " -o out.svg", 210, 297, 10},
+        {model("cad/couplingdown.ply") + " -o out.svg", 210, 297, 10},
         {model("cad-brep/box_holes.obj") + " --view top --orthographic --page A3 --landscape -o out.svg", 420, 297, 10},
-        {model("scenes/2CylinderEngine.glb") + " --view right --page 300x200 --margin 4 -q -o out.svg", 300, 200, 4},
+        {model("scenes/two_balls_intersecting.obj") + " --view right --page 300x200 --margin 4 -q -o out.svg", 300, 200,
+         4},
         {"--demo --view back --fov 60 --page letter --title 'A & B' -o out.svg", 215.9, 279.4, 10},
     };
     for (const tCase& c : cases) {
@@ -225,8 +226,8 @@ TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
 }
 
 TEST_F(ContourTool, NamesTheOutputAfterTheModelOrWritesToStandardOutput) {
-    ASSERT_EQ(run(model("cad/fandisk.obj") + " -q").exitCode, 0);
-    EXPECT_TRUE(readDrawing("fandisk.svg").header);
+    ASSERT_EQ(run(model("cad/couplingdown.ply") + " -q").exitCode, 0);
+    EXPECT_TRUE(readDrawing("couplingdown.svg").header);
     ASSERT_EQ(run("--demo -q").exitCode, 0);
     EXPECT_GT(readDrawing("demo.svg").paths, 0u);
     ASSERT_EQ(run("--demo -q -o -").exitCode, 0);
