@@ -3,9 +3,13 @@
 #define CTR_TESTSUPPORT_H
 
 #include <cmath>
+#include <filesystem>
 #include <ostream>
 #include <string>
+#include <system_error>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "Wm4Matrix4.h"
 #include "Wm4Vector2.h"
@@ -164,9 +168,36 @@ inline void OrthoCamera(ctr::DiscreteProjectionSpace& space, const Wm4::Vector3<
     space.updateRatios();
 }
 
-// Path of a file in the shared models folder, e.g. ModelPath("organic/teapot.obj").
-inline std::string ModelPath(const std::string& relative) { return std::string(CTR_MODELS_DIR) + "/" + relative; }
+// Test models come from two folders: the small ones the suite always needs
+// are carried in tests/models (CTR_TEST_MODELS_DIR), the large ones only in
+// the shared collection beside the checkout (CTR_MODELS_DIR), which a clone
+// may not have. Both use the same subfolders and file names.
+
+// Path of a model, the carried copy first, or empty when neither folder has it.
+inline std::string FindModel(const std::string& relative) {
+    for (const char* folder : {CTR_TEST_MODELS_DIR, CTR_MODELS_DIR}) {
+        std::string path = std::string(folder) + "/" + relative;
+        std::error_code error;
+        if (std::filesystem::is_regular_file(path, error)) return path;
+    }
+    return std::string();
+}
+
+// Path of a model, e.g. ModelPath("organic/spot.obj"). A missing model still
+// gets a path (in the shared folder), so that the loader's error names it.
+inline std::string ModelPath(const std::string& relative) {
+    std::string path = FindModel(relative);
+    return path.empty() ? std::string(CTR_MODELS_DIR) + "/" + relative : path;
+}
 
 }  // namespace ctr_test
+
+// Ends the current test as skipped when a model is in neither folder: for the
+// tests on the large models that only the shared collection holds.
+#define CTR_SKIP_WITHOUT_MODEL(relative)                                                     \
+    do {                                                                                     \
+        if (ctr_test::FindModel(relative).empty())                                           \
+            GTEST_SKIP() << (relative) << " not found in " << CTR_MODELS_DIR << "; skipped"; \
+    } while (false)
 
 #endif

@@ -145,11 +145,11 @@ TEST(Baking, WorldTransformationIsApplied) {
 
 TEST(Baking, RealMeshesUnderPerspectiveKeepTheInvariants) {
     // The camera is close enough that the near plane and the sides cut the
-    // teapot, and the bit sizes at both ends of the accepted range must bake
+    // cow, and the bit sizes at both ends of the accepted range must bake
     // without overflow (the sanitizer build checks every product).
     contour::ImportedModel model;
     std::string error;
-    ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath("organic/teapot.obj"), model, error)) << error;
+    ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath("organic/spot.obj"), model, error)) << error;
     const qe::qeBBox& bound = model.meshes[0]->WorldBound;
     const V3 center = bound.center();
     const float radius = (bound.Max - bound.Min).Length() * 0.5f;

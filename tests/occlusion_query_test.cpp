@@ -175,11 +175,11 @@ void CrossCheck(const char* model, unsigned xyBits, unsigned zBits, int randomEd
 }
 
 TEST(OcclusionQuery, HierarchyMatchesEveryTriangleOnRealMeshes) {
-    CrossCheck("organic/teapot.obj", 20, 20, 300);
-    CrossCheck("cad/fandisk.obj", 20, 19, 200);
+    CrossCheck("organic/spot.obj", 20, 20, 300);
+    CrossCheck("cad/couplingdown.ply", 20, 19, 200);
     // The largest grid in x and y and the deepest depth: the products of the
     // exact tests reach their bit budget here.
-    CrossCheck("cad/rocker-arm.obj", 28, 3, 150);
+    CrossCheck("open/three_peaks.obj", 28, 3, 150);
     CrossCheck("cad/joint.obj", 12, 35, 150);
 }
 

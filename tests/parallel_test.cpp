@@ -53,21 +53,15 @@ bool FramedSpace(const std::vector<const qe::qeTriMesh*>& meshes, const contour:
     return true;
 }
 
-// Calls use(model, name) for each listed model of the shared folder that is
-// there; returns how many were.
+// Calls use(model, name) for each listed model.
 template <typename Use>
-int ForEachPresentModel(std::initializer_list<const char*> relatives, const Use& use) {
-    int found = 0;
+void ForEachModel(std::initializer_list<const char*> relatives, const Use& use) {
     for (const char* relative : relatives) {
-        const std::string path = ctr_test::ModelPath(relative);
-        if (!std::filesystem::exists(path)) continue;
-        ++found;
         contour::ImportedModel model;
         std::string error;
-        EXPECT_TRUE(contour::ImportModel(path, model, error)) << error;
+        ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath(relative), model, error)) << error;
         use(model, relative);
     }
-    return found;
 }
 
 // Bit-for-bit equality of two sets: positions, indices, clips and intervals.
@@ -141,11 +135,16 @@ void ExpectSameWithAnyThreads(const contour::ImportedModel& model, const std::st
 TEST(Parallel, SameResultWithAnyThreadCount) {
     // The demo holds creases, silhouettes and an intersection line.
     ExpectSameWithAnyThreads(contour::MakeDemoScene(), "demo");
-    // A CAD part, many meshes that cut each other, and two scanned balls.
-    const int found = ForEachPresentModel(
-        {"cad-brep/box_holes.obj", "scenes/2CylinderEngine.glb", "scenes/two_balls_intersecting.obj"},
-        [](const contour::ImportedModel& model, const char* name) { ExpectSameWithAnyThreads(model, name); });
-    if (found == 0) GTEST_SKIP() << "model files not found under " << ctr_test::ModelPath("") << ": demo scene only";
+    // A CAD part and two scanned balls.
+    ForEachModel({"cad-brep/box_holes.obj", "scenes/two_balls_intersecting.obj"},
+                 [](const contour::ImportedModel& model, const char* name) { ExpectSameWithAnyThreads(model, name); });
+}
+
+TEST(Parallel, SameResultWithAnyThreadCountOnAnAssembly) {
+    // Many meshes that cut each other.
+    CTR_SKIP_WITHOUT_MODEL("scenes/2CylinderEngine.glb");
+    ForEachModel({"scenes/2CylinderEngine.glb"},
+                 [](const contour::ImportedModel& model, const char* name) { ExpectSameWithAnyThreads(model, name); });
 }
 
 template <typename T>
@@ -227,15 +226,18 @@ TEST(Parallel, BakeIsTheSameWithAnyThreadCount) {
     const std::vector<const qe::qeTriMesh*> meshes = {torus.get(), small.get()};
     ExpectSameBake(meshes, whole, "torus, whole view");
     EXPECT_GT(ExpectSameBake(meshes, close, "torus, clipped view"), 1000u);
+}
 
-    const int found = ForEachPresentModel({"organic/stanford-bunny.obj", "organic/armadillo_86k.ply"},
-                                          [](const contour::ImportedModel& model, const char* name) {
-                                              const std::vector<const qe::qeTriMesh*> list = model.meshList();
-                                              ctr::DiscreteProjectionSpace space;
-                                              ASSERT_TRUE(FramedSpace(list, contour::CameraOptions(), space));
-                                              ExpectSameBake(list, space, name);
-                                          });
-    if (found == 0) GTEST_SKIP() << "model files not found under " << ctr_test::ModelPath("") << ": torus only";
+TEST(Parallel, BakeIsTheSameWithAnyThreadCountOnLargeScans) {
+    CTR_SKIP_WITHOUT_MODEL("organic/stanford-bunny.obj");
+    CTR_SKIP_WITHOUT_MODEL("organic/armadillo_86k.ply");
+    ForEachModel({"organic/stanford-bunny.obj", "organic/armadillo_86k.ply"},
+                 [](const contour::ImportedModel& model, const char* name) {
+                     const std::vector<const qe::qeTriMesh*> list = model.meshList();
+                     ctr::DiscreteProjectionSpace space;
+                     ASSERT_TRUE(FramedSpace(list, contour::CameraOptions(), space));
+                     ExpectSameBake(list, space, name);
+                 });
 }
 
 }  // namespace

@@ -139,9 +139,10 @@ TEST_F(ContourTool, DrawsRealModelsInsideTheMargin) {
         double width, height, margin;
     };
     const tCase cases[] = {
-        {model("cad/fandisk.obj") + " -o out.svg", 210, 297, 10},
+        {model("cad/couplingdown.ply") + " -o out.svg", 210, 297, 10},
         {model("cad-brep/box_holes.obj") + " --view top --orthographic --page A3 --landscape -o out.svg", 420, 297, 10},
-        {model("scenes/2CylinderEngine.glb") + " --view right --page 300x200 --margin 4 -q -o out.svg", 300, 200, 4},
+        {model("scenes/two_balls_intersecting.obj") + " --view right --page 300x200 --margin 4 -q -o out.svg", 300, 200,
+         4},
         {"--demo --azimuth -30 --elevation 60 --page A0 --landscape -o out.svg", 1189, 841, 10},
         {"--demo --view back --perspective --fov 60 --page letter --title 'A & B' -o out.svg", 215.9, 279.4, 10},
     };
@@ -254,8 +255,8 @@ TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
 }
 
 TEST_F(ContourTool, NamesTheOutputAfterTheModelOrWritesToStandardOutput) {
-    ASSERT_EQ(run(model("cad/fandisk.obj") + " -q").exitCode, 0);
-    EXPECT_TRUE(readDrawing("fandisk.svg").header);
+    ASSERT_EQ(run(model("cad/couplingdown.ply") + " -q").exitCode, 0);
+    EXPECT_TRUE(readDrawing("couplingdown.svg").header);
     ASSERT_EQ(run("--demo -q").exitCode, 0);
     EXPECT_GT(readDrawing("demo.svg").paths, 0u);
     ASSERT_EQ(run("--demo -q -o -").exitCode, 0);
@@ -276,7 +277,7 @@ namespace {
 // creases are also its silhouettes: every line still reaches the page once.
 TEST_F(ContourTool, DrawsEachLineOnce) {
     for (const std::string& arguments : {model("cad-brep/box_holes.obj"), model("cad/cube_split_normals.obj"),
-                                         std::string("--demo"), model("cad/fandisk.obj") + " --view front"}) {
+                                         std::string("--demo"), model("cad/couplingdown.ply") + " --view front"}) {
         ASSERT_EQ(run(arguments + " -q -o out.svg").exitCode, 0) << arguments;
         const std::vector<std::array<double, 4>> segments = sortedSegments(readDrawing("out.svg"));
         ASSERT_FALSE(segments.empty()) << arguments;
@@ -292,7 +293,7 @@ TEST_F(ContourTool, DrawsEachLineOnce) {
 // Azimuth turns from the front view towards the right one, elevation towards
 // up; the presets are the named directions of the same convention.
 TEST_F(ContourTool, AzimuthAndElevationFollowTheViews) {
-    const std::string part = model("cad/fandisk.obj") + " -q";
+    const std::string part = model("cad/couplingdown.ply") + " -q";
     const auto body = [&](const std::string& view) {
         EXPECT_EQ(run(part + " " + view + " -o out.svg").exitCode, 0) << view;
         return drawingBody(readFile(folder / "out.svg"));
