@@ -277,7 +277,7 @@ namespace {
 // creases are also its silhouettes: every line still reaches the page once.
 TEST_F(ContourTool, DrawsEachLineOnce) {
     for (const std::string& arguments : {model("cad-brep/box_holes.obj"), model("cad/cube_split_normals.obj"),
-                                         std::string("--demo"), model("cad/couplingdown.ply") + " --view front"}) {
+                                         std::string("--demo"), model("cad/couplingdown.ply")}) {
         ASSERT_EQ(run(arguments + " -q -o out.svg").exitCode, 0) << arguments;
         const std::vector<std::array<double, 4>> segments = sortedSegments(readDrawing("out.svg"));
         ASSERT_FALSE(segments.empty()) << arguments;

@@ -19,7 +19,7 @@ struct ImportedModel {
     std::vector<qe::qePointer<qe::qeTriMesh>> meshes;
     std::vector<std::string> names;
     size_t triangleCount = 0;
-    size_t vertexCount = 0;   // distinct buffers counted once
+    size_t vertexCount = 0;         // distinct buffers counted once
     bool hasNormals = false;        // every mesh carries per-vertex normals
     bool normalsGenerated = false;  // some mesh got them from its faces
     double normalSeconds = 0.0;     // the time making them took
