@@ -59,6 +59,17 @@ public:
         return true;
     }
 
+    // The numbers of the first count segments that have a key, in order;
+    // without those with a NaN end unless asked for.
+    std::vector<uint32_t> keyed(int count, bool withNaN) const {
+        std::vector<uint32_t> numbers;
+        numbers.reserve(static_cast<size_t>(count));
+        SegmentKey key{};
+        for (int s = 0; s < count; ++s)
+            if (get(s, key) && (withNaN || !HasNaN(key))) numbers.push_back(static_cast<uint32_t>(s));
+        return numbers;
+    }
+
     // Only for segments that get() accepts.
     SegmentKey at(int segment) const {
         SegmentKey key{};
@@ -108,12 +119,7 @@ void LineSegmentSet::RemoveCommonSegments(LineSegmentSet* a, const LineSegmentSe
     if (!a || !b) return;
 
     const SegmentKeys keysB(*b);
-    const int segmentsB = b->getSegmentQuantity();
-    std::vector<uint32_t> sortedB;
-    sortedB.reserve(static_cast<size_t>(segmentsB));
-    SegmentKey key{};
-    for (int s = 0; s < segmentsB; ++s)
-        if (keysB.get(s, key)) sortedB.push_back(static_cast<uint32_t>(s));
+    std::vector<uint32_t> sortedB = keysB.keyed(b->getSegmentQuantity(), true);
     // Nothing to match against: a stays as it is, even without segments.
     if (sortedB.empty()) return;
     std::sort(sortedB.begin(), sortedB.end(), [&keysB](uint32_t s, uint32_t t) {
@@ -126,6 +132,7 @@ void LineSegmentSet::RemoveCommonSegments(LineSegmentSet* a, const LineSegmentSe
     const SegmentKeys keysA(*a);
     const int segmentsA = a->getSegmentQuantity();
     std::vector<bool> dropped(static_cast<size_t>(segmentsA), false);
+    SegmentKey key{};
     for (int i = 0; i < segmentsA; ++i) {
         // NaN is equal to nothing, under the order's ties as well.
         if (!keysA.get(i, key) || HasNaN(key)) continue;
@@ -143,11 +150,7 @@ int LineSegmentSet::RemoveDuplicateSegments(LineSegmentSet* set) {
     if (!set || !set->IBuffer) return 0;
     const SegmentKeys keys(*set);
     const int segments = set->getSegmentQuantity();
-    std::vector<uint32_t> order;
-    order.reserve(static_cast<size_t>(segments));
-    SegmentKey key{};
-    for (int s = 0; s < segments; ++s)
-        if (keys.get(s, key) && !HasNaN(key)) order.push_back(static_cast<uint32_t>(s));
+    std::vector<uint32_t> order = keys.keyed(segments, false);
     // Ties in segment order, so that the first of equal segments is the one
     // kept, whatever the sort does.
     std::sort(order.begin(), order.end(), [&keys](uint32_t s, uint32_t t) {
