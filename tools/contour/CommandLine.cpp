@@ -242,7 +242,8 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     app.add_option("--title", title, "Title stored in the SVG (default: the model file names)");
     app.add_option("--description", description, "Description stored in the SVG");
     app.add_option("--bits", bits, "Grid bits of the visibility computation")->type_name("XY,Z")->capture_default_str();
-    app.add_option("--smoothing-angle", smoothing, "Degrees up to which generated normals are smoothed")
+    app.add_option("--smoothing-angle", smoothing,
+                   "Files without normals: faces meeting at more than this show a crease")
         ->type_name("DEG")
         ->capture_default_str();
     app.add_option("--crease-width", creaseWidth, "Stroke width of crease lines in mm (default 0.133)")
