@@ -168,8 +168,8 @@ Lines:
   holds twice (split normals along a crease) is drawn once. Silhouettes and
   intersections are drawn 0.2 mm wide, creases 0.133 mm. Files without
   normals get normals per smooth fan: the faces around a vertex part where
-  two of them meet at more than --smoothing-angle, so exactly those edges
-  show as creases.
+  two of them meet at more than --smoothing-angle, so edges sharper than
+  that show as creases and smooth surface shows none.
 
 Progress and statistics:
   On a terminal a progress bar runs on standard error (not with -q).
