@@ -59,6 +59,21 @@ inline const contour::ImportedModel& LoadModel(const std::string& relativePath) 
     return *slot;
 }
 
+// A generated mesh, placed at the origin, as the importer would hand it over.
+inline contour::ImportedModel ModelOfMesh(const qe::qePointer<qe::qeVertexBuffer>& vertices,
+                                          const qe::qePointer<qe::qeIndexBuffer>& indices, const char* name) {
+    contour::ImportedModel model;
+    qe::qePointer<qe::qeTriMesh> mesh = new qe::qeTriMesh(vertices, indices);
+    mesh->UpdateMS(true, false, 0);
+    mesh->UpdateGS();
+    model.meshes.push_back(mesh);
+    model.names.push_back(name);
+    model.triangleCount = static_cast<size_t>(mesh->GetTriangleQuantity());
+    model.vertexCount = static_cast<size_t>(vertices->GetVertexQuantity());
+    model.hasNormals = vertices->GetAttributes().HasNormal();
+    return model;
+}
+
 // A closed torus with ripples on its surface, 4 * resolution^2 triangles
 // (2 * resolution rings of resolution quads each). The ripples make parts of
 // the surface hide other parts in any view, as a real model does.
@@ -93,15 +108,7 @@ inline contour::ImportedModel MakeRippledTorus(int resolution) {
             *out++ = p00, *out++ = p11, *out++ = p01;
         }
     }
-    contour::ImportedModel model;
-    qe::qePointer<qe::qeTriMesh> mesh = new qe::qeTriMesh(positions, indices);
-    mesh->UpdateMS(true, false, 0);
-    mesh->UpdateGS();
-    model.meshes.push_back(mesh);
-    model.names.push_back("rippled torus");
-    model.triangleCount = static_cast<size_t>(mesh->GetTriangleQuantity());
-    model.vertexCount = static_cast<size_t>(around * across);
-    return model;
+    return ModelOfMesh(positions, indices, "rippled torus");
 }
 
 inline Wm4::Vector3<float> WorldPosition(const qe::qeTriMesh& mesh, int vertex) {

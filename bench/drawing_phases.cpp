@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <malloc.h>
 #include <map>
 #include <memory>
 #include <string>
@@ -27,6 +26,7 @@
 
 #include "BenchScenes.h"
 #include "Camera.h"
+#include "Drawing.h"
 #include "ModelImport.h"
 #include "ThreadPool.h"
 #include "ctr/ExportParameters.h"
@@ -97,16 +97,7 @@ contour::ImportedModel makeIcosphere(int frequency) {
     qe::qePointer<qe::qeIndexBuffer> buffer =
         new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
     std::copy(indices.begin(), indices.end(), buffer->GetData());
-    contour::ImportedModel model;
-    qe::qePointer<qe::qeTriMesh> mesh = new qe::qeTriMesh(vertices, buffer);
-    mesh->UpdateMS(true, false, 0);
-    mesh->UpdateGS();
-    model.meshes.push_back(mesh);
-    model.names.push_back("icosphere");
-    model.triangleCount = indices.size() / 3;
-    model.vertexCount = positions.size();
-    model.hasNormals = true;
-    return model;
+    return bench::ModelOfMesh(vertices, buffer, "icosphere");
 }
 
 size_t segments(const qe::qePointer<ctr::LineSegmentSet>& set) {
@@ -125,8 +116,7 @@ int usage() {
 int main(int argc, char** argv) {
     // The allocator settings of the contour tool, so that the phases pay
     // for fresh pages as they do there.
-    mallopt(M_MMAP_THRESHOLD, 32 << 20);
-    mallopt(M_TRIM_THRESHOLD, 256 << 20);
+    contour::KeepLargeBuffersInHeap();
     contour::CameraOptions cameraOptions;
     cameraOptions.perspective = false;
     unsigned int threads = 1;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <fstream>
 #include <iterator>
+#include <malloc.h>
 
 #include "Wm4Vector2.h"
 #include "qe/qePointer.h"
@@ -110,6 +111,11 @@ size_t countPaths(const std::string& svgPath) {
 }
 
 }  // namespace
+
+void KeepLargeBuffersInHeap() {
+    mallopt(M_MMAP_THRESHOLD, 32 << 20);
+    mallopt(M_TRIM_THRESHOLD, 256 << 20);
+}
 
 bool BitSizesAccepted(unsigned int xyBits, unsigned int zBits) {
     ctr::DiscreteProjectionSpace probe;

@@ -71,6 +71,12 @@ public:
     virtual void phaseStarted(const char* name) = 0;
 };
 
+// Allocator settings for drawing: buffers of megabytes come and go phase
+// after phase. Served from the heap and kept there when freed, rather than
+// mapped afresh each time, their pages are faulted in once per run instead of
+// once per phase. Call it once, before anything large is allocated.
+void KeepLargeBuffersInHeap();
+
 // Whether the projection space takes these bit sizes (the library's default
 // sizes are always taken, although setVoxelBitSize refuses to set them again).
 bool BitSizesAccepted(unsigned int xyBits, unsigned int zBits);

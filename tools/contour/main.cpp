@@ -5,7 +5,6 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <malloc.h>
 #include <new>
 #include <unistd.h>
 
@@ -78,14 +77,12 @@ int run(const contour::ToolOptions& options) {
     std::vector<contour::ImportedModel> occluderModels(options.occluders.size());
     std::string error;
     if (options.demo) models[0] = contour::MakeDemoScene();
-    for (size_t i = 0; i < options.models.size(); ++i) {
-        if (!load(options.models[i], importOptions, models[i], error)) return fail(error);
-        if (contour::InterruptRequested()) return interrupted();
-    }
-    for (size_t i = 0; i < options.occluders.size(); ++i) {
-        if (!load(options.occluders[i], importOptions, occluderModels[i], error)) return fail(error);
-        if (contour::InterruptRequested()) return interrupted();
-    }
+    for (const auto& [paths, loaded] :
+         {std::make_pair(&options.models, &models), std::make_pair(&options.occluders, &occluderModels)})
+        for (size_t i = 0; i < paths->size(); ++i) {
+            if (!load((*paths)[i], importOptions, (*loaded)[i], error)) return fail(error);
+            if (contour::InterruptRequested()) return interrupted();
+        }
     contour::RunStats run;
     run.importSeconds = secondsSince(start);
 
@@ -122,11 +119,10 @@ int run(const contour::ToolOptions& options) {
         return fail(error);
     if (!output.commit(error)) return fail(error);
 
-    const auto drawnSegments = [](const contour::LineKindStats& kind) { return kind.beforeHiding(); };
     if (stats.paths == 0)
         std::fprintf(
             stderr, "contour: warning: the drawing is empty (%s)\n",
-            drawnSegments(stats.crease) + drawnSegments(stats.silhouette) + drawnSegments(stats.intersection) == 0
+            stats.crease.beforeHiding() + stats.silhouette.beforeHiding() + stats.intersection.beforeHiding() == 0
                 ? "the model shows no line from this camera"
                 : "every line is hidden");
     if (!options.quiet) {
@@ -135,7 +131,7 @@ int run(const contour::ToolOptions& options) {
         if (!occluders.empty()) std::fprintf(stderr, " (+ %zu occluder triangles)", occluderTriangles);
         std::fprintf(stderr,
                      ", %zu crease, %zu silhouette and %zu intersection segments -> %zu paths in %s (%s), %.2f s\n",
-                     drawnSegments(stats.crease), drawnSegments(stats.silhouette), drawnSegments(stats.intersection),
+                     stats.crease.beforeHiding(), stats.silhouette.beforeHiding(), stats.intersection.beforeHiding(),
                      stats.paths, options.output == "-" ? "standard output" : options.output.c_str(),
                      options.pageLabel.c_str(), run.totalSeconds);
     }
@@ -145,11 +141,7 @@ int run(const contour::ToolOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Buffers of megabytes come and go phase after phase. Served from the
-    // heap and kept there when freed, rather than mapped afresh each time,
-    // their pages are faulted in once per run instead of once per phase.
-    mallopt(M_MMAP_THRESHOLD, 32 << 20);
-    mallopt(M_TRIM_THRESHOLD, 256 << 20);
+    contour::KeepLargeBuffersInHeap();
     contour::ToolOptions options;
     const int parsed = contour::ParseCommandLine(argc, argv, options);
     if (parsed >= 0) return parsed;
