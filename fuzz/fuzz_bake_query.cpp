@@ -11,7 +11,7 @@
 #include "qe/qeTriMesh.h"
 
 #include "ctr/BakedTriangles.h"
-#include "projection/ExactArithmetic.h"
+#include "exact/Exact.h"
 
 namespace {
 
@@ -89,7 +89,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         for (const ctr::RationalInterval& r : list) {
             require(r.startDenominator > 0 && r.endDenominator > 0, "positive denominators");
             require(r.startNumerator >= 0 && r.endNumerator <= r.endDenominator, "inside [0, 1]");
-            require(ctr::exact::FractionLess(r.startNumerator, r.startDenominator, r.endNumerator, r.endDenominator),
+            require(ctr::exact::Less(r.startNumerator, r.startDenominator, r.endNumerator, r.endDenominator),
                     "non-empty");
         }
     }

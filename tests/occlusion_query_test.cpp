@@ -183,6 +183,46 @@ TEST(OcclusionQuery, HierarchyMatchesEveryTriangleOnRealMeshes) {
     CrossCheck("cad/joint.obj", 12, 35, 150);
 }
 
+TEST(OcclusionQuery, DepthsCloserThanAFloatStepAreNeverPruned) {
+    // On grids whose depth goes beyond 24 bits, neighbouring depths share a
+    // float. Stacks of screen-parallel triangles, each queried with edges
+    // just behind and just in front of it by less than that float's step:
+    // the walk must still answer exactly as testing every triangle does.
+    for (const auto& [xyBits, zBits] : {std::pair{12u, 35u}, {2u, 55u}, {28u, 3u}}) {
+        SCOPED_TRACE(testing::Message() << xyBits << "/" << zBits);
+        ctr::DiscreteProjectionSpace space;
+        ASSERT_TRUE(space.setVoxelBitSize(xyBits, zBits));
+        std::mt19937 random(xyBits * 100 + zBits);
+        std::uniform_real_distribution<float> at(-0.9f, 0.9f), size(0.05f, 0.6f);
+        std::vector<V3> positions;
+        std::vector<unsigned> indices;
+        for (unsigned t = 0; t < 400; ++t) {
+            const V3 corner(at(random), at(random), t % 2 ? at(random) : 0.0f);
+            const float w = size(random), h = size(random);
+            for (const V3& offset : {V3(0, 0, 0), V3(w, 0, 0), V3(0, h, 0)}) positions.push_back(corner + offset);
+            for (unsigned c = 0; c < 3; ++c) indices.push_back(3 * t + c);
+        }
+        const auto baked = BakeAll(space, {ctr_test::MakeMesh(positions, indices)});
+        const ctr::BakedTriangles& t = baked->triangles;
+        ASSERT_GT(t.getTriangleQuantity(), 0u);
+        size_t hidden = 0;
+        for (uint32_t k = 0; k < t.getTriangleQuantity(); ++k) {
+            const ctr::BakedVertex* p[3];
+            for (int c = 0; c < 3; ++c) p[c] = &t.getVertices()[t.getTriangles()[3 * k + c]];
+            const int32_t x = (p[0]->x + p[1]->x + p[2]->x) / 3, y = (p[0]->y + p[1]->y + p[2]->y) / 3;
+            const int32_t z = std::min({p[0]->z, p[1]->z, p[2]->z});
+            for (const int32_t dz : {-1, 0, 1, 2, 63, 64, 65}) {
+                const int32_t depth = static_cast<int32_t>(std::clamp<int64_t>(int64_t{z} + dz, 0, INT32_MAX));
+                const ctr::BakedVertex a{x, y, depth}, b{x + 1, y, depth};
+                const auto list = Canonical(Query(t, a, b), false);
+                ASSERT_EQ(list, Canonical(BruteForce(t, a, b), false)) << "triangle " << k << " depth step " << dz;
+                hidden += !list.empty();
+            }
+        }
+        EXPECT_GT(hidden, 0u);
+    }
+}
+
 TEST(OcclusionQuery, ResultDoesNotDependOnTriangleOrder) {
     // The same surface with its triangles shuffled and their corners rotated
     // hides the same parts of every edge.

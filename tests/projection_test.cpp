@@ -15,7 +15,7 @@
 
 #include "TestSupport.h"
 #include "ctr/DiscreteProjectionSpace.h"
-#include "projection/ExactArithmetic.h"
+#include "exact/Exact.h"
 
 namespace {
 
@@ -435,43 +435,6 @@ TEST(ProjectionDegenerate, NoCrashAndOnGrid) {
     space.setViewProjection(zero, identity);
     space.updateRatios();
     EXPECT_EQ(ClipEdge(space, V3(1, 2, 3), V3(4, 5, 6)), (EdgeResult{0, 1, {0, 0, 0}, {0, 0, 0}, 0, 0}));
-}
-
-// Truncation toward zero, with NaN to 0 and saturation at and beyond the ends
-// of the integer range (where a plain cast is undefined). Next to each end:
-// the last value in range and the first beyond it.
-TEST(ExactArithmetic, ConversionsSaturate) {
-    constexpr int32_t kMax32 = std::numeric_limits<int32_t>::max(), kMin32 = std::numeric_limits<int32_t>::min();
-    const float floats[] = {kNaN, kInf, -kInf, 2147483520.0f, 2147483648.0f, -2147483904.0f, -1.99f, 8388607.5f};
-    const int32_t toInt32[] = {0, kMax32, kMin32, 2147483520, kMax32, kMin32, -1, 8388607};
-    for (size_t i = 0; i < std::size(floats); ++i) EXPECT_EQ(ctr::exact::FloatToInt32(floats[i]), toInt32[i]) << i;
-
-    constexpr int64_t kMax64 = std::numeric_limits<int64_t>::max(), kMin64 = std::numeric_limits<int64_t>::min();
-    const double inf = std::numeric_limits<double>::infinity();
-    const double doubles[] = {
-        std::nan(""),      inf, -inf, 9223372036854774784.0, 9223372036854775808.0, -9223372036854777856.0, -2.5,
-        4503599627370495.5};
-    const int64_t toInt64[] = {0, kMax64, kMin64, 9223372036854774784LL, kMax64, kMin64, -2, 4503599627370495LL};
-    for (size_t i = 0; i < std::size(doubles); ++i) EXPECT_EQ(ctr::exact::DoubleToInt64(doubles[i]), toInt64[i]) << i;
-}
-
-TEST(ExactArithmetic, FractionLessBeyond64BitProducts) {
-    // Each pair of fractions is checked both ways round. M/(M - 1) < (M -
-    // 1)/(M - 2) by about 2^-126 with cross products near 2^126, also
-    // mirrored below zero; kMin * kMax still fits 128 bits.
-    constexpr int64_t kMax = std::numeric_limits<int64_t>::max(), kMin = std::numeric_limits<int64_t>::min();
-    using Fraction = std::pair<int64_t, int64_t>;
-    const auto less = [](const Fraction& p, const Fraction& q) {
-        return ctr::exact::FractionLess(p.first, p.second, q.first, q.second);
-    };
-    const std::pair<Fraction, Fraction> ordered[] = {{{kMax, kMax - 1}, {kMax - 1, kMax - 2}},
-                                                     {{-(kMax - 1), kMax - 2}, {-kMax, kMax - 1}},
-                                                     {{kMin, kMax}, {kMin + 1, kMax}},
-                                                     {{-1, kMax}, {0, 1}}};
-    for (const auto& [p, q] : ordered) EXPECT_TRUE(less(p, q) && !less(q, p)) << p.first << "/" << p.second;
-    // Equal values in different forms are not less either way.
-    const std::pair<Fraction, Fraction> equal[] = {{{kMax - 1, kMax - 1}, {1, 1}}, {{kMin, 2}, {kMin / 2, 1}}};
-    for (const auto& [p, q] : equal) EXPECT_TRUE(!less(p, q) && !less(q, p)) << p.first << "/" << p.second;
 }
 
 }  // namespace

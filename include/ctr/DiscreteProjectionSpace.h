@@ -96,6 +96,10 @@ public:
     // Takes a grid point back to NDC (coordinate * discreteInvScale + domainMin)
     // and through clipToWorld, dividing by w.
     Wm4::Vector3<float> discreteToWorld(int32_t x, int32_t y, int32_t z) const;
+    // The same mapping with the division by w made as one reciprocal and
+    // three products: how the ends of visible intersection pieces are placed.
+    // The two may differ in the last bit.
+    Wm4::Vector3<float> gridToWorld(const BakedVertex& point) const;
 
     const Wm4::Matrix4<float>& getWorldToClip() const { return worldToClip; }
     const Wm4::Matrix4<float>& getClipToWorld() const { return clipToWorld; }
@@ -107,6 +111,9 @@ public:
     unsigned int getZBitSize() const { return zBitSize; }
 
 private:
+    // A grid point in homogeneous world coordinates, before the division by w.
+    Wm4::Vector4<float> gridToHomogeneousWorld(int32_t x, int32_t y, int32_t z) const;
+
     Wm4::Matrix4<float> worldToClip;
     Wm4::Matrix4<float> clipToWorld;
     Wm4::Vector3<float> domainMin;

@@ -12,8 +12,8 @@
 #include "qe/qeMemory.h"
 #include "qe/qeTriMesh.h"
 
+#include "exact/Exact.h"
 #include "parallel/Chunks.h"
-#include "projection/ExactArithmetic.h"
 
 namespace ctr {
 

@@ -1,7 +1,8 @@
 // The occlusion query of an edge against the baked triangles. Boxes are
-// floats and only prune; every decision inside a leaf is a sign of an exact
-// 64-bit expression, and interval ends are compared by 128-bit cross
-// products, so the result does not depend on floating-point error.
+// floats, rounded outward from the grid, and only prune; every decision inside
+// a leaf is a sign of an exact 64-bit expression, and interval ends are
+// compared by 128-bit cross products, so the result does not depend on
+// floating-point error.
 //
 // Notation: a, b are the edge's ends; P0, P1, P2 the triangle's corners in
 // counter-clockwise order; N its plane record. For a triangle side P->Q,
@@ -11,8 +12,8 @@
 #include <algorithm>
 
 #include "ctr/BakedTriangles.h"
+#include "exact/Exact.h"
 #include "parallel/Chunks.h"
-#include "projection/ExactArithmetic.h"
 
 namespace ctr {
 
@@ -21,18 +22,12 @@ namespace {
 // Nodes per chunk when leaves are refitted through the executor.
 constexpr size_t kRefitChunk = size_t(1) << 14;
 
-struct tFraction {
-    int64_t numerator;
-    int64_t denominator;
-};
-
-bool isLess(const tFraction& p, const tFraction& q) {
-    return exact::FractionLess(p.numerator, p.denominator, q.numerator, q.denominator);
+BakedVertex lowerCorner(const BakedVertex& a, const BakedVertex& b) {
+    return BakedVertex{std::min(a.x, b.x), std::min(a.y, b.y), std::min(a.z, b.z)};
 }
 
-// numerator / denominator with the sign moved to the numerator; denominator != 0.
-tFraction makeFraction(int64_t numerator, int64_t denominator) {
-    return denominator < 0 ? tFraction{-numerator, -denominator} : tFraction{numerator, denominator};
+BakedVertex upperCorner(const BakedVertex& a, const BakedVertex& b) {
+    return BakedVertex{std::max(a.x, b.x), std::max(a.y, b.y), std::max(a.z, b.z)};
 }
 
 }  // namespace
@@ -47,12 +42,7 @@ void BakedTriangles::computeOcclusionIntervals(const BakedVertex& a, const Baked
     if (planes.empty() || hierarchy.isEmpty()) return;
     const BakedVertex ca = clampToGrid(a);
     const BakedVertex cb = clampToGrid(b);
-    const qe::qeBBox box(
-        Wm4::Vector3<float>(static_cast<float>(std::min(ca.x, cb.x)), static_cast<float>(std::min(ca.y, cb.y)),
-                            static_cast<float>(std::min(ca.z, cb.z))),
-        Wm4::Vector3<float>(static_cast<float>(std::max(ca.x, cb.x)), static_cast<float>(std::max(ca.y, cb.y)),
-                            static_cast<float>(std::max(ca.z, cb.z))));
-    occlusionWalk(0, ca, cb, box, list);
+    occlusionWalk(0, ca, cb, exact::GridBox(lowerCorner(ca, cb), upperCorner(ca, cb)), list);
 }
 
 void BakedTriangles::computeOcclusionIntervalsIter(unsigned int node, const BakedVertex& a, const BakedVertex& b,
@@ -68,7 +58,9 @@ void BakedTriangles::occlusionWalk(unsigned int node, const BakedVertex& a, cons
         const qe::qeBVHNode& current = nodes[node];
         // The depth test is one-sided and non-strict: a node whose nearest
         // depth is not nearer than the edge's farthest cannot hide it, while
-        // nodes wholly in front of the edge must be kept.
+        // nodes wholly in front of the edge must be kept. Node boxes and the
+        // query box are rounded outward, so on grids deeper than a float's
+        // mantissa a node is pruned only when its integer box would be.
         if (current.box.Min[0] > box.Max[0] || current.box.Max[0] < box.Min[0] || current.box.Min[1] > box.Max[1] ||
             current.box.Max[1] < box.Min[1] || current.box.Min[2] >= box.Max[2])
             return;
@@ -99,47 +91,41 @@ void BakedTriangles::testTriangleOcclusion(uint32_t triangle, const BakedVertex&
 
     // Clip the edge's parameter range to the three half-planes of the
     // triangle's sides.
-    tFraction start{0, 1};
-    tFraction end{1, 1};
+    exact::Fraction start{0, 1};
+    exact::Fraction end{1, 1};
     for (int k = 0; k < 3; ++k) {
         const BakedVertex& from = *p[k];
         const BakedVertex& to = *p[(k + 1) % 3];
-        const int64_t stepX = int64_t{to.x} - from.x;
-        const int64_t stepY = int64_t{from.y} - to.y;
-        const int64_t sideA = (int64_t{a.y} - from.y) * stepX + (int64_t{a.x} - from.x) * stepY;
-        const int64_t sideB = (int64_t{b.y} - from.y) * stepX + (int64_t{b.x} - from.x) * stepY;
+        const int64_t sideA = exact::ScreenSide(a, from, to);
+        const int64_t sideB = exact::ScreenSide(b, from, to);
         // Both ends outside this side: no part of the edge is inside. Both
         // inside: the side cuts nothing off. The fractions below would come
         // to the same, at the price of 128-bit comparisons.
         if (sideA < 0 && sideB < 0) return;
         if (sideA >= 0 && sideB >= 0) continue;
-        const int64_t change = (int64_t{b.y} - a.y) * stepX + (int64_t{b.x} - a.x) * stepY;
+        const int64_t change = exact::ScreenSideChange(a, b, from, to);
         if (change == 0) {
             if (sideA < 0) return;
             continue;
         }
-        tFraction crossing = makeFraction(sideA, sideA - sideB);
-        if (crossing.numerator < 0)
-            crossing = tFraction{0, 1};
-        else if (crossing.numerator > crossing.denominator)
-            crossing = tFraction{1, 1};
+        const exact::Fraction crossing = exact::ClampToUnit(exact::MakeFraction(sideA, sideA - sideB));
         if (change > 0) {
-            if (isLess(start, crossing)) start = crossing;
-        } else if (isLess(crossing, end)) {
+            if (exact::Less(start, crossing)) start = crossing;
+        } else if (exact::Less(crossing, end)) {
             end = crossing;
         }
         // Bounds only tighten, so an empty range stays empty.
-        if (!isLess(start, end)) return;
+        if (!exact::Less(start, end)) return;
     }
 
     if (depthA < 0 && depthB >= 0) {
-        const tFraction crossing = makeFraction(depthA, depthA - depthB);
-        if (isLess(crossing, end)) end = crossing;
+        const exact::Fraction crossing = exact::MakeFraction(depthA, depthA - depthB);
+        if (exact::Less(crossing, end)) end = crossing;
     } else if (depthA >= 0) {
-        const tFraction crossing = makeFraction(depthA, depthA - depthB);
-        if (isLess(start, crossing)) start = crossing;
+        const exact::Fraction crossing = exact::MakeFraction(depthA, depthA - depthB);
+        if (exact::Less(start, crossing)) start = crossing;
     }
-    if (isLess(start, end))
+    if (exact::Less(start, end))
         list.push_back(RationalInterval{start.numerator, start.denominator, end.numerator, end.denominator});
 }
 
@@ -155,13 +141,11 @@ void BakedTriangles::refitLeaf(qe::qeBVHNode& leaf) const {
         const uint32_t* corner = &triangles[3 * static_cast<size_t>(primitives[k])];
         for (int c = 0; c < 3; ++c) {
             const BakedVertex& v = vertices[corner[c]];
-            low = BakedVertex{std::min(low.x, v.x), std::min(low.y, v.y), std::min(low.z, v.z)};
-            high = BakedVertex{std::max(high.x, v.x), std::max(high.y, v.y), std::max(high.z, v.z)};
+            low = lowerCorner(low, v);
+            high = upperCorner(high, v);
         }
     }
-    leaf.box = qe::qeBBox(
-        Wm4::Vector3<float>(static_cast<float>(low.x), static_cast<float>(low.y), static_cast<float>(low.z)),
-        Wm4::Vector3<float>(static_cast<float>(high.x), static_cast<float>(high.y), static_cast<float>(high.z)));
+    leaf.box = exact::GridBox(low, high);
 }
 
 void BakedTriangles::computeBakedBVHBBox(unsigned int node) {

@@ -99,11 +99,6 @@ public:
     Executor* executor = nullptr;
 };
 
-// floor(a + (b - a) * numerator / denominator) for 0 <= numerator <=
-// denominator, denominator > 0, exactly: a double estimate from the smaller
-// end, corrected by 128-bit comparisons.
-int32_t FloorAlongSegment(int32_t a, int32_t b, int64_t numerator, int64_t denominator);
-
 }  // namespace ctr
 
 #endif

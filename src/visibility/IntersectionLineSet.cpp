@@ -8,44 +8,14 @@
 
 #include "ctr/DiscreteProjectionSpace.h"
 #include "ctr/TrianglesIntersection.h"
+#include "exact/Exact.h"
 #include "parallel/Chunks.h"
-#include "projection/ExactArithmetic.h"
 #include "visibility/IntersectionInternal.h"
 #include "visibility/IntervalMerge.h"
 
 namespace ctr {
 
 namespace {
-
-struct tRational {
-    int64_t numerator;
-    int64_t denominator;
-};
-
-// Interval ends here are never negative.
-bool isLess(const tRational& p, const tRational& q) {
-    return static_cast<exact::int128>(p.numerator) * q.denominator <
-           static_cast<exact::int128>(q.numerator) * p.denominator;
-}
-
-BakedVertex gridPointAt(const BakedVertex& from, const BakedVertex& to, const tRational& s) {
-    return BakedVertex{FloorAlongSegment(from.x, to.x, s.numerator, s.denominator),
-                       FloorAlongSegment(from.y, to.y, s.numerator, s.denominator),
-                       FloorAlongSegment(from.z, to.z, s.numerator, s.denominator)};
-}
-
-// The inverse of the projection, written out rather than taken from
-// discreteToWorld: the division by w is one reciprocal and three products.
-Wm4::Vector3<float> gridToWorld(const DiscreteProjectionSpace& space, const BakedVertex& point) {
-    const Wm4::Vector3<float>& invScale = space.getDiscreteInvScale();
-    const Wm4::Vector3<float>& domainMin = space.getDomainMin();
-    const Wm4::Vector4<float> ndc(static_cast<float>(point.x) * invScale[0] + domainMin[0],
-                                  static_cast<float>(point.y) * invScale[1] + domainMin[1],
-                                  static_cast<float>(point.z) * invScale[2] + domainMin[2], 1.0f);
-    const Wm4::Vector4<float> h = ndc * space.getClipToWorld();
-    const float inverseW = 1.0f / h[3];
-    return Wm4::Vector3<float>(h[0] * inverseW, h[1] * inverseW, h[2] * inverseW);
-}
 
 constexpr size_t kEdgesPerChunk = 64;
 constexpr size_t kChunksPerWave = 32;
@@ -73,24 +43,25 @@ LineSegmentSet* TrianglesIntersection::computeIntersectionEdges() const {
         // The parameter now runs between the grid points of the two ends.
         const BakedVertex& g1 = edge.first.point;
         const BakedVertex& g2 = edge.second.point;
-        const auto addPiece = [&](const tRational& from, const tRational& to) {
-            const BakedVertex start = gridPointAt(g1, g2, from);
-            const BakedVertex end = gridPointAt(g1, g2, to);
+        const auto addPiece = [&](const exact::Fraction& from, const exact::Fraction& to) {
+            const BakedVertex start = exact::FloorAlong(g1, g2, from);
+            const BakedVertex end = exact::FloorAlong(g1, g2, to);
             // Less than one grid cell on screen: nothing to draw.
             if (start.x == end.x && start.y == end.y) return;
-            out.push_back(gridToWorld(*space, start));
-            out.push_back(gridToWorld(*space, end));
+            out.push_back(space->gridToWorld(start));
+            out.push_back(space->gridToWorld(end));
         };
         // Merged intervals are sorted with positive gaps, so the visible
         // pieces are the gaps, plus the stretches before the first and after
-        // the last interval when they have positive length.
-        tRational visibleFrom{0, 1};
+        // the last interval when they have positive length. Interval ends
+        // here are never negative.
+        exact::Fraction visibleFrom{0, 1};
         for (const RationalInterval& interval : hidden) {
-            const tRational hiddenFrom{interval.startNumerator, interval.startDenominator};
-            if (isLess(visibleFrom, hiddenFrom)) addPiece(visibleFrom, hiddenFrom);
-            visibleFrom = tRational{interval.endNumerator, interval.endDenominator};
+            const exact::Fraction hiddenFrom{interval.startNumerator, interval.startDenominator};
+            if (exact::Less(visibleFrom, hiddenFrom)) addPiece(visibleFrom, hiddenFrom);
+            visibleFrom = exact::Fraction{interval.endNumerator, interval.endDenominator};
         }
-        if (isLess(visibleFrom, tRational{1, 1})) addPiece(visibleFrom, tRational{1, 1});
+        if (exact::Less(visibleFrom, exact::Fraction{1, 1})) addPiece(visibleFrom, exact::Fraction{1, 1});
     };
 
     std::vector<Wm4::Vector3<float>> points;

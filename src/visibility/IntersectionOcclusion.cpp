@@ -5,15 +5,16 @@
 // values at that edge's two corners, while the positions of the cuts come
 // from a double-precision step (only where a cut falls, never whether).
 //
-// Bounds: the plane functions of occluders are at most 3 * 2^60 in magnitude
-// at grid points and the screen side functions at most 2^57 (ExactArithmetic.h).
-// A crossing parameter has |numerator| < 2^62 and denominator < 2^63, so
-// value * denominator and numerator * (difference of values) stay below
-// 2^125 each and their sum fits a signed 128-bit integer.
+// Bounds (the bit budget in exact/Exact.h): the plane functions of occluders
+// are at most 2^61 in magnitude at grid points and their differences 2^62,
+// the screen side functions at most 2^57. A crossing parameter has numerator
+// and denominator of at most 2^62, so value * denominator and numerator *
+// (difference of values) stay below 2^124 each and their sum fits a signed
+// 128-bit integer.
 
 #include <algorithm>
 
-#include "projection/ExactArithmetic.h"
+#include "exact/Exact.h"
 #include "visibility/IntersectionInternal.h"
 
 namespace ctr {
@@ -23,18 +24,6 @@ namespace {
 using exact::int128;
 using tInternal = TrianglesIntersection::tInternal;
 using tPointOnEdge = tInternal::tPointOnEdge;
-
-struct tRational {
-    int64_t numerator;
-    int64_t denominator;
-};
-
-// A negative numerator is smaller than anything, so that no product of a
-// negative value decides the order.
-bool isLess(const tRational& p, const tRational& q) {
-    if (p.numerator < 0) return true;
-    return static_cast<int128>(p.numerator) * q.denominator < static_cast<int128>(q.numerator) * p.denominator;
-}
 
 int signOf(int128 value) { return (value > 0) - (value < 0); }
 
@@ -66,7 +55,8 @@ bool mayHide(const qe::qeBBox& node, const qe::qeBBox& query) {
 // Far beyond any value at a grid point, and small enough that the difference
 // of a positive and a negative clamped value fits 64 bits.
 constexpr int64_t kValueLimit = (int64_t{1} << 62) - 1;
-static_assert(3 * (exact::int128{1} << 60) < kValueLimit, "values at grid points stay below the limit");
+static_assert(2 * (exact::int128{1} << exact::kMaxVolumeBits) < kValueLimit,
+              "values at grid points stay below the limit");
 
 // An estimate of the function at the record's crossing. The truncated offset
 // has the sign of the corner difference and at most its magnitude (up to one
@@ -85,15 +75,15 @@ int64_t approximateAtCrossing(const tPointOnEdge& end, const tCornerValues& f) {
 // end; the caller has established exactly that its signs there are opposite,
 // so the estimates are forced to keep those signs and the cut lies strictly
 // inside (0, 1).
-tRational cutAt(int firstSign, int64_t firstValue, int64_t secondValue) {
+exact::Fraction cutAt(int firstSign, int64_t firstValue, int64_t secondValue) {
     if (firstSign > 0) {
         const int64_t positive = std::max<int64_t>(firstValue, 1);
         const int64_t negative = std::min<int64_t>(secondValue, -1);
-        return tRational{positive, positive - negative};
+        return exact::Fraction{positive, positive - negative};
     }
     const int64_t positive = std::max<int64_t>(secondValue, 1);
     const int64_t negative = std::min<int64_t>(firstValue, -1);
-    return tRational{-negative, positive - negative};
+    return exact::Fraction{-negative, positive - negative};
 }
 
 }  // namespace
@@ -104,11 +94,9 @@ void tInternal::computeEdgeOcclusion(const tEdge& edge, std::vector<RationalInte
     const BakedVertex& q = edge.second.point;
     // One grid unit of margin keeps occluders that the rounded-down grid
     // points would just miss.
-    const auto lower = [](int32_t u, int32_t v) { return static_cast<float>(int64_t{std::min(u, v)} - 1); };
-    const auto upper = [](int32_t u, int32_t v) { return static_cast<float>(int64_t{std::max(u, v)} + 1); };
-    const qe::qeBBox box(Wm4::Vector3<float>(lower(p.x, q.x), lower(p.y, q.y), lower(p.z, q.z)),
-                         Wm4::Vector3<float>(upper(p.x, q.x), upper(p.y, q.y), upper(p.z, q.z)));
-    computeEdgeOcclusionIter(0, edge, box, list);
+    const BakedVertex low{std::min(p.x, q.x), std::min(p.y, q.y), std::min(p.z, q.z)};
+    const BakedVertex high{std::max(p.x, q.x), std::max(p.y, q.y), std::max(p.z, q.z)};
+    computeEdgeOcclusionIter(0, edge, exact::GridBox(low, high, 1), list);
 }
 
 void tInternal::computeEdgeOcclusionIter(unsigned int node, const tEdge& edge, const qe::qeBBox& box,
@@ -143,8 +131,8 @@ bool tInternal::computeTriangleEdgeOcclusion(const tEdge& edge, unsigned int tri
     const std::vector<BakedVertex>& vertices = bakedTriangles->getVertices();
     const uint32_t* corner = &bakedTriangles->getTriangles()[3 * static_cast<size_t>(triangle)];
     const BakedVertex* t[3] = {&vertices[corner[0]], &vertices[corner[1]], &vertices[corner[2]]};
-    tRational from{0, 1};
-    tRational to{1, 1};
+    exact::Fraction from{0, 1};
+    exact::Fraction to{1, 1};
 
     // Narrows [from, to] by the half-space where f < 0; false when the edge
     // lies wholly in f >= 0 (nothing hidden whatever the other tests say).
@@ -154,10 +142,10 @@ bool tInternal::computeTriangleEdgeOcclusion(const tEdge& edge, unsigned int tri
         const int sign1 = signAtCrossing(first, f1);
         const int sign2 = signAtCrossing(second, f2);
         if (sign1 * sign2 != -1) return sign1 + sign2 < 0;
-        const tRational cut = cutAt(sign1, approximateAtCrossing(first, f1), approximateAtCrossing(second, f2));
+        const exact::Fraction cut = cutAt(sign1, approximateAtCrossing(first, f1), approximateAtCrossing(second, f2));
         if (sign1 > 0) {
-            if (isLess(from, cut)) from = cut;
-        } else if (isLess(cut, to)) {
+            if (exact::LessNegativeFirst(from, cut)) from = cut;
+        } else if (exact::LessNegativeFirst(cut, to)) {
             to = cut;
         }
         return true;
@@ -171,14 +159,9 @@ bool tInternal::computeTriangleEdgeOcclusion(const tEdge& edge, unsigned int tri
     for (int k = 0; k < 3; ++k) {
         const BakedVertex& u = *t[k];
         const BakedVertex& w = *t[(k + 1) % 3];
-        const int64_t stepX = int64_t{w.x} - u.x;
-        const int64_t stepY = int64_t{w.y} - u.y;
-        const auto side = [&](const BakedVertex& x) {
-            return (int64_t{x.x} - u.x) * stepY - (int64_t{x.y} - u.y) * stepX;
-        };
-        if (!narrow(side)) return false;
+        if (!narrow([&](const BakedVertex& x) { return -exact::ScreenSide(x, u, w); })) return false;
         // Bounds only tighten, so an empty range stays empty.
-        if (!isLess(from, to)) return false;
+        if (!exact::LessNegativeFirst(from, to)) return false;
     }
     a = Wm4::Vector2<long>(from.numerator, from.denominator);
     b = Wm4::Vector2<long>(to.numerator, to.denominator);

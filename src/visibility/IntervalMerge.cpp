@@ -2,24 +2,16 @@
 
 #include <algorithm>
 
-#include "projection/ExactArithmetic.h"
+#include "exact/Exact.h"
 
 namespace ctr {
 
 namespace {
 
-using exact::uint128;
-
-// n1/d1 < n2/d2 by cross products taken as unsigned 128-bit numbers. For the
-// non-negative numerators and positive denominators the query produces this
-// is the exact order of the fractions; for anything else it is still defined
-// (the products wrap) and merely meaningless.
-bool CrossLess(int64_t n1, int64_t d1, int64_t n2, int64_t d2) {
-    return static_cast<uint128>(n1) * static_cast<uint128>(d2) < static_cast<uint128>(n2) * static_cast<uint128>(d1);
-}
+using exact::UnsignedCrossLess;
 
 bool StartsBefore(const RationalInterval& p, const RationalInterval& q) {
-    return CrossLess(p.startNumerator, p.startDenominator, q.startNumerator, q.startDenominator);
+    return UnsignedCrossLess(p.startNumerator, p.startDenominator, q.startNumerator, q.startDenominator);
 }
 
 // Below this length a guarded insertion sort beats the allocation of a
@@ -54,12 +46,12 @@ void SortAndMergeIntervals(std::vector<RationalInterval>& list) {
     RationalInterval current = list[0];
     for (size_t i = 1; i < list.size(); ++i) {
         const RationalInterval& next = list[i];
-        if (next.startNumerator >= 0 &&
-            CrossLess(current.endNumerator, current.endDenominator, next.startNumerator, next.startDenominator)) {
+        if (next.startNumerator >= 0 && UnsignedCrossLess(current.endNumerator, current.endDenominator,
+                                                          next.startNumerator, next.startDenominator)) {
             list[emitted++] = current;
             current = next;
-        } else if (next.endNumerator >= 0 &&
-                   CrossLess(current.endNumerator, current.endDenominator, next.endNumerator, next.endDenominator)) {
+        } else if (next.endNumerator >= 0 && UnsignedCrossLess(current.endNumerator, current.endDenominator,
+                                                               next.endNumerator, next.endDenominator)) {
             current.endNumerator = next.endNumerator;
             current.endDenominator = next.endDenominator;
         }

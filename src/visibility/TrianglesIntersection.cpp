@@ -1,29 +1,23 @@
 // The search for intersecting triangle pairs over the hierarchy, and the
 // exact test of one pair.
 //
-// Bounds (see the bit budget in ExactArithmetic.h): grid coordinates differ by
-// at most 2^31, so the plane distances below are those of PlaneDistance
-// (|d| < 2^62) and a difference of two of them stays below 2^63. A crossing
-// parameter is therefore a 64-bit fraction, and the floor of a crossing needs
-// products of at most 2^32 * 2^63 < 2^128.
+// Bounds (the bit budget in exact/Exact.h): a plane distance, and the
+// difference of two of them, is at most 2^62 in magnitude, so a crossing
+// parameter is a 64-bit fraction whose floor along an edge is exact.
 
 #include "ctr/TrianglesIntersection.h"
 
 #include <algorithm>
 
+#include "exact/Exact.h"
 #include "parallel/Chunks.h"
-#include "projection/ExactArithmetic.h"
 #include "visibility/IntersectionInternal.h"
 
 namespace ctr {
 
 namespace {
 
-using exact::uint128;
 using tPointOnEdge = TrianglesIntersection::tInternal::tPointOnEdge;
-
-static_assert(static_cast<uint128>(1) << 32 << 63 < static_cast<uint128>(1) << 127,
-              "coordinate span times parameter numerator fits 128 bits");
 
 bool straddles(const int64_t (&distance)[3]) {
     const bool below = distance[0] < 0 || distance[1] < 0 || distance[2] < 0;
@@ -53,38 +47,11 @@ void findCrossings(const BakedVertex (&corner)[3], const int64_t (&distance)[3],
         }
         const BakedVertex& a = crossing.edgeStart;
         const BakedVertex& b = crossing.edgeEnd;
-        crossing.point = BakedVertex{FloorAlongSegment(a.x, b.x, crossing.numerator, crossing.denominator),
-                                     FloorAlongSegment(a.y, b.y, crossing.numerator, crossing.denominator),
-                                     FloorAlongSegment(a.z, b.z, crossing.numerator, crossing.denominator)};
+        crossing.point = exact::FloorAlong(a, b, exact::Fraction{crossing.numerator, crossing.denominator});
     }
 }
 
 }  // namespace
-
-int32_t FloorAlongSegment(int32_t a, int32_t b, int64_t numerator, int64_t denominator) {
-    // From the smaller end the offset is non-negative, so its floor is a plain
-    // integer quotient: the largest k with k * denominator <= span * part.
-    int32_t base = a;
-    int64_t span = int64_t{b} - a;
-    int64_t part = numerator;
-    if (b < a) {
-        base = b;
-        span = int64_t{a} - b;
-        part = denominator - numerator;
-    }
-    if (span == 0 || part <= 0 || denominator <= 0) return base;
-    if (part >= denominator) return static_cast<int32_t>(int64_t{base} + span);
-    const uint128 target = static_cast<uint128>(span) * static_cast<uint64_t>(part);
-    const uint128 divisor = static_cast<uint64_t>(denominator);
-    int64_t k = exact::DoubleToInt64(static_cast<double>(span) *
-                                     (static_cast<double>(part) / static_cast<double>(denominator)));
-    // The estimate is off by a unit or two at most; clamping first keeps the
-    // correction loops short and the result between the two ends.
-    k = std::clamp<int64_t>(k, 0, span);
-    while (k < span && static_cast<uint128>(k + 1) * divisor <= target) ++k;
-    while (k > 0 && static_cast<uint128>(k) * divisor > target) --k;
-    return static_cast<int32_t>(int64_t{base} + k);
-}
 
 TrianglesIntersection::TrianglesIntersection(const BakedTriangles& triangles)
     : internal(std::make_unique<tInternal>(triangles)) {}
@@ -134,12 +101,10 @@ struct tNodePair {
 };
 
 qe::qeBBox floatBox(const BakedVertex (&v)[3]) {
-    return qe::qeBBox(Wm4::Vector3<float>(static_cast<float>(std::min({v[0].x, v[1].x, v[2].x})),
-                                          static_cast<float>(std::min({v[0].y, v[1].y, v[2].y})),
-                                          static_cast<float>(std::min({v[0].z, v[1].z, v[2].z}))),
-                      Wm4::Vector3<float>(static_cast<float>(std::max({v[0].x, v[1].x, v[2].x})),
-                                          static_cast<float>(std::max({v[0].y, v[1].y, v[2].y})),
-                                          static_cast<float>(std::max({v[0].z, v[1].z, v[2].z}))));
+    return exact::GridBox(BakedVertex{std::min({v[0].x, v[1].x, v[2].x}), std::min({v[0].y, v[1].y, v[2].y}),
+                                      std::min({v[0].z, v[1].z, v[2].z})},
+                          BakedVertex{std::max({v[0].x, v[1].x, v[2].x}), std::max({v[0].y, v[1].y, v[2].y}),
+                                      std::max({v[0].z, v[1].z, v[2].z})});
 }
 
 // Below this many levels of the pairing recursion the work is one task.
