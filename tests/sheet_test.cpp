@@ -18,6 +18,7 @@
 
 #include "ModelImport.h"
 #include "TestSupport.h"
+#include "ctr/ExportParameters.h"
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/SheetLines.h"
 #include "ctr/SheetWriter.h"
@@ -166,6 +167,24 @@ TEST(HiddenLines, CompleteTheVisiblePiecesOnRealModels) {
                 if (set) hidden += ExpectComplement(*set, what);
             // Seen from outside, some of every closed model is behind the rest.
             EXPECT_GT(hidden, 0u) << what;
+
+            // A host's sheet of the same record: the hidden layer only when
+            // enabled, first, with its pieces.
+            ctr::SheetWriter sheet;
+            EXPECT_FALSE(sheet.addFeatures(features, hiddenIntersections));  // no view yet
+            sheet.addView(ctr::ExportParameters(space));
+            for (const bool withHidden : {false, true}) {
+                sheet.setLayerEnabled(ctr::SheetLayer::kHidden, withHidden);
+                ASSERT_TRUE(sheet.addFeatures(features, hiddenIntersections));
+                std::ostringstream out;
+                ASSERT_TRUE(sheet.write(out));
+                const std::string text = out.str();
+                const size_t layer = text.find("<g id=\"hidden\"");
+                EXPECT_EQ(layer != std::string::npos, withHidden) << what;
+                if (withHidden) {
+                    EXPECT_EQ(text.compare(text.find('\n', layer) + 1, 9, "  <path d"), 0) << what;
+                }
+            }
         }
 }
 
