@@ -77,6 +77,13 @@ public:
     // of the intersection lines. A notifier may stop it between the steps;
     // what was reached stays in features.
     void computeGeometricFeatures(GeometricFeatures& features, unsigned int cluster, bool removeCommonSegments);
+    // The same, and when hiddenIntersectionEdges is given, the hidden pieces
+    // of the intersection lines into it (see
+    // TrianglesIntersection::computeIntersectionEdges); null when there are
+    // none or the computation stopped before them. The crease and silhouette
+    // sets carry their hidden parts already (see BakeHiddenSegments).
+    void computeGeometricFeatures(GeometricFeatures& features, unsigned int cluster, bool removeCommonSegments,
+                                  qe::qePointer<LineSegmentSet>* hiddenIntersectionEdges);
 
     // Clips every segment of set to the view and stores, per segment, its
     // clip record and the merged parameter intervals in which the cluster's

@@ -35,6 +35,12 @@ public:
     // intersection line, in world space, one segment and two vertices per
     // piece. Null when nothing is visible or the computation was cancelled.
     LineSegmentSet* computeIntersectionEdges() const;
+    // The same, and the hidden pieces of the lines into hiddenPieces (when
+    // given; null when nothing is hidden): the parts the visible pieces
+    // leave, cut at the same grid points and taken to world space alike, so
+    // that a visible and a hidden piece that meet share their end point. A
+    // piece less than one grid cell long on screen is dropped from either.
+    LineSegmentSet* computeIntersectionEdges(qe::qePointer<LineSegmentSet>* hiddenPieces) const;
 
     // The internal state, for code built against the library's internal
     // headers.

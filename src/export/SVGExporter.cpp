@@ -12,39 +12,9 @@
 #include "qe/qePointer.h"
 #include "qe/qeStringUtils.h"
 
+#include "export/PathWriting.h"
+
 namespace ctr {
-
-namespace {
-
-// Before the first segment of a group no path is open yet.
-constexpr unsigned int kNoVertex = 0xFFFFFFFFu;
-
-// Every line is flushed as soon as it is complete, so that a write error
-// shows in the stream state of the writer that caused it.
-void EndLine(std::ostream& out) { out << '\n' << std::flush; }
-
-// A colour channel scaled to 0..255 by truncation: no rounding, no clamping,
-// and a negative channel wraps around as an unsigned 32-bit number. Values
-// that no 64-bit integer holds (NaN included) would make the conversion
-// undefined; they give 0, the low word of what x86 truncation yields.
-uint32_t ColorChannel(float channel) {
-    const float scaled = channel * 255.0f;
-    constexpr float kTwoTo63 = 9223372036854775808.0f;
-    if (!(scaled >= -kTwoTo63 && scaled < kTwoTo63)) return 0u;
-    return static_cast<uint32_t>(static_cast<int64_t>(scaled));
-}
-
-// Every index of the set names an existing vertex position.
-bool IndicesNameVertices(const qe::qeVertexBuffer& vertices, const qe::qeIndexBuffer& indices) {
-    if (!vertices.GetAttributes().HasPosition()) return false;
-    const unsigned int vertexCount = static_cast<unsigned int>(vertices.GetVertexQuantity());
-    const unsigned int* data = indices.GetData();
-    for (int i = 0; i < indices.GetIndexQuantity(); ++i)
-        if (data[i] >= vertexCount) return false;
-    return true;
-}
-
-}  // namespace
 
 class SVGExporter::tInternal {
 public:
@@ -74,9 +44,6 @@ private:
     bool exportHeader();
     bool exportLines(const std::string& groupId, const LineSegmentSet& set, const std::string& styleName);
     bool exportFooter();
-
-    // The sheet position of a vertex of set, y pointing down the page.
-    Wm4::Vector2<float> projectVertex(const LineSegmentSet& set, unsigned int index) const;
 };
 
 bool SVGExporter::tInternal::exportHeader() {
@@ -98,20 +65,6 @@ bool SVGExporter::tInternal::exportHeader() {
     return stream.good();
 }
 
-Wm4::Vector2<float> SVGExporter::tInternal::projectVertex(const LineSegmentSet& set, unsigned int index) const {
-    const Wm4::Vector3<float> world = set.World.ApplyForward(set.VBuffer->Position3(static_cast<int>(index)), true);
-    const Wm4::Vector4<float> clip = Wm4::Vector4<float>(world[0], world[1], world[2], 1.0f) *
-                                     exportParameters->getProjectionSpace().getWorldToClip();
-    // The segments were cut to the view already, so w is not tested here.
-    const float u = clip[0] / clip[3];
-    const float v = clip[1] / clip[3];
-    const Wm4::Matrix2<float>& fit = exportParameters->getBestFitTransform();
-    const Wm4::Vector2<float>& offset = exportParameters->getPageOffset();
-    const float x = fit[0][0] * u + fit[0][1] * v + offset[0];
-    const float y = fit[1][0] * u + fit[1][1] * v + offset[1];
-    return Wm4::Vector2<float>(x, exportParameters->getPageSizeInMM()[1] - y);
-}
-
 bool SVGExporter::tInternal::exportLines(const std::string& groupId, const LineSegmentSet& set,
                                          const std::string& styleName) {
     if (!exportParameters || !isWritable()) return false;
@@ -128,31 +81,14 @@ bool SVGExporter::tInternal::exportLines(const std::string& groupId, const LineS
         stream << "<g";
     else
         stream << "<g id=\"" << groupId << '"';
-    const Wm4::ColorRGB& color = style->second.color;
-    stream << " fill=\"none\" stroke-linecap=\"round\" stroke-linejoin=\"round\" stroke=\"rgb("
-           << ColorChannel(color.R()) << ',' << ColorChannel(color.G()) << ',' << ColorChannel(color.B())
-           << ")\" stroke-width=\"" << style->second.width;
+    stream << " fill=\"none\" stroke-linecap=\"round\" stroke-linejoin=\"round\" stroke=\"";
+    WriteRgb(stream, style->second.color);
+    stream << "\" stroke-width=\"" << style->second.width;
 
-    const unsigned int* indices = set.IBuffer->GetData();
-    unsigned int lastIndex = kNoVertex;
-    // Paths are chained by shared vertex indices only; equal positions under
-    // different indices start a new path.
-    for (int i = 0; i + 1 < indexCount; i += 2) {
-        const unsigned int a = indices[i];
-        const unsigned int b = indices[i + 1];
-        const Wm4::Vector2<float> end = projectVertex(set, b);
-        if (a != lastIndex) {
-            stream << (lastIndex == kNoVertex ? "\">" : "\"/>");
-            EndLine(stream);
-            const Wm4::Vector2<float> start = projectVertex(set, a);
-            stream << "  <path d=\"M" << start[0] << ',' << start[1] << " L" << end[0] << ',' << end[1] << ' ';
-        } else {
-            stream << 'L' << end[0] << ',' << end[1] << ' ';
-        }
-        lastIndex = b;
-    }
-    stream << "\"/>";
-    EndLine(stream);
+    // The first path closes the group's start tag.
+    PathWriter paths(stream, "\">");
+    paths.add(set, *exportParameters);
+    paths.finish();
     stream << "</g>";
     EndLine(stream);
     return stream.good();

@@ -13,18 +13,26 @@ LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeSilhouetteEdges(un
     return LineSegmentSet::FuseLineSegmentSets(perMesh.sets);
 }
 
-LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeIntersectionEdges(unsigned int cluster) const {
+LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeIntersectionEdges(
+    unsigned int cluster, qe::qePointer<LineSegmentSet>* hidden) const {
     if (cluster >= bakedTriangles.size()) return nullptr;
     // Only the cluster's own triangles cut each other; hide-only meshes do
     // not take part.
     TrianglesIntersection intersection(bakedTriangles[cluster]);
     intersection.setProgressNotifier(progressNotifier);
     intersection.setExecutor(executor);
-    return intersection.computeIntersectionEdges();
+    return intersection.computeIntersectionEdges(hidden);
 }
 
 void GeometricFeaturesGenerator::computeGeometricFeatures(GeometricFeatures& features, unsigned int cluster,
                                                           bool removeCommonSegments) {
+    computeGeometricFeatures(features, cluster, removeCommonSegments, nullptr);
+}
+
+void GeometricFeaturesGenerator::computeGeometricFeatures(GeometricFeatures& features, unsigned int cluster,
+                                                          bool removeCommonSegments,
+                                                          qe::qePointer<LineSegmentSet>* hiddenIntersectionEdges) {
+    if (hiddenIntersectionEdges) *hiddenIntersectionEdges = nullptr;
     const tInternal& state = *internal;
     qe::qeProgressNotifierInterface* notifier = state.progressNotifier;
     const auto cancelled = [notifier]() { return notifier && notifier->shouldCancel(); };
@@ -67,7 +75,7 @@ void GeometricFeaturesGenerator::computeGeometricFeatures(GeometricFeatures& fea
     if (features.silhouetteEdges) computeOcclusion(*features.silhouetteEdges, cluster);
     if (cancelled()) return;
     steps.start(FeatureStep::kIntersections);
-    features.intersectionEdges = state.computeIntersectionEdges(cluster);
+    features.intersectionEdges = state.computeIntersectionEdges(cluster, hiddenIntersectionEdges);
 }
 
 }  // namespace ctr

@@ -36,8 +36,10 @@ public:
     // world-space set; null when there are none.
     LineSegmentSet* computeSilhouetteEdges(unsigned int cluster) const;
     // The visible pieces of the lines where the cluster's triangles cut each
-    // other; null when there are none or when cancelled.
-    LineSegmentSet* computeIntersectionEdges(unsigned int cluster) const;
+    // other; null when there are none or when cancelled. hidden, when given,
+    // gets their hidden pieces.
+    LineSegmentSet* computeIntersectionEdges(unsigned int cluster,
+                                             qe::qePointer<LineSegmentSet>* hidden = nullptr) const;
 
     // The baked triangles point at this member: tInternal never moves.
     DiscreteProjectionSpace projectionSpace;

@@ -14,6 +14,8 @@
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/LineSegmentSet.h"
 #include "ctr/SVGExporter.h"
+#include "ctr/SheetLines.h"
+#include "ctr/SheetWriter.h"
 
 namespace contour {
 
@@ -180,7 +182,9 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     generator.setSingleExportCluster(meshes, &occluders);
     if (cancelled()) return false;
 
-    generator.computeGeometricFeatures(features, 0, !options.keepCommon);
+    qe::qePointer<ctr::LineSegmentSet> hiddenIntersections;
+    generator.computeGeometricFeatures(features, 0, !options.keepCommon,
+                                       options.hiddenLines ? &hiddenIntersections : nullptr);
     if (cancelled()) return false;
     // The steps that count their work are over, whatever they counted.
     if (monitor) monitor->advanceProgress(monitor->getRemainingProgress());
@@ -206,11 +210,14 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         qe::qePointer<ctr::LineSegmentSet>& set;
         LineKindStats& stats;
         const char* style;
+        ctr::SheetLayer layer;
         qe::qePointer<ctr::LineSegmentSet> visible;
-    } kinds[] = {{features.creaseEdges, stats.crease, "crease", nullptr},
-                 {features.silhouetteEdges, stats.silhouette, "silhouette", nullptr},
-                 // Intersection lines are drawn like silhouettes.
-                 {features.intersectionEdges, stats.intersection, "silhouette", nullptr}};
+    } kinds[] = {
+        {features.creaseEdges, stats.crease, "crease", ctr::SheetLayer::kCreases, nullptr},
+        {features.silhouetteEdges, stats.silhouette, "silhouette", ctr::SheetLayer::kSilhouettes, nullptr},
+        // Intersection lines are drawn like silhouettes (in a layer
+        // of their own on a layered sheet).
+        {features.intersectionEdges, stats.intersection, "silhouette", ctr::SheetLayer::kIntersections, nullptr}};
     clock.start("duplicates");
     for (tKind& kind : kinds)
         kind.stats.duplicatesRemoved = static_cast<size_t>(ctr::LineSegmentSet::RemoveDuplicateSegments(kind.set));
@@ -220,9 +227,53 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         kind.stats.visiblePieces = countSegments(kind.visible);
         kind.stats.inkMM = InkLength(kind.visible, camera.worldToClip, stats.fit);
     }
+    // The hidden pieces of every kind, on one layer.
+    std::vector<qe::qePointer<ctr::LineSegmentSet>> hidden;
+    if (options.hiddenLines) {
+        clock.start("hidden pieces");
+        hidden = {ctr::BakeHiddenSegments(features.creaseEdges), ctr::BakeHiddenSegments(features.silhouetteEdges),
+                  hiddenIntersections};
+        for (const qe::qePointer<ctr::LineSegmentSet>& set : hidden) {
+            stats.hidden.pieces += countSegments(set);
+            stats.hidden.inkMM += InkLength(set, camera.worldToClip, stats.fit);
+        }
+    }
     if (cancelled()) return false;
 
     clock.start("export");
+    if (options.layered()) {
+        ctr::SheetWriter sheet;
+        sheet.setTitle(options.title);
+        sheet.setDescription(options.description);
+        // The same widths and colour as the single-view file; hidden lines
+        // narrow beside the silhouettes, as ISO 128 pairs them.
+        const auto restyle = [&](ctr::SheetLayer layer, const std::optional<float>& width) {
+            ctr::SheetLineStyle style = sheet.getLayerStyle(layer);
+            if (width) style.width = *width;
+            if (options.color) style.color = *options.color;
+            sheet.setLayerStyle(layer, style);
+        };
+        restyle(ctr::SheetLayer::kCreases, options.creaseWidthMM);
+        restyle(ctr::SheetLayer::kSilhouettes, options.silhouetteWidthMM);
+        restyle(ctr::SheetLayer::kIntersections, options.silhouetteWidthMM);
+        const ctr::SheetLineStyle silhouetteStyle = sheet.getLayerStyle(ctr::SheetLayer::kSilhouettes);
+        sheet.setLayerStyle(ctr::SheetLayer::kHidden,
+                            ctr::DashedLineStyle(silhouetteStyle.color, ctr::NarrowLineWidth(silhouetteStyle.width)));
+        sheet.setLayerEnabled(ctr::SheetLayer::kHidden, options.hiddenLines);
+        sheet.addView(parameters);
+        bool added = true;
+        for (const tKind& kind : kinds)
+            if (kind.visible) added = added && sheet.addLines(kind.layer, *kind.visible);
+        for (const qe::qePointer<ctr::LineSegmentSet>& set : hidden)
+            if (set) added = added && sheet.addLines(ctr::SheetLayer::kHidden, *set);
+        if (!added || !sheet.writeFile(svgPath)) {
+            error = "writing '" + svgPath + "' failed";
+            return false;
+        }
+        stats.paths = countPaths(svgPath);
+        clock.start(nullptr);
+        return true;
+    }
     ctr::SVGExporter exporter;
     exporter.setExportParameters(parameters);
     exporter.setTitle(options.title);

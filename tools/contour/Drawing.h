@@ -33,6 +33,12 @@ struct DrawingOptions {
     // Creases that a silhouette repeats are drawn once, as silhouettes,
     // unless kept.
     bool keepCommon = false;
+    // Hidden lines drawn too, thin and dashed, in a layer of their own.
+    bool hiddenLines = false;
+    // The sheet in Inkscape layers, one per kind of line (always so with
+    // hidden lines); otherwise the exporter's single-view file.
+    bool layers = false;
+    bool layered() const { return layers || hiddenLines; }
 };
 
 // The segments of one kind of line on their way to the page.
@@ -46,6 +52,12 @@ struct LineKindStats {
     size_t beforeHiding() const { return found - commonRemoved - duplicatesRemoved; }
 };
 
+// The hidden pieces of all kinds, when drawn.
+struct HiddenStats {
+    size_t pieces = 0;
+    double inkMM = 0.0;  // length of those pieces on the page
+};
+
 struct PhaseTime {
     const char* name;
     double seconds;
@@ -53,6 +65,7 @@ struct PhaseTime {
 
 struct DrawingStats {
     LineKindStats crease, silhouette, intersection;
+    HiddenStats hidden;
     size_t paths = 0;
     CameraMatrices camera;
     // Normalised device coordinates to page millimetres: X = fit * (u, v) +
@@ -86,7 +99,8 @@ bool BitSizesAccepted(unsigned int xyBits, unsigned int zBits);
 std::string EscapeXml(const std::string& text);
 
 // Draws the lines of meshes, hidden where meshes or occluders cover them, into
-// the SVG file svgPath (created or truncated). False with a one-line reason,
+// the SVG file svgPath (created or truncated); layered, with the hidden lines
+// when asked for. False with a one-line reason,
 // or with stats.cancelled when the monitor asked to stop. With an executor
 // the library's parallel steps run on it; the file is the same either way.
 // Each line is drawn once: segments that repeat one of their kind are

@@ -60,6 +60,11 @@ bool WriteStats(const std::string& path, const ToolOptions& options, const RunSt
 
     struct rusage usage {};
     getrusage(RUSAGE_SELF, &usage);
+    Json segments = {{"crease", kind(drawing.crease)},
+                     {"silhouette", kind(drawing.silhouette)},
+                     {"intersection", kind(drawing.intersection)}};
+    if (options.drawing.hiddenLines)
+        segments["hidden"] = {{"pieces", drawing.hidden.pieces}, {"inkMM", drawing.hidden.inkMM}};
     const Json record = {
         {"tool",
          {{"name", "contour"}, {"version", qeContouringLib::Version::GetDescStringMajorMinorReleaseRevisionDate()}}},
@@ -78,10 +83,7 @@ bool WriteStats(const std::string& path, const ToolOptions& options, const RunSt
           {"fit", {{drawing.fit[0][0], drawing.fit[0][1]}, {drawing.fit[1][0], drawing.fit[1][1]}}},
           {"offsetMM", {drawing.offset[0], drawing.offset[1]}},
           {"worldUnitsPerMM", drawing.worldUnitsPerMM}}},
-        {"segments",
-         {{"crease", kind(drawing.crease)},
-          {"silhouette", kind(drawing.silhouette)},
-          {"intersection", kind(drawing.intersection)}}},
+        {"segments", segments},
         {"paths", drawing.paths},
         {"output", options.output},
         {"threads", run.threads},

@@ -129,11 +129,12 @@ int run(const contour::ToolOptions& options) {
         std::fprintf(stderr, "contour: %zu mesh%s, %zu triangles", meshes.size(), meshes.size() == 1 ? "" : "es",
                      triangles);
         if (!occluders.empty()) std::fprintf(stderr, " (+ %zu occluder triangles)", occluderTriangles);
-        std::fprintf(stderr,
-                     ", %zu crease, %zu silhouette and %zu intersection segments -> %zu paths in %s (%s), %.2f s\n",
-                     stats.crease.beforeHiding(), stats.silhouette.beforeHiding(), stats.intersection.beforeHiding(),
-                     stats.paths, options.output == "-" ? "standard output" : options.output.c_str(),
-                     options.pageLabel.c_str(), run.totalSeconds);
+        std::fprintf(stderr, ", %zu crease, %zu silhouette and %zu intersection segments", stats.crease.beforeHiding(),
+                     stats.silhouette.beforeHiding(), stats.intersection.beforeHiding());
+        if (options.drawing.hiddenLines) std::fprintf(stderr, " (%zu hidden pieces)", stats.hidden.pieces);
+        std::fprintf(stderr, " -> %zu paths in %s (%s), %.2f s\n", stats.paths,
+                     options.output == "-" ? "standard output" : options.output.c_str(), options.pageLabel.c_str(),
+                     run.totalSeconds);
     }
     return 0;
 }

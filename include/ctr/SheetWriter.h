@@ -1,0 +1,95 @@
+// A drawing sheet in layers: the lines of a view (later several, each placed
+// by its own export parameters) written as one SVG page in millimetres with
+// every kind of line in a layer of its own. Inkscape shows the layers as such,
+// so a reader can switch kinds on and off, and a plotter driver can take them
+// one by one. The single-view SVGExporter is left as it is.
+#ifndef CTR_SHEETWRITER_H
+#define CTR_SHEETWRITER_H
+
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "Wm4ColorRGB.h"
+#include "Wm4Vector2.h"
+
+#include "ctr/Export.h"
+#include "ctr/ExportParameters.h"
+#include "ctr/GeometricFeaturesGenerator.h"
+#include "ctr/LineSegmentSet.h"
+
+namespace ctr {
+
+// The layers in the order they are written, bottom first, so that visible
+// lines are drawn over hidden ones.
+enum class SheetLayer { kHidden, kCreases, kSilhouettes, kIntersections };
+constexpr int kSheetLayerCount = 4;
+
+struct CTR_API SheetLineStyle {
+    Wm4::ColorRGB color;
+    float width;  // sheet millimetres
+    // A dashed line: dashes and gaps in millimetres; 0 for a continuous line.
+    float dash;
+    float gap;
+};
+
+// Line widths of ISO 128: a narrow line is half as wide as the wide line of
+// the same group (0.5/0.25, 0.35/0.18, ...).
+CTR_API float NarrowLineWidth(float wideWidth);
+// A dashed line of width d as ISO 128-20 draws hidden edges: dashes of 12 d
+// and gaps of 3 d, so the pattern scales with the line.
+CTR_API SheetLineStyle DashedLineStyle(const Wm4::ColorRGB& color, float width);
+
+// Collects the lines of each view, then writes the sheet at once: the layers
+// span all views, so nothing can be written before the last view is in.
+// Nothing is thrown; failures are reported by results.
+class CTR_API SheetWriter {
+public:
+    class tInternal;
+
+    // Black lines as the SVG exporter draws them: creases 2/15 mm, silhouettes
+    // and intersections 0.2 mm; hidden lines dashed at the narrow width of
+    // the silhouettes. Every layer but the hidden one is enabled. The title
+    // is "Illustration"; the page takes the first view's size.
+    SheetWriter();
+    ~SheetWriter();
+    SheetWriter(const SheetWriter&) = delete;
+    SheetWriter& operator=(const SheetWriter&) = delete;
+
+    // A page size other than the first view's.
+    void setPageSizeInMM(const Wm4::Vector2<float>& size);
+    // Written verbatim (no escaping), like the exporter's.
+    void setTitle(const std::string& title);
+    void setDescription(const std::string& description);
+    void setLayerStyle(SheetLayer layer, const SheetLineStyle& style);
+    SheetLineStyle getLayerStyle(SheetLayer layer) const;
+    // A disabled layer is not written, and lines added to it are dropped.
+    void setLayerEnabled(SheetLayer layer, bool enabled);
+    bool isLayerEnabled(SheetLayer layer) const;
+
+    // Starts a view: the lines added after it are placed on the sheet by
+    // these parameters (camera, fit and page offset). Returns its number.
+    size_t addView(const ExportParameters& parameters);
+    // Adds to a layer of the latest view the visible pieces of set, as the
+    // SVG exporter draws a set: cut where its occlusion data says (a set
+    // without any, such as a set of pieces, is drawn whole) and chained into
+    // polylines over welded vertices. False without a view.
+    bool addLines(SheetLayer layer, const LineSegmentSet& set);
+    // Every kind of a feature record into the latest view: creases,
+    // silhouettes, intersections and, when the hidden layer is enabled, the
+    // hidden pieces of the creases and silhouettes (BakeHiddenSegments) and
+    // hiddenIntersectionEdges (from computeGeometricFeatures; may be null).
+    bool addFeatures(const GeometricFeatures& features, const LineSegmentSet* hiddenIntersectionEdges);
+
+    // The whole sheet. False when no view was added or the stream failed.
+    bool write(std::ostream& out) const;
+    // The same into a file (created or truncated).
+    bool writeFile(const std::string& fileName) const;
+
+private:
+    std::unique_ptr<tInternal> internal;
+};
+
+}  // namespace ctr
+
+#endif

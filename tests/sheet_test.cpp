@@ -1,0 +1,343 @@
+// Hidden lines and the layered sheet: the hidden pieces of every segment are
+// exactly what its visible pieces leave of the part in view, on real models
+// and on a random scene whose triangles cut each other; and the tool's
+// layered file is well formed, marks its Inkscape layers and renders.
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "ModelImport.h"
+#include "TestSupport.h"
+#include "ctr/ExportParameters.h"
+#include "ctr/GeometricFeaturesGenerator.h"
+#include "ctr/SheetLines.h"
+#include "ctr/SheetWriter.h"
+#include "ctr/TrianglesIntersection.h"
+#include "exact/Exact.h"
+#include "visibility/IntersectionInternal.h"
+#include "visibility/IntersectionPieces.h"
+#include "visibility/IntervalMerge.h"
+#include "visibility/SegmentPieces.h"
+
+namespace {
+
+using V3 = Wm4::Vector3<float>;
+using SetPointer = qe::qePointer<ctr::LineSegmentSet>;
+
+bool SameBits(const V3& a, const V3& b) { return std::memcmp(&a, &b, sizeof(V3)) == 0; }
+
+// The pieces of a set, each as its two end positions in model space.
+std::vector<std::pair<V3, V3>> Pieces(const ctr::LineSegmentSet* set) {
+    std::vector<std::pair<V3, V3>> pieces;
+    if (!set) return pieces;
+    const unsigned int* index = set->IBuffer->GetData();
+    for (int k = 0; k < set->getSegmentQuantity(); ++k)
+        pieces.emplace_back(set->VBuffer->Position3(static_cast<int>(index[2 * k])),
+                            set->VBuffer->Position3(static_cast<int>(index[2 * k + 1])));
+    return pieces;
+}
+
+// Segment k of source alone, with its hidden intervals and clip record.
+SetPointer SegmentAlone(const ctr::LineSegmentSet& source, int k) {
+    qe::qeAttributes attributes;
+    attributes.SetPositionChannels(3);
+    SetPointer one = new ctr::LineSegmentSet;
+    one->VBuffer = new qe::qeVertexBuffer(attributes, 2);
+    one->IBuffer = new qe::qeIndexBuffer(2, qe::qeIndexBuffer::IBT_LINE_LIST);
+    for (int end = 0; end < 2; ++end) {
+        const unsigned int index = source.IBuffer->GetData()[2 * k + end];
+        one->VBuffer->Position3(end) = source.VBuffer->Position3(static_cast<int>(index));
+        one->IBuffer->GetData()[end] = static_cast<unsigned int>(end);
+    }
+    one->occlusionIntervals = {source.occlusionIntervals[static_cast<size_t>(k)]};
+    one->segmentClips = {source.segmentClips[static_cast<size_t>(k)]};
+    return one;
+}
+
+// a/b < c/d for the ends of pieces (positive denominators).
+bool Before(const ctr::tPieceEnd& p, const ctr::tPieceEnd& q) {
+    return ctr::exact::Less(p.numerator, p.denominator, q.numerator, q.denominator);
+}
+
+// Per segment in view: its pieces, visible and hidden, tile the range in view
+// exactly (each starts where the one before ends, kinds alternate, none is
+// empty); and the baked pieces of both kinds, taken along the segment, meet
+// on bit-identical points and add up to its length in view. Returns the
+// number of hidden pieces seen.
+size_t ExpectComplement(const ctr::LineSegmentSet& set, const std::string& what) {
+    size_t hiddenPieces = 0;
+    size_t failures = 0;
+    const auto fail = [&](int k) {
+        return failures++ < 3 ? ::testing::AssertionFailure() << what << " segment " << k
+                              : ::testing::AssertionFailure();
+    };
+    for (int k = 0; k < set.getSegmentQuantity(); ++k) {
+        const ctr::LineSegmentSet::tSegmentClip& clip = set.segmentClips[static_cast<size_t>(k)];
+        if (!(clip.tStart < clip.tEnd)) continue;
+        std::vector<std::pair<bool, std::pair<ctr::tPieceEnd, ctr::tPieceEnd>>> parts;
+        ctr::ForEachSegmentPiece(&set.occlusionIntervals[static_cast<size_t>(k)],
+                                 [&](bool hidden, const ctr::tPieceEnd& from, const ctr::tPieceEnd& to) {
+                                     parts.push_back({hidden, {from, to}});
+                                 });
+        bool tiled = parts.front().second.first.kind == ctr::tPieceEnd::kSegmentStart &&
+                     parts.back().second.second.kind == ctr::tPieceEnd::kSegmentEnd;
+        for (size_t i = 0; i < parts.size(); ++i) {
+            const auto& [from, to] = parts[i].second;
+            tiled = tiled && Before(from, to);
+            if (i == 0) continue;
+            const ctr::tPieceEnd& previous = parts[i - 1].second.second;
+            tiled = tiled && parts[i - 1].first != parts[i].first && previous.kind == from.kind &&
+                    previous.numerator == from.numerator && previous.denominator == from.denominator;
+        }
+        if (!tiled) ADD_FAILURE() << fail(k).message() << ": the pieces do not tile [0, 1]";
+
+        // The baked pieces of this segment alone, ordered along it.
+        const SetPointer one = SegmentAlone(set, k);
+        const SetPointer visible = ctr::LineSegmentSet::BakeVisibleSegments(one);
+        const SetPointer hidden = ctr::BakeHiddenSegments(one);
+        const ctr::SegmentCutter cutter(one->VBuffer->Position3(0), one->VBuffer->Position3(1), clip);
+        const V3 start = cutter.clippedStart(), direction = cutter.clippedEnd() - start;
+        std::vector<std::pair<double, std::pair<V3, V3>>> along;
+        for (const auto& piece : Pieces(visible)) along.push_back({(piece.first - start).Dot(direction), piece});
+        const size_t visibleCount = along.size();
+        for (const auto& piece : Pieces(hidden)) along.push_back({(piece.first - start).Dot(direction), piece});
+        hiddenPieces += along.size() - visibleCount;
+        std::stable_sort(along.begin(), along.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+        double length = 0.0;
+        bool joined = along.size() == parts.size();
+        for (size_t i = 0; i < along.size(); ++i) {
+            length += (along[i].second.second - along[i].second.first).Length();
+            if (i > 0) joined = joined && SameBits(along[i - 1].second.second, along[i].second.first);
+        }
+        if (!joined) ADD_FAILURE() << fail(k).message() << ": the baked pieces do not meet end to end";
+        const double inView = direction.Length();
+        if (!(std::abs(length - inView) <= 1e-5 * inView + 1e-6))
+            ADD_FAILURE() << fail(k).message() << ": pieces " << length << " long, " << inView << " in view";
+    }
+    EXPECT_EQ(failures, 0u) << what;
+    return hiddenPieces;
+}
+
+// A camera looking at the meshes' box from a corner direction.
+void FrameMeshes(const std::vector<const qe::qeTriMesh*>& meshes, bool perspective,
+                 ctr::DiscreteProjectionSpace& space) {
+    V3 lo(1e30f, 1e30f, 1e30f), hi(-1e30f, -1e30f, -1e30f);
+    for (const qe::qeTriMesh* mesh : meshes)
+        for (int i = 0; i < mesh->VBuffer->GetVertexQuantity(); ++i) {
+            const V3 p = mesh->World.ApplyForward(mesh->VBuffer->Position3(i), true);
+            for (int a = 0; a < 3; ++a) lo[a] = std::min(lo[a], p[a]), hi[a] = std::max(hi[a], p[a]);
+        }
+    const V3 centre = (lo + hi) * 0.5f;
+    const float radius = std::max(0.5f * (hi - lo).Length(), 1e-3f);
+    const V3 eye = centre + V3(1.0f, 0.8f, 1.3f) * (2.5f * radius);
+    if (perspective)
+        ctr_test::PerspectiveCamera(space, eye, centre, 50.0f, 1.0f, 0.2f * radius, 6.0f * radius);
+    else
+        ctr_test::OrthoCamera(space, eye, centre, 1.2f * radius, 1.2f * radius, 0.2f * radius, 6.0f * radius);
+}
+
+TEST(HiddenLines, CompleteTheVisiblePiecesOnRealModels) {
+    for (const char* file :
+         {"cad/anchor.stl", "cad/joint.obj", "scenes/two_balls_intersecting.obj", "organic/spot.obj"})
+        for (const bool perspective : {false, true}) {
+            const std::string what = std::string(file) + (perspective ? " perspective" : " orthographic");
+            contour::ImportedModel model;
+            std::string error;
+            ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath(file), model, error)) << error;
+            ctr::DiscreteProjectionSpace space;
+            FrameMeshes(model.meshList(), perspective, space);
+            ctr::GeometricFeaturesGenerator generator;
+            generator.setProjectionSpace(space);
+            generator.setSingleExportCluster(model.meshList(), nullptr);
+            ctr::GeometricFeatures features;
+            SetPointer hiddenIntersections;
+            generator.computeGeometricFeatures(features, 0, true, &hiddenIntersections);
+            size_t hidden = 0;
+            for (const SetPointer& set : {features.creaseEdges, features.silhouetteEdges})
+                if (set) hidden += ExpectComplement(*set, what);
+            // Seen from outside, some of every closed model is behind the rest.
+            EXPECT_GT(hidden, 0u) << what;
+
+            // A host's sheet of the same record: the hidden layer only when
+            // enabled, first, with its pieces.
+            ctr::SheetWriter sheet;
+            EXPECT_FALSE(sheet.addFeatures(features, hiddenIntersections));  // no view yet
+            sheet.addView(ctr::ExportParameters(space));
+            for (const bool withHidden : {false, true}) {
+                sheet.setLayerEnabled(ctr::SheetLayer::kHidden, withHidden);
+                ASSERT_TRUE(sheet.addFeatures(features, hiddenIntersections));
+                std::ostringstream out;
+                ASSERT_TRUE(sheet.write(out));
+                const std::string text = out.str();
+                const size_t layer = text.find("<g id=\"hidden\"");
+                EXPECT_EQ(layer != std::string::npos, withHidden) << what;
+                if (withHidden) {
+                    EXPECT_EQ(text.compare(text.find('\n', layer) + 1, 9, "  <path d"), 0) << what;
+                }
+            }
+        }
+}
+
+// A visible and a hidden piece that meet share their end point bit for bit;
+// the visible pieces are those computeIntersectionEdges gives without asking
+// for the hidden ones.
+TEST(HiddenLines, IntersectionPiecesTileEveryEdge) {
+    std::mt19937 random(5);
+    std::uniform_real_distribution<float> coordinate(-1.0f, 1.0f);
+    std::vector<V3> corners;
+    for (int t = 0; t < 80; ++t) {
+        const V3 centre(coordinate(random), coordinate(random), coordinate(random));
+        for (int c = 0; c < 3; ++c)
+            corners.push_back(centre + V3(coordinate(random), coordinate(random), coordinate(random)) * 0.6f);
+    }
+    std::vector<unsigned int> indices(corners.size());
+    for (unsigned int i = 0; i < indices.size(); ++i) indices[i] = i;
+    const qe::qePointer<qe::qeTriMesh> mesh = ctr_test::MakeMesh(corners, indices);
+    ctr::DiscreteProjectionSpace space;
+    ctr_test::PerspectiveCamera(space, V3(2.0f, 1.5f, 3.0f), V3(0, 0, 0), 60.0f, 1.0f, 0.5f, 10.0f);
+    ctr::BakedTriangles baked;
+    baked.setProjectionSpace(&space);
+    baked.setMeshes({mesh});
+    baked.initialize();
+
+    const ctr::TrianglesIntersection intersection(baked);
+    ctr::TrianglesIntersection::tInternal::tEdgeList edges;
+    intersection.getInternal().findIntersectionEdges(edges);
+    ASSERT_GT(edges.size(), 20u);
+    size_t hiddenIntervals = 0;
+    for (const auto& edge : edges) {
+        std::vector<ctr::RationalInterval> hidden;
+        intersection.getInternal().computeEdgeOcclusion(edge, hidden);
+        ctr::SortAndMergeIntervals(hidden);
+        hiddenIntervals += hidden.size();
+        ctr::exact::Fraction reached{0, 1};
+        bool lastHidden = false, tiled = true;
+        size_t count = 0;
+        ctr::ForEachIntersectionPiece(
+            hidden, true, [&](bool isHidden, const ctr::exact::Fraction& from, const ctr::exact::Fraction& to) {
+                tiled = tiled && !ctr::exact::Less(from, reached) && !ctr::exact::Less(reached, from) &&
+                        ctr::exact::Less(from, to) && (count++ == 0 || isHidden != lastHidden);
+                reached = to;
+                lastHidden = isHidden;
+            });
+        EXPECT_TRUE(tiled && !ctr::exact::Less(reached, ctr::exact::Fraction{1, 1}) &&
+                    !ctr::exact::Less(ctr::exact::Fraction{1, 1}, reached));
+    }
+    ASSERT_GT(hiddenIntervals, 0u);
+
+    SetPointer hidden;
+    const SetPointer visible = intersection.computeIntersectionEdges(&hidden);
+    const SetPointer alone = intersection.computeIntersectionEdges();
+    ASSERT_TRUE(visible && alone && hidden);
+    const auto visiblePieces = Pieces(visible), alonePieces = Pieces(alone), hiddenPieces = Pieces(hidden);
+    ASSERT_EQ(visiblePieces.size(), alonePieces.size());
+    for (size_t i = 0; i < visiblePieces.size(); ++i)
+        EXPECT_TRUE(SameBits(visiblePieces[i].first, alonePieces[i].first) &&
+                    SameBits(visiblePieces[i].second, alonePieces[i].second));
+    // Every piece end inside an edge (not on the world point of one of its
+    // grid ends) is a cut, and there a visible and a hidden piece meet on the
+    // same point. (A piece under one grid cell long would be dropped and
+    // leave its neighbour alone; this scene has none.)
+    std::vector<V3> edgeEnds;
+    for (const auto& edge : edges)
+        for (const ctr::BakedVertex& g : {edge.first.point, edge.second.point})
+            edgeEnds.push_back(space.gridToWorld(g));
+    const auto endsOn = [](const std::vector<std::pair<V3, V3>>& pieces, const V3& point) {
+        return std::any_of(pieces.begin(), pieces.end(),
+                           [&](const auto& p) { return SameBits(p.first, point) || SameBits(p.second, point); });
+    };
+    size_t cuts = 0, unmatched = 0;
+    for (const auto* pieces : {&visiblePieces, &hiddenPieces})
+        for (const auto& piece : *pieces)
+            for (const V3& end : {piece.first, piece.second}) {
+                if (std::any_of(edgeEnds.begin(), edgeEnds.end(), [&](const V3& e) { return SameBits(e, end); }))
+                    continue;
+                ++cuts;
+                unmatched += !(endsOn(visiblePieces, end) && endsOn(hiddenPieces, end));
+            }
+    EXPECT_GT(cuts, 0u);
+    EXPECT_EQ(unmatched, 0u);
+}
+
+#ifdef CONTOUR_TOOL
+// The tool's layered file: the single-view file is left to the other tests.
+TEST(HiddenLines, ToolWritesInkscapeLayersThatRender) {
+    namespace fs = std::filesystem;
+    const fs::path folder = fs::temp_directory_path() / ("contour_sheet_" + std::to_string(getpid()));
+    fs::create_directories(folder);
+    const fs::path svg = folder / "joint.svg";
+    const std::string command = "'" CONTOUR_TOOL "' '" + ctr_test::ModelPath("cad/joint.obj") +
+                                "' --hidden --perspective -q -o '" + svg.string() + "' --stats '" +
+                                (folder / "joint.json").string() + "'";
+    ASSERT_EQ(std::system(command.c_str()), 0) << command;
+    std::stringstream read;
+    read << std::ifstream(svg).rdbuf();
+    const std::string text = read.str();
+
+    // Elements nest and close properly: a small check of the structure, with
+    // every start tag's name matched by its end tag.
+    std::vector<std::string> open;
+    size_t groups = 0, paths = 0;
+    bool nested = true;
+    for (size_t at = text.find('<'); at != std::string::npos && nested; at = text.find('<', at + 1)) {
+        const size_t close = text.find('>', at);
+        ASSERT_NE(close, std::string::npos);
+        const std::string tag = text.substr(at + 1, close - at - 1);
+        const std::string name = tag.substr(0, tag.find_first_of(" />"));
+        if (tag[0] == '?') continue;
+        if (tag[0] == '/') {
+            nested = !open.empty() && open.back() == tag.substr(1);
+            if (nested) open.pop_back();
+        } else if (tag.back() != '/') {
+            open.push_back(name);
+        }
+        groups += name == "g";
+        paths += name == "path";
+        if (name == "g" && open.size() == 2) {
+            EXPECT_NE(tag.find(" inkscape:groupmode=\"layer\""), std::string::npos) << tag;
+            EXPECT_NE(tag.find(" inkscape:label=\""), std::string::npos) << tag;
+            EXPECT_NE(tag.find(" stroke-width=\""), std::string::npos) << tag;
+        }
+    }
+    EXPECT_TRUE(nested && open.empty()) << "unbalanced elements";
+    EXPECT_EQ(groups, 4u);
+    EXPECT_GT(paths, 10u);
+    EXPECT_NE(text.find("xmlns:inkscape=\"http://www.inkscape.org/namespaces/inkscape\""), std::string::npos);
+    // Silhouettes 0.2 mm wide, so hidden lines 0.1 mm with 1.2 mm dashes and
+    // 0.3 mm gaps; hidden lines are drawn first, under the others.
+    const size_t hiddenLayer =
+        text.find("<g id=\"hidden\" inkscape:groupmode=\"layer\" inkscape:label=\"Hidden lines\"");
+    EXPECT_LT(hiddenLayer, text.find("<g id=\"creases\""));
+    EXPECT_NE(text.find("stroke-width=\"0.1\" stroke-linecap=\"butt\" stroke-linejoin=\"round\" "
+                        "stroke-dasharray=\"1.2 0.3\">\n  <path"),
+              std::string::npos);
+    std::stringstream stats;
+    stats << std::ifstream(folder / "joint.json").rdbuf();
+    EXPECT_NE(stats.str().find("\"hidden\": {\n      \"pieces\": "), std::string::npos);
+
+    if (std::system("command -v rsvg-convert >/dev/null 2>&1") != 0) {
+        fs::remove_all(folder);
+        GTEST_SKIP() << "rsvg-convert is not installed (scripts/install-deps.sh installs librsvg2-bin); not rendered";
+    }
+    const fs::path png = folder / "joint.png";
+    EXPECT_EQ(std::system(("rsvg-convert -w 400 -o '" + png.string() + "' '" + svg.string() + "'").c_str()), 0);
+    std::ifstream image(png, std::ios::binary);
+    char signature[8] = {};
+    image.read(signature, 8);
+    EXPECT_EQ(std::string(signature + 1, 3), "PNG");
+    EXPECT_GT(fs::file_size(png), 1000u);
+    fs::remove_all(folder);
+}
+#endif
+
+}  // namespace
