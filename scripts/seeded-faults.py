@@ -4,14 +4,19 @@
 Each fault in the list (scripts/seeded-faults.txt by default) replaces one
 exact piece of text in one source file. For every fault the script applies it
 to a scratch copy of the tree, builds incrementally, runs ctest and records
-whether the suite noticed. The checkout itself is never modified; the scratch
+whether the suite noticed. The checkout itself is not modified; the scratch
 copy is restored after every fault, whatever way the run ends, and is kept
-between runs so that later runs build incrementally.
+between runs so that later runs build incrementally. With --in-place the
+faults go into the checkout itself (saving the first full build of a scratch
+copy), and each file is restored in the same way.
 
   scripts/seeded-faults.py                    all faults
   scripts/seeded-faults.py ID [ID...]         only these faults
   scripts/seeded-faults.py --check            only verify that every fault applies
   scripts/seeded-faults.py --list-ids         print the ids and files
+  scripts/seeded-faults.py --in-place build   fault this checkout itself, built in
+                                              its folder "build" (the files the
+                                              faults touch must be unmodified)
 
 Fault list format: blocks separated by blank lines, one "key: value" per line.
   id:      short unique name
@@ -185,6 +190,8 @@ def main():
     parser.add_argument("--timeout", type=int, default=120, help="per-test ctest timeout in seconds")
     parser.add_argument("--check", action="store_true", help="only verify that every fault applies")
     parser.add_argument("--list-ids", action="store_true")
+    parser.add_argument("--in-place", metavar="BUILD_DIR",
+                        help="apply the faults to this checkout and build in BUILD_DIR (already configured)")
     parser.add_argument("--no-baseline", action="store_true", help="skip the clean build and test run")
     parser.add_argument("--results", help="also write the table as tab-separated values to this file")
     args = parser.parse_args()
@@ -207,14 +214,22 @@ def main():
 
     scratch = os.path.abspath(args.scratch)
     tree, build_dir, logs = (os.path.join(scratch, d) for d in ("tree", "build", "logs"))
-    os.makedirs(tree, exist_ok=True)
     os.makedirs(logs, exist_ok=True)
-    sync_tree(ROOT, tree)
+    if args.in_place:
+        tree, build_dir = ROOT, os.path.abspath(args.in_place)
+        touched = sorted({f["file"] for f in faults})
+        if subprocess.run(["git", "-C", ROOT, "diff", "--quiet", "HEAD", "--"] + touched).returncode != 0:
+            raise FaultListError("--in-place needs the faulted files unmodified: " + " ".join(touched))
+        if not os.path.isfile(os.path.join(build_dir, "CMakeCache.txt")):
+            raise FaultListError(f"--in-place: {build_dir} is not a configured build folder")
+    else:
+        os.makedirs(tree, exist_ok=True)
+        sync_tree(ROOT, tree)
     configure = ["cmake", "-S", tree, "-B", build_dir, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
                  "-DCTR_WARNINGS_AS_ERRORS=ON", "-DCTR_BUILD_TESTS=ON", "-DCTR_BUILD_BENCH=OFF"]
     if os.path.isdir(args.models_dir):
         configure.append("-DCTR_MODELS_DIR=" + os.path.abspath(args.models_dir))
-    if run(configure, os.path.join(logs, "configure.log")) != 0:
+    if not args.in_place and run(configure, os.path.join(logs, "configure.log")) != 0:
         print(f"configure failed, see {logs}/configure.log", file=sys.stderr)
         return 2
 
