@@ -412,6 +412,19 @@ TEST(FeatureOcclusion, HiddenIntervalsOfSimpleSegmentsAndUntouchedSets) {
     EXPECT_EQ(Clips(*set), (std::vector<ClipRecord>{{0.5f, 0.25f, 1.0f, 1.0f}}));
 }
 
+// A triangle's sides belong to it: segments behind the square that lie
+// exactly on its border on screen (as the back edges of a box seen head-on
+// do) are hidden, not drawn over the front edges.
+TEST(FeatureOcclusion, SegmentsAlongAnOccludersBorderAreHidden) {
+    SquareScene scene;
+    const SetPointer set =
+        LineSet({V3(-0.5f, -0.5f, 0.5f), V3(0.5f, -0.5f, 0.5f), V3(-0.5f, 0.5f, 0.5f)}, {0, 1, 0, 2});
+    scene.generator.computeOcclusion(*set, 0);
+    ASSERT_EQ(set->occlusionIntervals.size(), 2u);
+    for (const std::vector<RI>& hidden : set->occlusionIntervals)
+        EXPECT_EQ(ctr_test::Canonical(hidden, true), std::vector<RI>{kWhole});
+}
+
 TEST(FeatureOcclusion, ReportsProgressPerSegmentAndStopsWhenCancelled) {
     struct Notifier : qe::qeProgressNotifierInterface {
         int cancelAfter, advances = 0, checks = 0;
