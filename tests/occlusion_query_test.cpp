@@ -223,42 +223,4 @@ TEST(OcclusionQuery, DepthsCloserThanAFloatStepAreNeverPruned) {
     }
 }
 
-TEST(OcclusionQuery, ResultDoesNotDependOnTriangleOrder) {
-    // The same surface with its triangles shuffled and their corners rotated
-    // hides the same parts of every edge.
-    contour::ImportedModel imported;
-    std::string error;
-    ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath("cad/anchor.stl"), imported, error)) << error;
-    const qe::qeTriMesh& mesh = *imported.meshes[0];
-    std::vector<V3> positions;
-    for (int i = 0; i < mesh.VBuffer->GetVertexQuantity(); ++i) positions.push_back(mesh.VBuffer->Position3(i));
-    std::vector<unsigned> order(static_cast<size_t>(mesh.GetTriangleQuantity()));
-    std::iota(order.begin(), order.end(), 0u);
-    std::mt19937 random(99);
-    std::shuffle(order.begin(), order.end(), random);
-    std::vector<unsigned> indices;
-    for (const unsigned t : order) {
-        int v[3];
-        mesh.GetTriangle(static_cast<int>(t), v[0], v[1], v[2]);
-        const int r = static_cast<int>(t % 3);
-        for (int c = 0; c < 3; ++c) indices.push_back(static_cast<unsigned>(v[(c + r) % 3]));
-    }
-    const auto shuffled = ctr_test::MakeMesh(positions, indices);
-
-    const V3 center = mesh.WorldBound.center();
-    const float radius = (mesh.WorldBound.Max - mesh.WorldBound.Min).Length() * 0.5f;
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::OrthoCamera(space, center + V3(0.2f, 0.9f, 0.4f) * (3.0f * radius), center, radius, radius, 0.5f * radius,
-                          6.0f * radius);
-    const auto original = BakeAll(space, imported.meshList());
-    const auto reordered = BakeAll(space, {shuffled});
-    std::uniform_int_distribution<int32_t> coordinate(0, 1048575);
-    for (int i = 0; i < 300; ++i) {
-        const ctr::BakedVertex a{coordinate(random), coordinate(random), coordinate(random)};
-        const ctr::BakedVertex b{coordinate(random), coordinate(random), coordinate(random)};
-        EXPECT_EQ(Canonical(Query(original->triangles, a, b), true),
-                  Canonical(Query(reordered->triangles, a, b), true));
-    }
-}
-
 }  // namespace
