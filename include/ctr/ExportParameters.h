@@ -26,6 +26,10 @@ public:
     // World length that one millimetre of the sheet stands for, at the near
     // plane of a perspective camera.
     float getWorldUnitsPerMM() const;
+    // Places the view by a mapping of the host's instead of the best fit (a
+    // view at a fixed scale, one of several on a sheet), until the best fit
+    // is computed again. getBestFitTransform() then returns this transform.
+    void setTransform(const Wm4::Matrix2<float>& transform, const Wm4::Vector2<float>& offset);
 
     const DiscreteProjectionSpace& getProjectionSpace() const { return projectionSpace; }
     const Wm4::Vector2<float>& getPageSizeInMM() const { return pageSizeInMM; }

@@ -17,6 +17,7 @@
 #include "ctr/ExportParameters.h"
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/LineSegmentSet.h"
+#include "ctr/SheetLayout.h"
 
 namespace ctr {
 
@@ -70,6 +71,9 @@ public:
     // Starts a view: the lines added after it are placed on the sheet by
     // these parameters (camera, fit and page offset). Returns its number.
     size_t addView(const ExportParameters& parameters);
+    // A named view: in every layer its lines form a group of their own,
+    // labelled with the name (escaped), after the lines of unnamed views.
+    size_t addView(const ExportParameters& parameters, const std::string& name);
     // Adds to a layer of the latest view the visible pieces of set, as the
     // SVG exporter draws a set: cut where its occlusion data says (a set
     // without any, such as a set of pieces, is drawn whole) and chained into
@@ -80,6 +84,11 @@ public:
     // hidden pieces of the creases and silhouettes (BakeHiddenSegments) and
     // hiddenIntersectionEdges (from computeGeometricFeatures; may be null).
     bool addFeatures(const GeometricFeatures& features, const LineSegmentSet* hiddenIntersectionEdges);
+
+    // A frame marginMM inside the page's edges and the title block in its
+    // bottom-right corner (see TitleBlockRect), in a layer "Sheet" of their
+    // own below the lines.
+    void setFrame(float marginMM, const TitleBlock& block);
 
     // The whole sheet. False when no view was added or the stream failed.
     bool write(std::ostream& out) const;

@@ -49,6 +49,11 @@ void ExportParameters::computeBestFitTransform() {
     pageOffset = Wm4::Vector2<float>(halfWidth, halfHeight);
 }
 
+void ExportParameters::setTransform(const Wm4::Matrix2<float>& transform, const Wm4::Vector2<float>& offset) {
+    bestFitTransform = transform;
+    pageOffset = offset;
+}
+
 float ExportParameters::getWorldUnitsPerMM() const {
     const float width = pageSizeInMM[0];
     // A width on the sheet is a direction, so the page offset plays no part.

@@ -9,6 +9,7 @@
 
 #include "ctr/SheetLines.h"
 #include "export/PathWriting.h"
+#include "sheet/TitleBlockWriting.h"
 
 namespace ctr {
 
@@ -64,8 +65,9 @@ class SheetWriter::tInternal {
 public:
     // One view: its placement on the sheet and its polylines per layer.
     struct tView {
-        explicit tView(const ExportParameters& p) : parameters(p) {}
+        tView(const ExportParameters& p, const std::string& n) : parameters(p), name(n) {}
         ExportParameters parameters;
+        std::string name;  // empty: no group of its own
         std::vector<qe::qePointer<LineSegmentSet>> layers[kSheetLayerCount];
     };
 
@@ -90,6 +92,9 @@ public:
     SheetLineStyle styles[kSheetLayerCount];
     bool enabled[kSheetLayerCount];
     std::vector<tView> views;
+    bool framed = false;
+    float frameMargin = 0.0f;
+    TitleBlock titleBlock;
 };
 
 void SheetWriter::tInternal::writeHeader(std::ostream& out) const {
@@ -125,8 +130,21 @@ void SheetWriter::tInternal::writeLayer(std::ostream& out, int layer) const {
     EndLine(out);
     PathWriter paths(out, nullptr);
     for (const tView& view : views)
-        for (const qe::qePointer<LineSegmentSet>& set : view.layers[layer]) paths.add(*set, view.parameters);
+        if (view.name.empty())
+            for (const qe::qePointer<LineSegmentSet>& set : view.layers[layer]) paths.add(*set, view.parameters);
     paths.finish();
+    for (size_t v = 0; v < views.size(); ++v) {
+        const tView& view = views[v];
+        if (view.name.empty() || view.layers[layer].empty()) continue;
+        out << "<g id=\"" << kLayerNames[layer].id << '-' << v << "\" inkscape:label=\"" << EscapeSheetText(view.name)
+            << "\">";
+        EndLine(out);
+        PathWriter viewPaths(out, nullptr);
+        for (const qe::qePointer<LineSegmentSet>& set : view.layers[layer]) viewPaths.add(*set, view.parameters);
+        viewPaths.finish();
+        out << "</g>";
+        EndLine(out);
+    }
     out << "</g>";
     EndLine(out);
 }
@@ -161,9 +179,17 @@ bool SheetWriter::isLayerEnabled(SheetLayer layer) const {
     return ValidLayer(layer) && internal->enabled[LayerIndex(layer)];
 }
 
-size_t SheetWriter::addView(const ExportParameters& parameters) {
-    internal->views.emplace_back(parameters);
+size_t SheetWriter::addView(const ExportParameters& parameters) { return addView(parameters, std::string()); }
+
+size_t SheetWriter::addView(const ExportParameters& parameters, const std::string& name) {
+    internal->views.emplace_back(parameters, name);
     return internal->views.size() - 1;
+}
+
+void SheetWriter::setFrame(float marginMM, const TitleBlock& block) {
+    internal->framed = true;
+    internal->frameMargin = marginMM;
+    internal->titleBlock = block;
 }
 
 bool SheetWriter::addLines(SheetLayer layer, const LineSegmentSet& set) {
@@ -199,6 +225,10 @@ bool SheetWriter::write(std::ostream& out) const {
     if (internal->views.empty() || !out.good()) return false;
     const ClassicFormatting formatting(out);
     internal->writeHeader(out);
+    if (internal->framed)
+        WriteFrameLayer(
+            out, internal->pageSizeSet ? internal->pageSize : internal->views.front().parameters.getPageSizeInMM(),
+            internal->frameMargin, internal->titleBlock);
     for (int layer = 0; layer < kSheetLayerCount; ++layer)
         if (internal->enabled[layer]) internal->writeLayer(out, layer);
     out << "</svg>";

@@ -181,6 +181,23 @@ Layers:
   line widths). Without these options the file is the plain single-group
   drawing.
 
+Sheet:
+  --sheet draws a standard multi-view sheet of one part: front, top and side
+  views and an iso view, all orthographic and at one scale, the largest of
+  the series 100:1 ... 2:1, 1:1, 1:2, 1:5, 1:10, ... at which they fit. The
+  model is taken to be in millimetres, so the scale is true. Views are
+  arranged as ISO 128-30 has it: third angle (default) puts the top view
+  above the front view and the view from the right on its right; with
+  --projection first the top view goes below the front view and the view
+  from the left stands on its right. The iso view takes the remaining corner.
+  The top view shares the front view's x, the side view its y. A frame and
+  a title block (title, scale, projection symbol, units, date, version) sit
+  in a layer "Sheet"; each kind of line has its layer, each view a group in
+  it. The page is A3 landscape unless --page is given; --margin sets the
+  frame's distance from the page edges. --view, --eye, --azimuth,
+  --elevation and --perspective do not apply. SOURCE_DATE_EPOCH, when set,
+  gives the date.
+
 Progress and statistics:
   On a terminal a progress bar runs on standard error (not with -q).
   Ctrl-C stops the drawing: any existing output stays as it was and the exit
@@ -198,6 +215,7 @@ Examples:
   contour part.stl --azimuth 30 --elevation 20 --up 0,0,1 --stats part.json
   contour engine.glb --perspective --eye 300,200,400 --title "Engine" -o engine.svg
   contour part.obj --occluder cover.obj --crease-width 0.25 --color "#203060"
+  contour part.stl --sheet --up 0,0,1 --hidden -o part-sheet.svg
 )";
 
 // The generated usage line cannot say that --demo replaces the models.
@@ -222,6 +240,7 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     std::string smoothing = "30", creaseWidth, silhouetteWidth, color, azimuth, elevation;
     bool landscape = false, perspective = false, orthographic = false;
     std::optional<std::string> title, description;
+    std::string projection = "third";
 
     app.add_option("MODEL", options.models, "Model files (OBJ, STL, PLY, glTF and what else assimp reads)")
         ->type_name("FILE");
@@ -245,9 +264,15 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     CLI::Option* fovOption = app.add_option("--fov", fov, "Perspective lens angle in degrees, in (0, 180)")
                                  ->type_name("DEG")
                                  ->capture_default_str();
-    app.add_option("--page", page, "A0-A5, letter, legal or WIDTHxHEIGHT in mm")
-        ->type_name("SIZE")
-        ->capture_default_str();
+    app.add_flag("--sheet", options.sheet,
+                 "Front, top, side and iso views on one sheet at a standard scale, with title block (see Sheet)");
+    CLI::Option* projectionOption =
+        app.add_option("--projection", projection, "Arrangement of a --sheet's views: third or first (angle)")
+            ->type_name("METHOD")
+            ->capture_default_str();
+    CLI::Option* pageOption = app.add_option("--page", page, "A0-A5, letter, legal or WIDTHxHEIGHT in mm")
+                                  ->type_name("SIZE")
+                                  ->capture_default_str();
     app.add_flag("--landscape", landscape, "Turn the page so that its longer side is horizontal");
     app.add_option("--margin", margin, "Blank border around the drawing in mm")->type_name("MM")->capture_default_str();
     app.add_option("--title", title, "Title stored in the SVG (default: the model file names)");
@@ -296,6 +321,26 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
         if (options.demo && !options.models.empty()) throw tUsageError{"give either --demo or model files, not both"};
         if (!options.demo && options.models.empty()) throw tUsageError{"no model file given (or --demo)"};
         if (perspective && orthographic) throw tUsageError{"give either --perspective or --orthographic"};
+        if (options.sheet) {
+            const std::pair<bool, const char*> ignored[] = {{perspective, "--perspective"},
+                                                            {viewOption->count() > 0, "--view"},
+                                                            {!eye.empty(), "--eye"},
+                                                            {!azimuth.empty(), "--azimuth"},
+                                                            {!elevation.empty(), "--elevation"}};
+            for (const auto& [given, name] : ignored)
+                if (given)
+                    throw tUsageError{std::string("--sheet draws fixed orthographic views; ") + name +
+                                      " does not apply to it"};
+            if (lowercase(projection) == "third")
+                options.sheetOptions.projection = ctr::ProjectionMethod::kThirdAngle;
+            else if (lowercase(projection) == "first")
+                options.sheetOptions.projection = ctr::ProjectionMethod::kFirstAngle;
+            else
+                throw tUsageError{"--projection: '" + projection + "' is not third or first"};
+            if (pageOption->count() == 0) page = "A3", landscape = true;
+        } else if (projectionOption->count() > 0) {
+            throw tUsageError{"--projection: only a --sheet has an arrangement of views (add --sheet)"};
+        }
         CameraOptions& camera = options.drawing.camera;
         if (!ParseViewPreset(lowercase(view), camera.view))
             throw tUsageError{"--view: '" + view + "' is not front, back, left, right, top, bottom or iso"};
@@ -349,7 +394,15 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
         options.drawing.title = EscapeXml(title ? *title : options.demo ? "contour demo" : names);
         options.drawing.description = EscapeXml(
             description ? *description
-                        : viewDescription(camera) + ", " + (camera.perspective ? "perspective" : "orthographic"));
+            : options.sheet
+                ? std::string("front, top, side and iso views, ") +
+                      (options.sheetOptions.projection == ctr::ProjectionMethod::kFirstAngle ? "first" : "third") +
+                      "-angle projection, orthographic"
+                : viewDescription(camera) + ", " + (camera.perspective ? "perspective" : "orthographic"));
+        if (options.sheet) {
+            options.sheetOptions.title = title ? *title : options.demo ? "contour demo" : names;
+            options.sheetOptions.date = SheetDate();
+        }
         if (options.output.empty())
             options.output =
                 options.demo ? "demo.svg" : std::filesystem::path(options.models[0]).stem().string() + ".svg";

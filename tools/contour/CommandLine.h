@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Drawing.h"
+#include "Sheet.h"
 
 namespace contour {
 
@@ -20,6 +21,9 @@ struct ToolOptions {
     std::string pageLabel;  // e.g. "A4 portrait", for the summary
     std::string statsPath;  // empty: no statistics file
     DrawingOptions drawing;
+    // A multi-view sheet instead of one view.
+    bool sheet = false;
+    SheetOptions sheetOptions;
 };
 
 // -1 when the tool is to run with options filled in. Otherwise the exit

@@ -104,14 +104,6 @@ double InkLength(const qe::qePointer<ctr::LineSegmentSet>& set, const Wm4::Matri
     return ink;
 }
 
-size_t countPaths(const std::string& svgPath) {
-    std::ifstream in(svgPath, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    size_t count = 0;
-    for (size_t at = text.find("<path"); at != std::string::npos; at = text.find("<path", at + 5)) ++count;
-    return count;
-}
-
 }  // namespace
 
 void KeepLargeBuffersInHeap() {
@@ -145,9 +137,9 @@ std::string EscapeXml(const std::string& text) {
     return escaped;
 }
 
-bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
-               const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error,
-               ctr::Executor* executor, DrawingMonitor* monitor) {
+bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
+                 const DrawingOptions& options, const CameraMatrices& camera, const PlaceView& place, ViewLines& lines,
+                 DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor) {
     PhaseClock clock(stats, monitor);
     const auto cancelled = [&]() {
         if (!monitor || !monitor->shouldCancel()) return false;
@@ -156,9 +148,7 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         return true;
     };
 
-    CameraMatrices& camera = stats.camera;
-    if (!FrameCamera(meshes, occluders, options.camera, options.pageWidthMM, options.pageHeightMM, camera, error))
-        return false;
+    stats.camera = camera;
     ctr::DiscreteProjectionSpace space;
     space.setViewProjection(camera.worldToClip, camera.clipToWorld);
     space.updateRatios();
@@ -193,10 +183,8 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     stats.silhouette.found = countSegments(features.silhouetteEdges);
     stats.intersection.found = countSegments(features.intersectionEdges);
 
-    ctr::ExportParameters parameters(space);
-    parameters.setPageSizeInMM(
-        Wm4::Vector2<float>(static_cast<float>(options.pageWidthMM), static_cast<float>(options.pageHeightMM)));
-    parameters.computeBestFitTransform();
+    lines.parameters.emplace(place(space));
+    const ctr::ExportParameters& parameters = *lines.parameters;
     for (int row = 0; row < 2; ++row) {
         for (int col = 0; col < 2; ++col) stats.fit[row][col] = parameters.getBestFitTransform()[row][col];
         stats.offset[row] = parameters.getPageOffset()[row];
@@ -209,15 +197,10 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     struct tKind {
         qe::qePointer<ctr::LineSegmentSet>& set;
         LineKindStats& stats;
-        const char* style;
-        ctr::SheetLayer layer;
-        qe::qePointer<ctr::LineSegmentSet> visible;
-    } kinds[] = {
-        {features.creaseEdges, stats.crease, "crease", ctr::SheetLayer::kCreases, nullptr},
-        {features.silhouetteEdges, stats.silhouette, "silhouette", ctr::SheetLayer::kSilhouettes, nullptr},
-        // Intersection lines are drawn like silhouettes (in a layer
-        // of their own on a layered sheet).
-        {features.intersectionEdges, stats.intersection, "silhouette", ctr::SheetLayer::kIntersections, nullptr}};
+        qe::qePointer<ctr::LineSegmentSet>& visible;
+    } kinds[] = {{features.creaseEdges, stats.crease, lines.creases},
+                 {features.silhouetteEdges, stats.silhouette, lines.silhouettes},
+                 {features.intersectionEdges, stats.intersection, lines.intersections}};
     clock.start("duplicates");
     for (tKind& kind : kinds)
         kind.stats.duplicatesRemoved = static_cast<size_t>(ctr::LineSegmentSet::RemoveDuplicateSegments(kind.set));
@@ -228,49 +211,91 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         kind.stats.inkMM = InkLength(kind.visible, camera.worldToClip, stats.fit);
     }
     // The hidden pieces of every kind, on one layer.
-    std::vector<qe::qePointer<ctr::LineSegmentSet>> hidden;
     if (options.hiddenLines) {
         clock.start("hidden pieces");
-        hidden = {ctr::BakeHiddenSegments(features.creaseEdges), ctr::BakeHiddenSegments(features.silhouetteEdges),
-                  hiddenIntersections};
-        for (const qe::qePointer<ctr::LineSegmentSet>& set : hidden) {
+        lines.hidden = {ctr::BakeHiddenSegments(features.creaseEdges),
+                        ctr::BakeHiddenSegments(features.silhouetteEdges), hiddenIntersections};
+        for (const qe::qePointer<ctr::LineSegmentSet>& set : lines.hidden) {
             stats.hidden.pieces += countSegments(set);
             stats.hidden.inkMM += InkLength(set, camera.worldToClip, stats.fit);
         }
     }
     if (cancelled()) return false;
+    clock.start(nullptr);
+    return true;
+}
 
+void StyleSheet(ctr::SheetWriter& sheet, const DrawingOptions& options) {
+    sheet.setTitle(options.title);
+    sheet.setDescription(options.description);
+    // The same widths and colour as the single-view file; hidden lines
+    // narrow beside the silhouettes, as ISO 128 pairs them.
+    const auto restyle = [&](ctr::SheetLayer layer, const std::optional<float>& width) {
+        ctr::SheetLineStyle style = sheet.getLayerStyle(layer);
+        if (width) style.width = *width;
+        if (options.color) style.color = *options.color;
+        sheet.setLayerStyle(layer, style);
+    };
+    restyle(ctr::SheetLayer::kCreases, options.creaseWidthMM);
+    restyle(ctr::SheetLayer::kSilhouettes, options.silhouetteWidthMM);
+    restyle(ctr::SheetLayer::kIntersections, options.silhouetteWidthMM);
+    const ctr::SheetLineStyle silhouetteStyle = sheet.getLayerStyle(ctr::SheetLayer::kSilhouettes);
+    sheet.setLayerStyle(ctr::SheetLayer::kHidden,
+                        ctr::DashedLineStyle(silhouetteStyle.color, ctr::NarrowLineWidth(silhouetteStyle.width)));
+    sheet.setLayerEnabled(ctr::SheetLayer::kHidden, options.hiddenLines);
+}
+
+bool AddViewLines(ctr::SheetWriter& sheet, const ViewLines& lines) {
+    bool added = true;
+    const std::pair<const qe::qePointer<ctr::LineSegmentSet>&, ctr::SheetLayer> visible[] = {
+        {lines.creases, ctr::SheetLayer::kCreases},
+        {lines.silhouettes, ctr::SheetLayer::kSilhouettes},
+        // Intersection lines are drawn like silhouettes, in a layer of
+        // their own.
+        {lines.intersections, ctr::SheetLayer::kIntersections}};
+    for (const auto& [set, layer] : visible)
+        if (set) added = added && sheet.addLines(layer, *set);
+    for (const qe::qePointer<ctr::LineSegmentSet>& set : lines.hidden)
+        if (set) added = added && sheet.addLines(ctr::SheetLayer::kHidden, *set);
+    return added;
+}
+
+size_t CountPaths(const std::string& svgPath) {
+    std::ifstream in(svgPath, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    size_t count = 0;
+    for (size_t at = text.find("<path"); at != std::string::npos; at = text.find("<path", at + 5)) ++count;
+    return count;
+}
+
+bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
+               const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error,
+               ctr::Executor* executor, DrawingMonitor* monitor) {
+    CameraMatrices camera;
+    if (!FrameCamera(meshes, occluders, options.camera, options.pageWidthMM, options.pageHeightMM, camera, error))
+        return false;
+    const auto bestFit = [&](const ctr::DiscreteProjectionSpace& space) {
+        ctr::ExportParameters parameters(space);
+        parameters.setPageSizeInMM(
+            Wm4::Vector2<float>(static_cast<float>(options.pageWidthMM), static_cast<float>(options.pageHeightMM)));
+        parameters.computeBestFitTransform();
+        return parameters;
+    };
+    ViewLines lines;
+    if (!ComputeView(meshes, occluders, options, camera, bestFit, lines, stats, error, executor, monitor)) return false;
+    const ctr::ExportParameters& parameters = *lines.parameters;
+
+    PhaseClock clock(stats, monitor);
     clock.start("export");
     if (options.layered()) {
         ctr::SheetWriter sheet;
-        sheet.setTitle(options.title);
-        sheet.setDescription(options.description);
-        // The same widths and colour as the single-view file; hidden lines
-        // narrow beside the silhouettes, as ISO 128 pairs them.
-        const auto restyle = [&](ctr::SheetLayer layer, const std::optional<float>& width) {
-            ctr::SheetLineStyle style = sheet.getLayerStyle(layer);
-            if (width) style.width = *width;
-            if (options.color) style.color = *options.color;
-            sheet.setLayerStyle(layer, style);
-        };
-        restyle(ctr::SheetLayer::kCreases, options.creaseWidthMM);
-        restyle(ctr::SheetLayer::kSilhouettes, options.silhouetteWidthMM);
-        restyle(ctr::SheetLayer::kIntersections, options.silhouetteWidthMM);
-        const ctr::SheetLineStyle silhouetteStyle = sheet.getLayerStyle(ctr::SheetLayer::kSilhouettes);
-        sheet.setLayerStyle(ctr::SheetLayer::kHidden,
-                            ctr::DashedLineStyle(silhouetteStyle.color, ctr::NarrowLineWidth(silhouetteStyle.width)));
-        sheet.setLayerEnabled(ctr::SheetLayer::kHidden, options.hiddenLines);
+        StyleSheet(sheet, options);
         sheet.addView(parameters);
-        bool added = true;
-        for (const tKind& kind : kinds)
-            if (kind.visible) added = added && sheet.addLines(kind.layer, *kind.visible);
-        for (const qe::qePointer<ctr::LineSegmentSet>& set : hidden)
-            if (set) added = added && sheet.addLines(ctr::SheetLayer::kHidden, *set);
-        if (!added || !sheet.writeFile(svgPath)) {
+        if (!AddViewLines(sheet, lines) || !sheet.writeFile(svgPath)) {
             error = "writing '" + svgPath + "' failed";
             return false;
         }
-        stats.paths = countPaths(svgPath);
+        stats.paths = CountPaths(svgPath);
         clock.start(nullptr);
         return true;
     }
@@ -291,8 +316,11 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         error = "cannot write '" + svgPath + "'";
         return false;
     }
-    for (const tKind& kind : kinds)
-        if (kind.visible && !exporter.streamLineSegments(*kind.visible, kind.style)) {
+    // Intersection lines are drawn like silhouettes.
+    const std::pair<const qe::qePointer<ctr::LineSegmentSet>&, const char*> kinds[] = {
+        {lines.creases, "crease"}, {lines.silhouettes, "silhouette"}, {lines.intersections, "silhouette"}};
+    for (const auto& [set, style] : kinds)
+        if (set && !exporter.streamLineSegments(*set, style)) {
             error = "writing '" + svgPath + "' failed";
             return false;
         }
@@ -300,7 +328,7 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         error = "writing '" + svgPath + "' failed";
         return false;
     }
-    stats.paths = countPaths(svgPath);
+    stats.paths = CountPaths(svgPath);
     clock.start(nullptr);
     return true;
 }

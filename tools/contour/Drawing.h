@@ -4,16 +4,22 @@
 #define CONTOUR_DRAWING_H
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "Wm4ColorRGB.h"
+#include "qe/qePointer.h"
 #include "qe/qeProgressNotifierInterface.h"
 #include "qe/qeTriMesh.h"
 
 #include "Camera.h"
+#include "ctr/DiscreteProjectionSpace.h"
 #include "ctr/Executor.h"
+#include "ctr/ExportParameters.h"
+#include "ctr/LineSegmentSet.h"
+#include "ctr/SheetWriter.h"
 
 namespace contour {
 
@@ -75,6 +81,8 @@ struct DrawingStats {
     double worldUnitsPerMM = 0.0;
     std::vector<PhaseTime> phases;  // in the order they ran
     bool cancelled = false;
+    // A multi-view sheet's scale ("1:2"); empty for a single view.
+    std::string sheetScale;
 };
 
 // What a running drawing reports to: the library's progress and cancel
@@ -97,6 +105,33 @@ bool BitSizesAccepted(unsigned int xyBits, unsigned int zBits);
 // Text safe inside an XML element: markup characters escaped, control
 // characters that XML forbids replaced by blanks.
 std::string EscapeXml(const std::string& text);
+
+// The lines of one view on their way to the page: the visible pieces of each
+// kind, the hidden pieces when asked for, and where the view lies on the page.
+struct ViewLines {
+    std::optional<ctr::ExportParameters> parameters;
+    qe::qePointer<ctr::LineSegmentSet> creases, silhouettes, intersections;
+    std::vector<qe::qePointer<ctr::LineSegmentSet>> hidden;
+};
+
+// How a view is laid on the page, given its projection space.
+using PlaceView = std::function<ctr::ExportParameters(const ctr::DiscreteProjectionSpace&)>;
+
+// The pipeline of one view through a camera (from FrameCamera): features,
+// common and duplicate segments removed, visible and, when asked for, hidden
+// pieces; the view placed by place. Fills stats but for the paths. False
+// with a one-line reason, or with stats.cancelled when the monitor asked to
+// stop.
+bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
+                 const DrawingOptions& options, const CameraMatrices& camera, const PlaceView& place, ViewLines& lines,
+                 DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor);
+
+// Title, description and layer styles of a layered sheet from the options.
+void StyleSheet(ctr::SheetWriter& sheet, const DrawingOptions& options);
+// Adds the lines of a view to the sheet's latest view.
+bool AddViewLines(ctr::SheetWriter& sheet, const ViewLines& lines);
+// The paths in a written SVG file.
+size_t CountPaths(const std::string& svgPath);
 
 // Draws the lines of meshes, hidden where meshes or occluders cover them, into
 // the SVG file svgPath (created or truncated); layered, with the hidden lines

@@ -91,11 +91,18 @@ bool WriteStats(const std::string& path, const ToolOptions& options, const RunSt
         {"totalMs", milliseconds(run.totalSeconds)},
         {"peakMemoryMiB", static_cast<double>(usage.ru_maxrss) / 1024.0}};
 
+    Json full = record;
+    if (options.sheet)
+        full["sheet"] = {
+            {"scale", drawing.sheetScale},
+            {"projection",
+             options.sheetOptions.projection == ctr::ProjectionMethod::kFirstAngle ? "first angle" : "third angle"},
+            {"views", "front, top, side, iso; counts summed, camera and fit of the front view"}};
     AtomicOutput output;
     if (!output.create(path, error)) return false;
     {
         std::ofstream file(output.temporaryPath(), std::ios::binary | std::ios::trunc);
-        file << record.dump(2) << '\n';
+        file << full.dump(2) << '\n';
         if (!file.flush()) {
             error = "cannot write the statistics to '" + path + "'";
             return false;

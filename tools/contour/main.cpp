@@ -14,6 +14,7 @@
 #include "ModelImport.h"
 #include "OutputFile.h"
 #include "Progress.h"
+#include "Sheet.h"
 #include "Stats.h"
 #include "ThreadPool.h"
 
@@ -107,8 +108,10 @@ int run(const contour::ToolOptions& options) {
     run.threads = pool.threadCount();
     ctr::Executor* executor = pool.threadCount() > 1 ? &pool : nullptr;
     const bool drawn = output.create(options.output, error) &&
-                       contour::DrawToSVG(meshes, occluders, options.drawing, output.temporaryPath(), stats, error,
-                                          executor, &progress);
+                       (options.sheet ? contour::DrawSheet(meshes, occluders, options.drawing, options.sheetOptions,
+                                                           output.temporaryPath(), stats, error, executor, &progress)
+                                      : contour::DrawToSVG(meshes, occluders, options.drawing, output.temporaryPath(),
+                                                           stats, error, executor, &progress));
     progress.clear();
     if (stats.cancelled) return interrupted();
     if (!drawn) return fail(error);
@@ -132,9 +135,10 @@ int run(const contour::ToolOptions& options) {
         std::fprintf(stderr, ", %zu crease, %zu silhouette and %zu intersection segments", stats.crease.beforeHiding(),
                      stats.silhouette.beforeHiding(), stats.intersection.beforeHiding());
         if (options.drawing.hiddenLines) std::fprintf(stderr, " (%zu hidden pieces)", stats.hidden.pieces);
-        std::fprintf(stderr, " -> %zu paths in %s (%s), %.2f s\n", stats.paths,
-                     options.output == "-" ? "standard output" : options.output.c_str(), options.pageLabel.c_str(),
-                     run.totalSeconds);
+        std::fprintf(stderr, " -> %zu paths in %s (%s", stats.paths,
+                     options.output == "-" ? "standard output" : options.output.c_str(), options.pageLabel.c_str());
+        if (!stats.sheetScale.empty()) std::fprintf(stderr, ", four views at %s", stats.sheetScale.c_str());
+        std::fprintf(stderr, "), %.2f s\n", run.totalSeconds);
     }
     return 0;
 }

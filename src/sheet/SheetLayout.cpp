@@ -1,0 +1,80 @@
+#include "ctr/SheetLayout.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "Wm4Matrix2.h"
+
+namespace ctr {
+
+namespace {
+
+// The series runs from 100:1 (10^-2 model millimetres per sheet millimetre)
+// to 1:1000000 (10^6).
+constexpr int kLowestDecade = -2;
+constexpr int kHighestDecade = 6;
+
+// ISO 7200 keeps the title block within 170 mm of width (180 with its
+// border); 30 mm of height holds two rows of lettering of 3.5 and 5 mm.
+constexpr float kTitleBlockWidthMM = 170.0f;
+constexpr float kTitleBlockHeightMM = 30.0f;
+
+}  // namespace
+
+std::string SheetScale::label() const { return std::to_string(drawn) + ":" + std::to_string(model); }
+
+bool ChooseStandardScale(double minModelPerSheetMM, SheetScale& scale) {
+    if (!(minModelPerSheetMM > 0.0) || !std::isfinite(minModelPerSheetMM)) return false;
+    for (int decade = kLowestDecade; decade <= kHighestDecade; ++decade)
+        for (const int step : {1, 2, 5}) {
+            if (decade == kHighestDecade && step > 1) return false;
+            // Whole numbers on both sides, so that the comparison below is
+            // the only rounding: 10^-1 * 2 is drawn 5, model 1.
+            int power = 1;
+            for (int i = 0; i < std::abs(decade); ++i) power *= 10;
+            SheetScale candidate;
+            if (decade < 0)
+                candidate.drawn = power / step;
+            else
+                candidate.model = power * step;
+            if (static_cast<double>(candidate.model) >= minModelPerSheetMM * static_cast<double>(candidate.drawn)) {
+                scale = candidate;
+                return true;
+            }
+        }
+    return false;
+}
+
+ExportParameters ScaledViewParameters(const DiscreteProjectionSpace& space, const Wm4::Vector2<float>& pageSizeInMM,
+                                      double modelPerSheetMM, const Wm4::Vector2<float>& windowCentre) {
+    ExportParameters parameters(space);
+    parameters.setPageSizeInMM(pageSizeInMM);
+    // Device coordinates run from -1 to 1 across the window, so half the
+    // window's world size is one device unit.
+    const Wm4::Vector2<float> frustum = space.computeFrustumSizeXY();
+    const float perDeviceX = static_cast<float>(0.5 * static_cast<double>(frustum[0]) / modelPerSheetMM);
+    const float perDeviceY = static_cast<float>(0.5 * static_cast<double>(frustum[1]) / modelPerSheetMM);
+    parameters.setTransform(Wm4::Matrix2<float>(perDeviceX, 0.0f, 0.0f, perDeviceY), windowCentre);
+    return parameters;
+}
+
+SheetRect SheetFrameRect(const Wm4::Vector2<float>& pageSizeInMM, float marginMM) {
+    SheetRect frame;
+    frame.x = marginMM;
+    frame.y = marginMM;
+    frame.width = std::max(0.0f, pageSizeInMM[0] - 2.0f * marginMM);
+    frame.height = std::max(0.0f, pageSizeInMM[1] - 2.0f * marginMM);
+    return frame;
+}
+
+SheetRect TitleBlockRect(const Wm4::Vector2<float>& pageSizeInMM, float marginMM) {
+    const SheetRect frame = SheetFrameRect(pageSizeInMM, marginMM);
+    SheetRect block;
+    block.width = std::min(kTitleBlockWidthMM, frame.width);
+    block.height = std::min(kTitleBlockHeightMM, frame.height);
+    block.x = frame.x + frame.width - block.width;
+    block.y = frame.y;
+    return block;
+}
+
+}  // namespace ctr

@@ -1,0 +1,198 @@
+#include "sheet/TitleBlockWriting.h"
+
+#include <algorithm>
+
+#include "export/PathWriting.h"
+
+namespace ctr {
+
+namespace {
+
+// Line widths of the 0.5 mm group of ISO 128: the frame wide, the cells of
+// the block narrow, centre lines of the symbol narrower still.
+constexpr float kFrameWidthMM = 0.5f;
+constexpr float kCellWidthMM = 0.25f;
+constexpr float kCentreLineWidthMM = 0.18f;
+// Lettering heights of ISO 3098: labels, values and the title.
+constexpr float kLabelHeightMM = 2.5f;
+constexpr float kValueHeightMM = 3.5f;
+constexpr float kTitleHeightMM = 5.0f;
+// A rough advance of sans-serif capitals and digits per unit of height, to
+// shrink a title that would overrun its cell (a viewer's font may differ).
+constexpr float kAdvancePerHeight = 0.6f;
+
+// The cells of the lower row, as fractions of the block's width.
+struct tCell {
+    const char* label;
+    float share;
+};
+constexpr tCell kCells[] = {
+    {"Scale", 0.14f}, {"Projection", 0.2f}, {"Units", 0.14f}, {"Date", 0.2f}, {"Software", 0.32f}};
+
+// The page in SVG coordinates: x to the right, y down from the top edge.
+class tPage {
+public:
+    tPage(std::ostream& out, float height) : m_out(out), m_height(height) {}
+
+    // A point given in sheet coordinates (y up).
+    void point(float x, float y) { m_out << x << ',' << (m_height - y); }
+
+    void rect(const SheetRect& r, float width) {
+        m_out << "  <rect x=\"" << r.x << "\" y=\"" << (m_height - r.y - r.height) << "\" width=\"" << r.width
+              << "\" height=\"" << r.height << "\" stroke-width=\"" << width << "\"/>";
+        EndLine(m_out);
+    }
+
+    void line(float x0, float y0, float x1, float y1, float width, const char* dash = nullptr) {
+        m_out << "  <path d=\"M";
+        point(x0, y0);
+        m_out << " L";
+        point(x1, y1);
+        m_out << "\" stroke-width=\"" << width << '"';
+        if (dash) m_out << " stroke-dasharray=\"" << dash << '"';
+        m_out << "/>";
+        EndLine(m_out);
+    }
+
+    void circle(float cx, float cy, float radius, float width) {
+        m_out << "  <circle cx=\"" << cx << "\" cy=\"" << (m_height - cy) << "\" r=\"" << radius << "\" stroke-width=\""
+              << width << "\"/>";
+        EndLine(m_out);
+    }
+
+    void polygon(const float (*points)[2], int count, float width) {
+        m_out << "  <path d=\"M";
+        for (int i = 0; i < count; ++i) {
+            if (i > 0) m_out << " L";
+            point(points[i][0], points[i][1]);
+        }
+        m_out << " Z\" stroke-width=\"" << width << "\"/>";
+        EndLine(m_out);
+    }
+
+    // Text with its baseline starting at (x, y); filled, not stroked.
+    void text(float x, float y, float height, const std::string& content, const char* anchor = nullptr) {
+        m_out << "  <text x=\"" << x << "\" y=\"" << (m_height - y) << "\" font-size=\"" << height << '"';
+        if (anchor) m_out << " text-anchor=\"" << anchor << '"';
+        m_out << " fill=\"rgb(0,0,0)\" stroke=\"none\">" << EscapeSheetText(content) << "</text>";
+        EndLine(m_out);
+    }
+
+private:
+    std::ostream& m_out;
+    float m_height;
+};
+
+// The truncated cone of ISO 128-30 in a box: a cone lying along x seen from
+// the front (a trapezoid, small end on the left) and from its small end (two
+// circles). The circles show the view from the left, so they stand where the
+// method puts that view: right of the trapezoid in first angle, left of it in
+// third angle.
+void WriteProjectionSymbol(tPage& page, const SheetRect& box, ProjectionMethod method) {
+    const float large = std::min(box.height, box.width / 2.6f);  // diameter of the large end
+    const float small = 0.5f * large;
+    const float length = large;
+    const float gap = 0.6f * large;
+    const float left = box.x + 0.5f * (box.width - (length + gap + large));
+    const float axis = box.y + 0.5f * box.height;
+    const bool first = method == ProjectionMethod::kFirstAngle;
+    const float coneLeft = first ? left : left + large + gap;
+    const float circleX = first ? left + length + gap + 0.5f * large : left + 0.5f * large;
+    const float cone[4][2] = {{coneLeft, axis - 0.5f * small},
+                              {coneLeft + length, axis - 0.5f * large},
+                              {coneLeft + length, axis + 0.5f * large},
+                              {coneLeft, axis + 0.5f * small}};
+    page.polygon(cone, 4, kCellWidthMM);
+    page.circle(circleX, axis, 0.5f * large, kCellWidthMM);
+    page.circle(circleX, axis, 0.5f * small, kCellWidthMM);
+    // Centre lines, long dash and dot, a little beyond the outlines.
+    const float over = 0.15f * large;
+    const char* chain = "3 0.6 0.3 0.6";
+    page.line(coneLeft - over, axis, coneLeft + length + over, axis, kCentreLineWidthMM, chain);
+    page.line(circleX - 0.5f * large - over, axis, circleX + 0.5f * large + over, axis, kCentreLineWidthMM, chain);
+    page.line(circleX, axis - 0.5f * large - over, circleX, axis + 0.5f * large + over, kCentreLineWidthMM, chain);
+}
+
+}  // namespace
+
+std::string EscapeSheetText(const std::string& text) {
+    std::string escaped;
+    for (const char c : text) {
+        switch (c) {
+            case '&':
+                escaped += "&amp;";
+                break;
+            case '<':
+                escaped += "&lt;";
+                break;
+            case '>':
+                escaped += "&gt;";
+                break;
+            case '"':
+                escaped += "&quot;";
+                break;
+            case '\'':
+                escaped += "&apos;";
+                break;
+            default:
+                const auto code = static_cast<unsigned char>(c);
+                escaped += code < 0x20 ? ' ' : c;
+        }
+    }
+    return escaped;
+}
+
+void WriteFrameLayer(std::ostream& out, const Wm4::Vector2<float>& pageSizeInMM, float marginMM,
+                     const TitleBlock& block) {
+    out << "<g id=\"sheet\" inkscape:groupmode=\"layer\" inkscape:label=\"Sheet\" fill=\"none\" "
+           "stroke=\"rgb(0,0,0)\" stroke-linecap=\"round\" stroke-linejoin=\"round\" font-family=\"sans-serif\">";
+    EndLine(out);
+    tPage page(out, pageSizeInMM[1]);
+    page.rect(SheetFrameRect(pageSizeInMM, marginMM), kFrameWidthMM);
+    const SheetRect box = TitleBlockRect(pageSizeInMM, marginMM);
+    page.rect(box, kFrameWidthMM);
+    const float rowHeight = 0.5f * box.height;
+    const float pad = 0.2f * rowHeight;
+    page.line(box.x, box.y + rowHeight, box.x + box.width, box.y + rowHeight, kCellWidthMM);
+
+    // Upper row: the title, shrunk (down to the value height) to fit.
+    const float titleTop = box.y + box.height;
+    page.text(box.x + pad, titleTop - pad - kLabelHeightMM, kLabelHeightMM, "Title");
+    const float room = box.width - 2.0f * pad;
+    float titleHeight = kTitleHeightMM;
+    if (!block.title.empty())
+        titleHeight = std::max(kValueHeightMM, std::min(titleHeight, room / (kAdvancePerHeight * block.title.size())));
+    page.text(box.x + pad, box.y + rowHeight + pad, titleHeight, block.title);
+
+    // Lower row: scale, projection symbol, units, date, software.
+    float x = box.x;
+    for (const tCell& cell : kCells) {
+        const float width = cell.share * box.width;
+        if (x > box.x) page.line(x, box.y, x, box.y + rowHeight, kCellWidthMM);
+        page.text(x + pad, box.y + rowHeight - pad - kLabelHeightMM, kLabelHeightMM, cell.label);
+        const std::string label = cell.label;
+        const std::string* value = label == "Scale"      ? &block.scale
+                                   : label == "Units"    ? &block.units
+                                   : label == "Date"     ? &block.date
+                                   : label == "Software" ? &block.software
+                                                         : nullptr;
+        if (value) {
+            // Long version strings get smaller lettering rather than
+            // running into the frame.
+            const float fit = (width - 2.0f * pad) / (kAdvancePerHeight * std::max<size_t>(1, value->size()));
+            page.text(x + pad, box.y + pad, std::min(kValueHeightMM, std::max(1.8f, fit)), *value);
+        } else {
+            SheetRect symbol;
+            symbol.x = x + pad;
+            symbol.y = box.y + 0.5f * pad;
+            symbol.width = width - 2.0f * pad;
+            symbol.height = rowHeight - 2.0f * pad - kLabelHeightMM;
+            WriteProjectionSymbol(page, symbol, block.projection);
+        }
+        x += width;
+    }
+    out << "</g>";
+    EndLine(out);
+}
+
+}  // namespace ctr

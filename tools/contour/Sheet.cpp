@@ -1,0 +1,257 @@
+#include "Sheet.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <limits>
+
+#include "Wm4Vector2.h"
+#include "Wm4Vector4.h"
+
+#include "ctr/DiscreteProjectionSpace.h"
+#include "ctr/SheetWriter.h"
+#include "ctr/Version.h"
+
+namespace contour {
+
+namespace {
+
+// Blank space kept between the views and the frame, and between views.
+constexpr double kFramePaddingMM = 5.0;
+constexpr double kViewGapMM = 10.0;
+
+// Device coordinates of the drawn vertices through a camera, in float as the
+// sheet writer projects them; false when there is none.
+bool DeviceBox(const std::vector<const qe::qeTriMesh*>& meshes, const CameraMatrices& camera, double (&box)[4]) {
+    box[0] = box[1] = std::numeric_limits<double>::infinity();
+    box[2] = box[3] = -std::numeric_limits<double>::infinity();
+    for (const qe::qeTriMesh* mesh : meshes) {
+        if (!mesh || !mesh->VBuffer) continue;
+        const qe::qeVertexBuffer& vertices = *mesh->VBuffer;
+        for (int i = 0; i < vertices.GetVertexQuantity(); ++i) {
+            const Wm4::Vector3<float> p = mesh->World.ApplyForward(vertices.Position3(i), true);
+            const Wm4::Vector4<float> clip = Wm4::Vector4<float>(p[0], p[1], p[2], 1.0f) * camera.worldToClip;
+            const double u = clip[0] / clip[3], v = clip[1] / clip[3];
+            if (!std::isfinite(u) || !std::isfinite(v)) continue;
+            box[0] = std::min(box[0], u), box[1] = std::min(box[1], v);
+            box[2] = std::max(box[2], u), box[3] = std::max(box[3], v);
+        }
+    }
+    return box[0] <= box[2];
+}
+
+ctr::DiscreteProjectionSpace SpaceOf(const CameraMatrices& camera) {
+    ctr::DiscreteProjectionSpace space;
+    space.setViewProjection(camera.worldToClip, camera.clipToWorld);
+    space.updateRatios();
+    return space;
+}
+
+// Paths of the line layers only: the frame layer comes first and is skipped.
+size_t CountLinePaths(const std::string& svgPath) {
+    std::ifstream in(svgPath, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    size_t at = text.find("inkscape:label=\"Sheet\"");
+    at = at == std::string::npos ? 0 : text.find("</g>", at);
+    size_t count = 0;
+    for (at = text.find("<path", at); at != std::string::npos; at = text.find("<path", at + 5)) ++count;
+    return count;
+}
+
+void AddStats(DrawingStats& total, const DrawingStats& view) {
+    for (const auto& [sum, part] :
+         {std::make_pair(&total.crease, &view.crease), std::make_pair(&total.silhouette, &view.silhouette),
+          std::make_pair(&total.intersection, &view.intersection)}) {
+        sum->found += part->found;
+        sum->commonRemoved += part->commonRemoved;
+        sum->duplicatesRemoved += part->duplicatesRemoved;
+        sum->visiblePieces += part->visiblePieces;
+        sum->inkMM += part->inkMM;
+    }
+    total.hidden.pieces += view.hidden.pieces;
+    total.hidden.inkMM += view.hidden.inkMM;
+    for (const PhaseTime& phase : view.phases) {
+        const auto same = std::find_if(total.phases.begin(), total.phases.end(),
+                                       [&](const PhaseTime& p) { return std::string(p.name) == phase.name; });
+        if (same == total.phases.end())
+            total.phases.push_back(phase);
+        else
+            same->seconds += phase.seconds;
+    }
+}
+
+}  // namespace
+
+bool LayOutSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
+                 const DrawingOptions& options, ctr::ProjectionMethod projection, SheetLayout& layout,
+                 std::string& error) {
+    const bool firstAngle = projection == ctr::ProjectionMethod::kFirstAngle;
+    // The side view is the one from the side on which it is placed (third
+    // angle) or from the opposite side (first angle): right of the front
+    // view both ways.
+    const std::pair<const char*, ViewPreset> kinds[] = {
+        {"front", ViewPreset::kFront},
+        {"top", ViewPreset::kTop},
+        {firstAngle ? "left" : "right", firstAngle ? ViewPreset::kLeft : ViewPreset::kRight},
+        {"iso", ViewPreset::kIso}};
+    layout.views.clear();
+    for (const auto& [name, preset] : kinds) {
+        SheetView view;
+        view.name = name;
+        view.preset = preset;
+        layout.views.push_back(view);
+    }
+
+    // The views' sizes in model units: the device box times half the window.
+    double size[4][2];
+    double deviceBox[4][4];
+    double perDevice[4][2];  // model units per device unit
+    for (int i = 0; i < 4; ++i) {
+        SheetView& view = layout.views[i];
+        CameraOptions camera = options.camera;
+        camera.view = view.preset;
+        if (!FrameCamera(meshes, occluders, camera, options.pageWidthMM, options.pageHeightMM, view.camera, error))
+            return false;
+        if (!DeviceBox(meshes, view.camera, deviceBox[i])) {
+            error = "the model has no vertex to frame";
+            return false;
+        }
+        const Wm4::Vector2<float> frustum = SpaceOf(view.camera).computeFrustumSizeXY();
+        for (int axis = 0; axis < 2; ++axis) {
+            perDevice[i][axis] = 0.5 * static_cast<double>(frustum[axis]);
+            size[i][axis] = (deviceBox[i][axis + 2] - deviceBox[i][axis]) * perDevice[i][axis];
+        }
+    }
+
+    // Two columns (front and top; side and iso) and two rows (front and
+    // side; top and iso), in the frame above the title block.
+    const Wm4::Vector2<float> page(static_cast<float>(options.pageWidthMM), static_cast<float>(options.pageHeightMM));
+    const float margin = static_cast<float>(options.camera.marginMM);
+    const ctr::SheetRect frame = ctr::SheetFrameRect(page, margin);
+    const ctr::SheetRect block = ctr::TitleBlockRect(page, margin);
+    const double areaX = frame.x, areaY = block.y + block.height;
+    const double areaWidth = frame.width, areaHeight = frame.y + frame.height - areaY;
+    const double roomX = areaWidth - 2.0 * kFramePaddingMM - kViewGapMM;
+    const double roomY = areaHeight - 2.0 * kFramePaddingMM - kViewGapMM;
+    if (!(roomX > 0.0 && roomY > 0.0)) {
+        error = "the page leaves no room for the views beside the title block";
+        return false;
+    }
+    const double columns[2] = {std::max(size[0][0], size[1][0]), std::max(size[2][0], size[3][0])};
+    const double rows[2] = {std::max(size[0][1], size[2][1]), std::max(size[1][1], size[3][1])};
+    const double needed = std::max((columns[0] + columns[1]) / roomX, (rows[0] + rows[1]) / roomY);
+    if (!ctr::ChooseStandardScale(needed, layout.scale)) {
+        error = needed > 0.0 ? "the model is too large or too small for any standard scale on this page"
+                             : "the model has no extent";
+        return false;
+    }
+    const double scale = layout.scale.modelPerSheetMM();
+
+    // The blank space is shared evenly: before, between and after the views.
+    const double width[2] = {columns[0] / scale, columns[1] / scale};
+    const double height[2] = {rows[0] / scale, rows[1] / scale};
+    const double spaceX = (areaWidth - width[0] - width[1]) / 3.0;
+    const double spaceY = (areaHeight - height[0] - height[1]) / 3.0;
+    const double columnCentre[2] = {areaX + spaceX + 0.5 * width[0], areaX + 2.0 * spaceX + width[0] + 0.5 * width[1]};
+    // Rows from the bottom: third angle puts the top view above the front
+    // view, first angle below it.
+    const int frontRow = firstAngle ? 1 : 0;
+    const double bottomHeight = height[frontRow == 0 ? 0 : 1];
+    const double topHeight = height[frontRow == 0 ? 1 : 0];
+    const double rowCentre[2] = {areaY + spaceY + 0.5 * bottomHeight,
+                                 areaY + 2.0 * spaceY + bottomHeight + 0.5 * topHeight};
+    const int column[4] = {0, 0, 1, 1};
+    const int row[4] = {frontRow, 1 - frontRow, frontRow, 1 - frontRow};
+    for (int i = 0; i < 4; ++i) {
+        SheetView& view = layout.views[i];
+        double(&centre)[2] = view.windowCentre;
+        centre[0] = columnCentre[column[i]];
+        centre[1] = rowCentre[row[i]];
+        // The projected views keep their window centres aligned, which the
+        // shared axes make the same model point; the iso view is centred on
+        // its own box.
+        for (int axis = 0; axis < 2; ++axis) {
+            const double low = deviceBox[i][axis] * perDevice[i][axis] / scale;
+            const double high = deviceBox[i][axis + 2] * perDevice[i][axis] / scale;
+            if (view.preset == ViewPreset::kIso) centre[axis] -= 0.5 * (low + high);
+            view.box[axis] = centre[axis] + low;
+            view.box[axis + 2] = centre[axis] + high;
+        }
+    }
+    return true;
+}
+
+bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
+               const DrawingOptions& options, const SheetOptions& sheetOptions, const std::string& svgPath,
+               DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor) {
+    SheetLayout layout;
+    if (!LayOutSheet(meshes, occluders, options, sheetOptions.projection, layout, error)) return false;
+    const Wm4::Vector2<float> page(static_cast<float>(options.pageWidthMM), static_cast<float>(options.pageHeightMM));
+    const double scale = layout.scale.modelPerSheetMM();
+
+    ctr::SheetWriter sheet;
+    StyleSheet(sheet, options);
+    sheet.setPageSizeInMM(page);
+    for (size_t i = 0; i < layout.views.size(); ++i) {
+        const SheetView& view = layout.views[i];
+        const Wm4::Vector2<float> centre(static_cast<float>(view.windowCentre[0]),
+                                         static_cast<float>(view.windowCentre[1]));
+        const auto place = [&](const ctr::DiscreteProjectionSpace& space) {
+            return ctr::ScaledViewParameters(space, page, scale, centre);
+        };
+        ViewLines lines;
+        DrawingStats viewStats;
+        if (!ComputeView(meshes, occluders, options, view.camera, place, lines, viewStats, error, executor, monitor)) {
+            stats.cancelled = viewStats.cancelled;
+            return false;
+        }
+        if (i == 0) {
+            stats.camera = viewStats.camera;
+            std::copy(&viewStats.fit[0][0], &viewStats.fit[0][0] + 4, &stats.fit[0][0]);
+            std::copy(viewStats.offset, viewStats.offset + 2, stats.offset);
+            stats.worldUnitsPerMM = viewStats.worldUnitsPerMM;
+        }
+        AddStats(stats, viewStats);
+        sheet.addView(*lines.parameters, view.name);
+        if (!AddViewLines(sheet, lines)) {
+            error = "writing '" + svgPath + "' failed";
+            return false;
+        }
+    }
+
+    ctr::TitleBlock block;
+    block.title = sheetOptions.title;
+    block.scale = layout.scale.label();
+    block.projection = sheetOptions.projection;
+    block.date = sheetOptions.date;
+    block.software =
+        std::string("contour ") + qeContouringLib::Version::GetDescStringMajorMinorReleaseRevision(false, false);
+    sheet.setFrame(static_cast<float>(options.camera.marginMM), block);
+    if (!sheet.writeFile(svgPath)) {
+        error = "writing '" + svgPath + "' failed";
+        return false;
+    }
+    stats.paths = CountLinePaths(svgPath);
+    stats.sheetScale = block.scale;
+    return true;
+}
+
+std::string SheetDate() {
+    std::time_t now = std::time(nullptr);
+    if (const char* epoch = std::getenv("SOURCE_DATE_EPOCH")) {
+        char* end = nullptr;
+        errno = 0;
+        const long long seconds = std::strtoll(epoch, &end, 10);
+        if (*epoch && end && *end == '\0' && errno == 0 && seconds >= 0) now = static_cast<std::time_t>(seconds);
+    }
+    std::tm utc{};
+    char text[32] = "";
+    if (gmtime_r(&now, &utc)) std::strftime(text, sizeof text, "%Y-%m-%d", &utc);
+    return text;
+}
+
+}  // namespace contour
