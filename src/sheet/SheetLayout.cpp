@@ -49,11 +49,11 @@ ExportParameters ScaledViewParameters(const DiscreteProjectionSpace& space, cons
                                       double modelPerSheetMM, const Wm4::Vector2<float>& windowCentre) {
     ExportParameters parameters(space);
     parameters.setPageSizeInMM(pageSizeInMM);
-    // Device coordinates run from -1 to 1 across the window, so half the
-    // window's world size is one device unit.
-    const Wm4::Vector2<float> frustum = space.computeFrustumSizeXY();
-    const float perDeviceX = static_cast<float>(0.5 * static_cast<double>(frustum[0]) / modelPerSheetMM);
-    const float perDeviceY = static_cast<float>(0.5 * static_cast<double>(frustum[1]) / modelPerSheetMM);
+    // The world length of one device unit along each axis: device
+    // coordinates run from -1 to 1 across the window.
+    const Wm4::Vector2<float> perDevice = space.computeFrustumSizeXY();
+    const float perDeviceX = static_cast<float>(static_cast<double>(perDevice[0]) / modelPerSheetMM);
+    const float perDeviceY = static_cast<float>(static_cast<double>(perDevice[1]) / modelPerSheetMM);
     parameters.setTransform(Wm4::Matrix2<float>(perDeviceX, 0.0f, 0.0f, perDeviceY), windowCentre);
     return parameters;
 }

@@ -106,7 +106,8 @@ bool LayOutSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
         layout.views.push_back(view);
     }
 
-    // The views' sizes in model units: the device box times half the window.
+    // The views' sizes in model units: the device box times the world length
+    // of a device unit.
     double size[4][2];
     double deviceBox[4][4];
     double perDevice[4][2];  // model units per device unit
@@ -122,7 +123,7 @@ bool LayOutSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
         }
         const Wm4::Vector2<float> frustum = SpaceOf(view.camera).computeFrustumSizeXY();
         for (int axis = 0; axis < 2; ++axis) {
-            perDevice[i][axis] = 0.5 * static_cast<double>(frustum[axis]);
+            perDevice[i][axis] = static_cast<double>(frustum[axis]);
             size[i][axis] = (deviceBox[i][axis + 2] - deviceBox[i][axis]) * perDevice[i][axis];
         }
     }
