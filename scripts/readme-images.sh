@@ -17,3 +17,8 @@ draw() {  # name, then the tool's arguments
 draw demo --demo
 draw fandisk "$models/cad/fandisk.obj"
 draw bunny "$models/organic/stanford-bunny.obj"
+# The multi-view sheet, dated by the last commit so that redrawing it changes
+# nothing unless the drawing does.
+SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)} \
+  "$tool" "$models/cad-brep/box_holes.obj" --sheet --hidden -q -o "$work/sheet.svg"
+rsvg-convert -w 1200 -b white "$work/sheet.svg" -o doc/sheet.png
