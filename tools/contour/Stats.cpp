@@ -49,6 +49,8 @@ bool WriteStats(const std::string& path, const ToolOptions& options, const RunSt
         view = {{"eye", {(*camera.eye)[0], (*camera.eye)[1], (*camera.eye)[2]}}};
     else if (camera.azimuthElevation)
         view = {{"azimuthDegrees", (*camera.azimuthElevation)[0]}, {"elevationDegrees", (*camera.azimuthElevation)[1]}};
+    else if (options.sheet)
+        view = {{"sheet", "front, top, side, iso; the matrices are the front view's"}};
     else
         view = {{"preset", ViewPresetName(camera.view)}};
     view["up"] = {camera.up[0], camera.up[1], camera.up[2]};
