@@ -260,6 +260,7 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         sheet.setLayerStyle(ctr::SheetLayer::kHidden,
                             ctr::DashedLineStyle(silhouetteStyle.color, ctr::NarrowLineWidth(silhouetteStyle.width)));
         sheet.setLayerEnabled(ctr::SheetLayer::kHidden, options.hiddenLines);
+        sheet.setWriteArcs(options.arcs);
         sheet.addView(parameters);
         bool added = true;
         for (const tKind& kind : kinds)
