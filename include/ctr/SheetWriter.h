@@ -68,6 +68,13 @@ public:
     void setLayerEnabled(SheetLayer layer, bool enabled);
     bool isLayerEnabled(SheetLayer layer) const;
 
+    // Arcs that the polyline fitting finds, and that are circles on the
+    // sheet (a circle seen face on), written as SVG arc commands through the
+    // same end points as their segments: smaller files, and true circles for
+    // a CAD program that reads them. Off by default: segments only.
+    void setWriteArcs(bool arcs);
+    bool getWriteArcs() const;
+
     // Starts a view: the lines added after it are placed on the sheet by
     // these parameters (camera, fit and page offset). Returns its number.
     size_t addView(const ExportParameters& parameters);
@@ -77,7 +84,10 @@ public:
     // Adds to a layer of the latest view the visible pieces of set, as the
     // SVG exporter draws a set: cut where its occlusion data says (a set
     // without any, such as a set of pieces, is drawn whole) and chained into
-    // polylines over welded vertices. False without a view.
+    // polylines. Before chaining, two segment ends that lie on one position
+    // under different vertices are joined when no other end is there, so
+    // that pieces (hidden ones above all) chain into one dashed path.
+    // False without a view.
     bool addLines(SheetLayer layer, const LineSegmentSet& set);
     // Every kind of a feature record into the latest view: creases,
     // silhouettes, intersections and, when the hidden layer is enabled, the

@@ -1,7 +1,10 @@
 #include "ctr/SheetWriter.h"
 
+#include <algorithm>
 #include <fstream>
 #include <locale>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "qe/qePointer.h"
@@ -9,6 +12,7 @@
 
 #include "ctr/SheetLines.h"
 #include "export/PathWriting.h"
+#include "lines/Placement.h"
 #include "sheet/TitleBlockWriting.h"
 
 namespace ctr {
@@ -53,6 +57,58 @@ private:
     std::streamsize m_precision;
 };
 
+// The segments of set with the ends that meet joined: where exactly two
+// segment ends lie on one position under different vertex indices, both
+// take one index. The polyline builder chains only through shared indices,
+// and a hidden piece has a vertex of its own at each end, so unjoined each
+// piece would be a path of its own, and a dashed line would start its
+// pattern anew on every one. Where more ends meet (a corner, or a line that
+// ends on another) nothing is joined: a path that goes on through there
+// would be split by the extra end, so the sheet chains no worse than the
+// exporter does. Every index must name a vertex.
+qe::qePointer<LineSegmentSet> WithMeetingEndsJoined(const LineSegmentSet& set) {
+    const int count = set.IBuffer->GetIndexQuantity() / 2 * 2;
+    const unsigned int* source = set.IBuffer->GetData();
+    const qe::qeVertexBuffer& vertices = *set.VBuffer;
+    std::vector<uint32_t> degree(static_cast<size_t>(vertices.GetVertexQuantity()), 0u);
+    for (int i = 0; i < count; ++i) ++degree[source[i]];
+    // The used vertices by position; a NaN coordinate meets nothing.
+    std::vector<unsigned int> order;
+    for (size_t v = 0; v < degree.size(); ++v) {
+        const Wm4::Vector3<float>& p = vertices.Position3(static_cast<int>(v));
+        if (degree[v] != 0 && p[0] == p[0] && p[1] == p[1] && p[2] == p[2])
+            order.push_back(static_cast<unsigned int>(v));
+    }
+    const auto position = [&](unsigned int v) {
+        const Wm4::Vector3<float>& p = vertices.Position3(static_cast<int>(v));
+        return std::make_tuple(p[0], p[1], p[2]);
+    };
+    std::sort(order.begin(), order.end(), [&](unsigned int a, unsigned int b) {
+        return std::make_pair(position(a), a) < std::make_pair(position(b), b);
+    });
+    std::vector<unsigned int> joined(degree.size());
+    for (size_t v = 0; v < joined.size(); ++v) joined[v] = static_cast<unsigned int>(v);
+    for (size_t first = 0; first < order.size();) {
+        size_t end = first + 1;
+        uint32_t ends = degree[order[first]];
+        for (; end < order.size() && position(order[end]) == position(order[first]); ++end) ends += degree[order[end]];
+        if (ends == 2)
+            for (size_t k = first + 1; k < end; ++k) joined[order[k]] = order[first];
+        first = end;
+    }
+
+    const qe::qePointer<qe::qeIndexBuffer> indices =
+        new qe::qeIndexBuffer(set.IBuffer->GetIndexQuantity(), qe::qeIndexBuffer::IBT_LINE_LIST);
+    unsigned int* target = indices->GetData();
+    for (int i = 0; i < set.IBuffer->GetIndexQuantity(); ++i) target[i] = i < count ? joined[source[i]] : source[i];
+    qe::qePointer<LineSegmentSet> result = new LineSegmentSet;
+    result->VBuffer = set.VBuffer;
+    result->IBuffer = indices;
+    result->segmentFlags = set.segmentFlags;
+    CopyPlacement(set, *result);
+    return result;
+}
+
 }  // namespace
 
 float NarrowLineWidth(float wideWidth) { return wideWidth * 0.5f; }
@@ -69,6 +125,8 @@ public:
         ExportParameters parameters;
         std::string name;  // empty: no group of its own
         std::vector<qe::qePointer<LineSegmentSet>> layers[kSheetLayerCount];
+        // By layer and set: the arc stretches of each polyline set.
+        std::vector<std::vector<ArcStretch>> arcs[kSheetLayerCount];
     };
 
     tInternal() : title("Illustration") {
@@ -91,6 +149,7 @@ public:
     std::string description;
     SheetLineStyle styles[kSheetLayerCount];
     bool enabled[kSheetLayerCount];
+    bool writeArcs = false;
     std::vector<tView> views;
     bool framed = false;
     float frameMargin = 0.0f;
@@ -131,7 +190,8 @@ void SheetWriter::tInternal::writeLayer(std::ostream& out, int layer) const {
     PathWriter paths(out, nullptr);
     for (const tView& view : views)
         if (view.name.empty())
-            for (const qe::qePointer<LineSegmentSet>& set : view.layers[layer]) paths.add(*set, view.parameters);
+            for (size_t s = 0; s < view.layers[layer].size(); ++s)
+                paths.add(*view.layers[layer][s], view.parameters, writeArcs ? &view.arcs[layer][s] : nullptr);
     paths.finish();
     for (size_t v = 0; v < views.size(); ++v) {
         const tView& view = views[v];
@@ -140,7 +200,8 @@ void SheetWriter::tInternal::writeLayer(std::ostream& out, int layer) const {
             << "\">";
         EndLine(out);
         PathWriter viewPaths(out, nullptr);
-        for (const qe::qePointer<LineSegmentSet>& set : view.layers[layer]) viewPaths.add(*set, view.parameters);
+        for (size_t s = 0; s < view.layers[layer].size(); ++s)
+            viewPaths.add(*view.layers[layer][s], view.parameters, writeArcs ? &view.arcs[layer][s] : nullptr);
         viewPaths.finish();
         out << "</g>";
         EndLine(out);
@@ -179,6 +240,10 @@ bool SheetWriter::isLayerEnabled(SheetLayer layer) const {
     return ValidLayer(layer) && internal->enabled[LayerIndex(layer)];
 }
 
+void SheetWriter::setWriteArcs(bool arcs) { internal->writeArcs = arcs; }
+
+bool SheetWriter::getWriteArcs() const { return internal->writeArcs; }
+
 size_t SheetWriter::addView(const ExportParameters& parameters) { return addView(parameters, std::string()); }
 
 size_t SheetWriter::addView(const ExportParameters& parameters, const std::string& name) {
@@ -196,12 +261,16 @@ bool SheetWriter::addLines(SheetLayer layer, const LineSegmentSet& set) {
     if (internal->views.empty() || !ValidLayer(layer)) return false;
     if (!isLayerEnabled(layer)) return true;
     const qe::qePointer<LineSegmentSet> baked = LineSegmentSet::BakeVisibleSegments(&set);
-    if (baked == nullptr) return true;
+    if (baked == nullptr || !baked->VBuffer || !baked->IBuffer) return true;
+    if (!IndicesNameVertices(*baked->VBuffer, *baked->IBuffer)) return false;
     std::vector<LineSegmentSet::ArcFeature> arcs;
-    const qe::qePointer<LineSegmentSet> polylines = LineSegmentSet::BuildPolylines(*baked, arcs, true);
+    const qe::qePointer<LineSegmentSet> polylines =
+        LineSegmentSet::BuildPolylines(*WithMeetingEndsJoined(*baked), arcs, true);
     if (polylines == nullptr || !polylines->VBuffer || !polylines->IBuffer) return true;
     if (!IndicesNameVertices(*polylines->VBuffer, *polylines->IBuffer)) return false;
-    internal->views.back().layers[LayerIndex(layer)].push_back(polylines);
+    tInternal::tView& view = internal->views.back();
+    view.layers[LayerIndex(layer)].push_back(polylines);
+    view.arcs[LayerIndex(layer)].push_back(ArcStretches(arcs));
     return true;
 }
 

@@ -178,7 +178,11 @@ Layers:
   switched on and off or plotted one by one. Hidden lines are the parts of
   every line that something hides, cut where the visible parts end, drawn
   half as wide as silhouettes with the dashes of ISO 128 (dash 12, gap 3
-  line widths). Without these options the file is the plain single-group
+  line widths). --arcs gives the layered sheet too, with every curve that
+  the fitting finds to be a circular arc, and that is a true circle on the
+  page (a circle seen face on), written as SVG arc commands through the
+  same end points: smaller files, and circles that CAD programs import as
+  circles. Without these options the file is the plain single-group
   drawing.
 
 Sheet:
@@ -294,6 +298,8 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     app.add_flag("--hidden", options.drawing.hiddenLines,
                  "Draw the hidden lines too, thin and dashed, in a layer of their own (see Layers)");
     app.add_flag("--layers", options.drawing.layers, "Put each kind of line in an Inkscape layer (see Layers)");
+    app.add_flag("--arcs", options.drawing.arcs,
+                 "Write the circles the fitting finds as SVG arcs where the page shows them round (see Layers)");
     app.add_option("--stats", options.statsPath, "Write a JSON record of the run to FILE")->type_name("FILE");
     app.add_flag("-q,--quiet", options.quiet, "No summary and no progress bar on standard error");
     std::string threads;

@@ -243,6 +243,7 @@ void StyleSheet(ctr::SheetWriter& sheet, const DrawingOptions& options) {
     sheet.setLayerStyle(ctr::SheetLayer::kHidden,
                         ctr::DashedLineStyle(silhouetteStyle.color, ctr::NarrowLineWidth(silhouetteStyle.width)));
     sheet.setLayerEnabled(ctr::SheetLayer::kHidden, options.hiddenLines);
+    sheet.setWriteArcs(options.arcs);
 }
 
 bool AddViewLines(ctr::SheetWriter& sheet, const ViewLines& lines) {

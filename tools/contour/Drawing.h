@@ -44,7 +44,10 @@ struct DrawingOptions {
     // The sheet in Inkscape layers, one per kind of line (always so with
     // hidden lines); otherwise the exporter's single-view file.
     bool layers = false;
-    bool layered() const { return layers || hiddenLines; }
+    // Arcs that are circles on the page written as SVG arc commands (on the
+    // layered sheet).
+    bool arcs = false;
+    bool layered() const { return layers || hiddenLines || arcs; }
 };
 
 // The segments of one kind of line on their way to the page.
