@@ -290,6 +290,22 @@ TEST_F(ContourTool, DrawsEachLineOnce) {
     EXPECT_EQ(readDrawing("out.svg").paths, 2 * paths);
 }
 
+// Lines where solids pass through each other are outlines of the part and
+// take the silhouette style, not the thinner crease style.
+TEST_F(ContourTool, DrawsIntersectionsInTheSilhouetteStyle) {
+    ASSERT_EQ(
+        run(model("scenes/two_balls_intersecting.obj") + " --crease-width 0.1 --silhouette-width 0.5 -q -o out.svg")
+            .exitCode,
+        0);
+    const std::string text = readFile(folder / "out.svg");
+    size_t groups = 0;
+    for (size_t at = text.find("<g "); at != std::string::npos; at = text.find("<g ", at + 1)) {
+        ++groups;
+        EXPECT_NE(text.substr(at, text.find('>', at) - at).find("stroke-width=\"0.5\""), std::string::npos);
+    }
+    EXPECT_EQ(groups, 2u) << "silhouettes and intersections, no creases on smooth balls";
+}
+
 // Azimuth turns from the front view towards the right one, elevation towards
 // up; the presets are the named directions of the same convention.
 TEST_F(ContourTool, AzimuthAndElevationFollowTheViews) {
