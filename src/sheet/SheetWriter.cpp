@@ -140,6 +140,10 @@ public:
         enabled[LayerIndex(SheetLayer::kHidden)] = false;
     }
 
+    // The page of the sheet: as set, or else the first view's.
+    const Wm4::Vector2<float>& page() const {
+        return pageSizeSet ? pageSize : views.front().parameters.getPageSizeInMM();
+    }
     void writeHeader(std::ostream& out) const;
     void writeLayer(std::ostream& out, int layer) const;
 
@@ -157,7 +161,7 @@ public:
 };
 
 void SheetWriter::tInternal::writeHeader(std::ostream& out) const {
-    const Wm4::Vector2<float>& page = pageSizeSet ? pageSize : views.front().parameters.getPageSizeInMM();
+    const Wm4::Vector2<float>& page = this->page();
     out << "<?xml version=\"1.0\"?>";
     EndLine(out);
     out << "<svg xmlns=\"http://www.w3.org/2000/svg\" "
@@ -187,11 +191,13 @@ void SheetWriter::tInternal::writeLayer(std::ostream& out, int layer) const {
     if (dashed) out << " stroke-dasharray=\"" << style.dash << ' ' << style.gap << '"';
     out << '>';
     EndLine(out);
+    const auto addView = [&](PathWriter& paths, const tView& view) {
+        for (size_t s = 0; s < view.layers[layer].size(); ++s)
+            paths.add(*view.layers[layer][s], view.parameters, writeArcs ? &view.arcs[layer][s] : nullptr);
+    };
     PathWriter paths(out, nullptr);
     for (const tView& view : views)
-        if (view.name.empty())
-            for (size_t s = 0; s < view.layers[layer].size(); ++s)
-                paths.add(*view.layers[layer][s], view.parameters, writeArcs ? &view.arcs[layer][s] : nullptr);
+        if (view.name.empty()) addView(paths, view);
     paths.finish();
     for (size_t v = 0; v < views.size(); ++v) {
         const tView& view = views[v];
@@ -200,8 +206,7 @@ void SheetWriter::tInternal::writeLayer(std::ostream& out, int layer) const {
             << "\">";
         EndLine(out);
         PathWriter viewPaths(out, nullptr);
-        for (size_t s = 0; s < view.layers[layer].size(); ++s)
-            viewPaths.add(*view.layers[layer][s], view.parameters, writeArcs ? &view.arcs[layer][s] : nullptr);
+        addView(viewPaths, view);
         viewPaths.finish();
         out << "</g>";
         EndLine(out);
@@ -294,10 +299,7 @@ bool SheetWriter::write(std::ostream& out) const {
     if (internal->views.empty() || !out.good()) return false;
     const ClassicFormatting formatting(out);
     internal->writeHeader(out);
-    if (internal->framed)
-        WriteFrameLayer(
-            out, internal->pageSizeSet ? internal->pageSize : internal->views.front().parameters.getPageSizeInMM(),
-            internal->frameMargin, internal->titleBlock);
+    if (internal->framed) WriteFrameLayer(out, internal->page(), internal->frameMargin, internal->titleBlock);
     for (int layer = 0; layer < kSheetLayerCount; ++layer)
         if (internal->enabled[layer]) internal->writeLayer(out, layer);
     out << "</svg>";

@@ -261,11 +261,16 @@ bool AddViewLines(ctr::SheetWriter& sheet, const ViewLines& lines) {
     return added;
 }
 
-size_t CountPaths(const std::string& svgPath) {
+size_t CountPaths(const std::string& svgPath, const char* afterLayer) {
     std::ifstream in(svgPath, std::ios::binary);
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    size_t at = 0;
+    if (afterLayer) {
+        at = text.find("inkscape:label=\"" + std::string(afterLayer) + "\"");
+        at = at == std::string::npos ? 0 : text.find("</g>", at);
+    }
     size_t count = 0;
-    for (size_t at = text.find("<path"); at != std::string::npos; at = text.find("<path", at + 5)) ++count;
+    for (at = text.find("<path", at); at != std::string::npos; at = text.find("<path", at + 5)) ++count;
     return count;
 }
 

@@ -133,8 +133,9 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
 void StyleSheet(ctr::SheetWriter& sheet, const DrawingOptions& options);
 // Adds the lines of a view to the sheet's latest view.
 bool AddViewLines(ctr::SheetWriter& sheet, const ViewLines& lines);
-// The paths in a written SVG file.
-size_t CountPaths(const std::string& svgPath);
+// The paths of a written SVG file; with a layer label, only those after that layer
+// (a sheet's frame layer comes first and holds no lines).
+size_t CountPaths(const std::string& svgPath, const char* afterLayer = nullptr);
 
 // Draws the lines of meshes, hidden where meshes or occluders cover them, into
 // the SVG file svgPath (created or truncated); layered, with the hidden lines

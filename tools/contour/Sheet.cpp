@@ -5,8 +5,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
-#include <iterator>
 #include <limits>
 
 #include "Wm4Vector2.h"
@@ -49,17 +47,6 @@ ctr::DiscreteProjectionSpace SpaceOf(const CameraMatrices& camera) {
     space.setViewProjection(camera.worldToClip, camera.clipToWorld);
     space.updateRatios();
     return space;
-}
-
-// Paths of the line layers only: the frame layer comes first and is skipped.
-size_t CountLinePaths(const std::string& svgPath) {
-    std::ifstream in(svgPath, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    size_t at = text.find("inkscape:label=\"Sheet\"");
-    at = at == std::string::npos ? 0 : text.find("</g>", at);
-    size_t count = 0;
-    for (at = text.find("<path", at); at != std::string::npos; at = text.find("<path", at + 5)) ++count;
-    return count;
 }
 
 void AddStats(DrawingStats& total, const DrawingStats& view) {
@@ -236,7 +223,7 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         error = "writing '" + svgPath + "' failed";
         return false;
     }
-    stats.paths = CountLinePaths(svgPath);
+    stats.paths = CountPaths(svgPath, "Sheet");
     stats.sheetScale = block.scale;
     return true;
 }
