@@ -22,6 +22,7 @@
 #include "qe/qeVertexBuffer.h"
 
 #include "ctr/DiscreteProjectionSpace.h"
+#include "ctr/GeometricFeaturesGenerator.h"
 
 // Readable failure messages for the value types (found by GoogleTest through
 // argument-dependent lookup).
@@ -61,6 +62,23 @@ inline qe::qePointer<qe::qeTriMesh> MakeMesh(const std::vector<Wm4::Vector3<floa
     qe::qePointer<qe::qeTriMesh> mesh = new qe::qeTriMesh(vertices, triangles);
     mesh->UpdateMS();
     return mesh;
+}
+
+// The features of a cluster drawn through space, common segments removed,
+// with the hidden pieces of its intersection lines.
+struct DrawnFeatures {
+    ctr::GeometricFeatures features;
+    qe::qePointer<ctr::LineSegmentSet> hiddenIntersections;
+};
+
+inline DrawnFeatures ComputeFeatures(const ctr::DiscreteProjectionSpace& space,
+                                     const std::vector<const qe::qeTriMesh*>& meshes) {
+    ctr::GeometricFeaturesGenerator generator;
+    generator.setProjectionSpace(space);
+    generator.setSingleExportCluster(meshes, nullptr);
+    DrawnFeatures drawn;
+    generator.computeGeometricFeatures(drawn.features, 0, true, &drawn.hiddenIntersections);
+    return drawn;
 }
 
 // A matrix pair for setViewProjection: worldToClip and the clipToWorld that

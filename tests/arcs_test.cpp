@@ -305,12 +305,9 @@ TEST(SheetArcs, HiddenPiecesChainAndAreEachDrawnOnce) {
     ctr::DiscreteProjectionSpace space;
     ctr_test::OrthoCamera(space, centre + V3(1.0f, 1.0f, 1.0f) * (2.0f * radius), centre, 1.2f * radius, 1.2f * radius,
                           0.2f * radius, 6.0f * radius);
-    ctr::GeometricFeaturesGenerator generator;
-    generator.setProjectionSpace(space);
-    generator.setSingleExportCluster(model.meshList(), nullptr);
-    ctr::GeometricFeatures features;
-    SetPointer hiddenIntersections;
-    generator.computeGeometricFeatures(features, 0, true, &hiddenIntersections);
+    ctr_test::DrawnFeatures computed = ctr_test::ComputeFeatures(space, model.meshList());
+    ctr::GeometricFeatures& features = computed.features;
+    const SetPointer& hiddenIntersections = computed.hiddenIntersections;
     // Every face of the model has vertices of its own, so each edge comes
     // twice; drawn once, as the tool draws it.
     ctr::LineSegmentSet::RemoveDuplicateSegments(features.creaseEdges);

@@ -156,12 +156,9 @@ TEST(HiddenLines, CompleteTheVisiblePiecesOnRealModels) {
             ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath(file), model, error)) << error;
             ctr::DiscreteProjectionSpace space;
             FrameMeshes(model.meshList(), perspective, space);
-            ctr::GeometricFeaturesGenerator generator;
-            generator.setProjectionSpace(space);
-            generator.setSingleExportCluster(model.meshList(), nullptr);
-            ctr::GeometricFeatures features;
-            SetPointer hiddenIntersections;
-            generator.computeGeometricFeatures(features, 0, true, &hiddenIntersections);
+            ctr_test::DrawnFeatures computed = ctr_test::ComputeFeatures(space, model.meshList());
+            ctr::GeometricFeatures& features = computed.features;
+            const SetPointer& hiddenIntersections = computed.hiddenIntersections;
             size_t hidden = 0;
             for (const SetPointer& set : {features.creaseEdges, features.silhouetteEdges})
                 if (set) hidden += ExpectComplement(*set, what);
