@@ -6,6 +6,7 @@
 #define CTR_BENCH_BENCHSCENES_H
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -27,8 +28,8 @@
 #include "qe/qeTriMesh.h"
 #include "qe/qeVertexBuffer.h"
 
-#include "Matrix4d.h"
 #include "ModelImport.h"
+#include "ctr/drawing/Camera.h"
 #include "ctr/BakedTriangles.h"
 #include "ctr/BakedVertex.h"
 #include "ctr/DiscreteProjectionSpace.h"
@@ -123,79 +124,22 @@ inline qe::qeBBox ComputeWorldBox(const contour::ImportedModel& model) {
     return box;
 }
 
-// Inverse computed in double (the matrices are built in float).
-inline Wm4::Matrix4<float> Invert(const Wm4::Matrix4<float>& matrix) {
-    contour::Matrix4d wide, inverse;
-    for (int row = 0; row < 4; ++row)
-        for (int col = 0; col < 4; ++col) wide[row][col] = matrix[row][col];
-    contour::InvertMatrix(wide, inverse);
-    Wm4::Matrix4<float> result;
-    for (int row = 0; row < 4; ++row)
-        for (int col = 0; col < 4; ++col) result[row][col] = static_cast<float>(inverse[row][col]);
-    return result;
-}
-
-// A camera looking at the centre of the model's box from an oblique
-// direction, framing the box's bounding sphere in a 4:3 view with the sphere
-// wholly between the near and far planes, so that nothing is clipped.
-// Matrices are row-vector (clip = (x, y, z, 1) * worldToClip), NDC in
-// [-1, 1]^3 with smaller z nearer the viewer.
-inline ctr::DiscreteProjectionSpace MakeFramingSpace(const qe::qeBBox& box, Projection projection) {
-    const double kAspect = 4.0 / 3.0;
-    const double kHalfFovY = 20.0 * 3.14159265358979 / 180.0;
-    const double kMargin = 1.05;
-    double centre[3], radius2 = 0.0;
-    for (int axis = 0; axis < 3; ++axis) {
-        centre[axis] = 0.5 * (static_cast<double>(box.Min[axis]) + box.Max[axis]);
-        const double half = 0.5 * (static_cast<double>(box.Max[axis]) - box.Min[axis]);
-        radius2 += half * half;
+// The camera of a drawing, framed by the drawing layer as the tool frames
+// it: an oblique view of the whole model on a 4:3 page, so that nothing is
+// clipped.
+inline ctr::DiscreteProjectionSpace MakeFramingSpace(const contour::ImportedModel& model, Projection projection) {
+    contour::CameraOptions options;
+    options.azimuthElevation = std::array<double, 2>{24.0, 18.0};
+    options.perspective = projection == Projection::kPerspective;
+    options.fovDegrees = 40.0;
+    contour::CameraMatrices camera;
+    std::string error;
+    if (!contour::FrameCamera(model.meshList(), {}, options, 400.0, 300.0, camera, error)) {
+        std::fprintf(stderr, "benchmark camera: %s\n", error.c_str());
+        std::exit(1);
     }
-    const double radius = kMargin * std::max(std::sqrt(radius2), 1e-6);
-
-    // Eye frame: back points from the centre to the eye, up is world y made
-    // orthogonal to it.
-    double back[3] = {0.45, 0.35, 1.0};
-    const auto normalize = [](double(&v)[3]) {
-        const double length = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
-        for (double& c : v) c /= length;
-    };
-    normalize(back);
-    double right[3] = {back[2], 0.0, -back[0]};  // (0, 1, 0) x back
-    normalize(right);
-    const double up[3] = {back[1] * right[2] - back[2] * right[1], back[2] * right[0] - back[0] * right[2],
-                          back[0] * right[1] - back[1] * right[0]};
-
-    const double distance = projection == Projection::kPerspective ? radius / std::sin(kHalfFovY) : 3.0 * radius;
-    const double eye[3] = {centre[0] + distance * back[0], centre[1] + distance * back[1],
-                           centre[2] + distance * back[2]};
-    const auto dot = [](const double* p, const double* q) { return p[0] * q[0] + p[1] * q[1] + p[2] * q[2]; };
-    const Wm4::Matrix4<float> view(static_cast<float>(right[0]), static_cast<float>(up[0]), static_cast<float>(back[0]),
-                                   0.0f, static_cast<float>(right[1]), static_cast<float>(up[1]),
-                                   static_cast<float>(back[1]), 0.0f, static_cast<float>(right[2]),
-                                   static_cast<float>(up[2]), static_cast<float>(back[2]), 0.0f,
-                                   static_cast<float>(-dot(eye, right)), static_cast<float>(-dot(eye, up)),
-                                   static_cast<float>(-dot(eye, back)), 1.0f);
-
-    const double nearPlane = distance - radius;
-    const double farPlane = distance + radius;
-    Wm4::Matrix4<float> projectionMatrix;  // zero
-    if (projection == Projection::kPerspective) {
-        const double focal = 1.0 / std::tan(kHalfFovY);
-        projectionMatrix[0][0] = static_cast<float>(focal / kAspect);
-        projectionMatrix[1][1] = static_cast<float>(focal);
-        projectionMatrix[2][2] = static_cast<float>((nearPlane + farPlane) / (nearPlane - farPlane));
-        projectionMatrix[2][3] = -1.0f;
-        projectionMatrix[3][2] = static_cast<float>(2.0 * nearPlane * farPlane / (nearPlane - farPlane));
-    } else {
-        projectionMatrix[0][0] = static_cast<float>(1.0 / (kAspect * radius));
-        projectionMatrix[1][1] = static_cast<float>(1.0 / radius);
-        projectionMatrix[2][2] = static_cast<float>(-2.0 / (farPlane - nearPlane));
-        projectionMatrix[3][2] = static_cast<float>(-(farPlane + nearPlane) / (farPlane - nearPlane));
-        projectionMatrix[3][3] = 1.0f;
-    }
-    const Wm4::Matrix4<float> worldToClip = view * projectionMatrix;
     ctr::DiscreteProjectionSpace space;
-    space.setViewProjection(worldToClip, Invert(worldToClip));
+    space.setViewProjection(camera.worldToClip, camera.clipToWorld);
     space.updateRatios();
     return space;
 }
@@ -225,7 +169,7 @@ inline void RequireValid(const ctr::BakedTriangles& baked) {
 inline std::unique_ptr<tBakedScene> BakeScene(const contour::ImportedModel& model, Projection projection) {
     auto scene = std::make_unique<tBakedScene>();
     scene->model = &model;
-    scene->space = MakeFramingSpace(ComputeWorldBox(model), projection);
+    scene->space = MakeFramingSpace(model, projection);
     scene->baked.setProjectionSpace(&scene->space);
     scene->baked.setMeshes(model.meshList());
     scene->baked.initialize();

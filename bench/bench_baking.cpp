@@ -6,7 +6,7 @@
 #include <benchmark/benchmark.h>
 
 #include "BenchScenes.h"
-#include "ThreadPool.h"
+#include "ctr/drawing/ThreadPool.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ void reportBaking(benchmark::State& state, const contour::ImportedModel& model, 
 // threads (the calling one included); such runs are timed by the wall clock.
 void bakeLoop(benchmark::State& state, const contour::ImportedModel& model, bench::Projection projection,
               unsigned int threads = 1) {
-    const ctr::DiscreteProjectionSpace space = bench::MakeFramingSpace(bench::ComputeWorldBox(model), projection);
+    const ctr::DiscreteProjectionSpace space = bench::MakeFramingSpace(model, projection);
     const std::vector<const qe::qeTriMesh*> meshes = model.meshList();
     contour::ThreadPool pool(threads);
     std::unique_ptr<ctr::BakedTriangles> baked;

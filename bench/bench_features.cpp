@@ -35,7 +35,7 @@ tFeatureScene& GetScene(const std::string& path) {
     const contour::ImportedModel& model = bench::LoadModel(path);
     slot = std::make_unique<tFeatureScene>();
     slot->generator.setProjectionSpace(
-        bench::MakeFramingSpace(bench::ComputeWorldBox(model), bench::Projection::kPerspective));
+        bench::MakeFramingSpace(model, bench::Projection::kPerspective));
     slot->generator.setSingleExportCluster(model.meshList(), nullptr);
     bench::RequireValid(slot->generator.getBakedTriangles(0));
     slot->creases = slot->generator.getInternal().computeCreaseEdges(0);

@@ -59,7 +59,7 @@ tLineScene& GetLineScene(const char* path) {
     slot = std::make_unique<tLineScene>();
     slot->model = &model;
     slot->generator.setProjectionSpace(
-        bench::MakeFramingSpace(bench::ComputeWorldBox(model), bench::Projection::kPerspective));
+        bench::MakeFramingSpace(model, bench::Projection::kPerspective));
     slot->generator.setSingleExportCluster(model.meshList(), nullptr);
     bench::RequireValid(slot->generator.getBakedTriangles(0));
     slot->creases = slot->generator.getInternal().computeCreaseEdges(0);

@@ -25,10 +25,10 @@
 #include "qe/qeVertexBuffer.h"
 
 #include "BenchScenes.h"
-#include "Camera.h"
-#include "Drawing.h"
+#include "ctr/drawing/Camera.h"
+#include "ctr/drawing/Drawing.h"
 #include "ModelImport.h"
-#include "ThreadPool.h"
+#include "ctr/drawing/ThreadPool.h"
 #include "ctr/ExportParameters.h"
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/LineSegmentSet.h"

@@ -11,11 +11,11 @@
 
 #include <gtest/gtest.h>
 
-#include "DemoScene.h"
-#include "Drawing.h"
+#include "ctr/drawing/DemoScene.h"
+#include "ctr/drawing/Drawing.h"
 #include "ModelImport.h"
 #include "TestSupport.h"
-#include "ThreadPool.h"
+#include "ctr/drawing/ThreadPool.h"
 #include "ctr/BakedTriangles.h"
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "generator/GeneratorInternal.h"

@@ -380,7 +380,7 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
         options.drawing.xyBits = xyBits;
         options.drawing.zBits = zBits;
 
-        options.smoothingAngleDegrees =
+        options.import.smoothingAngleDegrees =
             static_cast<float>(number("--smoothing-angle", smoothing, 0.0, 180.0, false, false, " degrees"));
         if (!creaseWidth.empty())
             options.drawing.creaseWidthMM =

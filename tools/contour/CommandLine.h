@@ -5,25 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "Drawing.h"
-#include "Sheet.h"
+#include "ctr/drawing/Job.h"
 
 namespace contour {
 
-struct ToolOptions {
-    std::vector<std::string> models;
-    std::vector<std::string> occluders;
-    bool demo = false;
-    std::string output;  // "-" for standard output
+// What to draw, and how the tool itself should talk.
+struct ToolOptions : DrawingRequest {
     bool quiet = false;
-    unsigned int threads = 0;  // 0: one per core
-    float smoothingAngleDegrees = 30.0f;
-    std::string pageLabel;  // e.g. "A4 portrait", for the summary
-    std::string statsPath;  // empty: no statistics file
-    DrawingOptions drawing;
-    // A multi-view sheet instead of one view.
-    bool sheet = false;
-    SheetOptions sheetOptions;
 };
 
 // -1 when the tool is to run with options filled in. Otherwise the exit

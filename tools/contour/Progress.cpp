@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "OutputFile.h"
+#include "ctr/drawing/OutputFile.h"
 
 namespace contour {
 

@@ -6,7 +6,7 @@
 #include <chrono>
 #include <string>
 
-#include "Drawing.h"
+#include "ctr/drawing/Drawing.h"
 
 namespace contour {
 

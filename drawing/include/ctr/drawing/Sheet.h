@@ -1,16 +1,16 @@
 // A multi-view engineering sheet: front, top and side views in the
 // arrangement of a projection method, and an iso view, at one standard scale
 // on one page, with a frame and a title block.
-#ifndef CONTOUR_SHEET_H
-#define CONTOUR_SHEET_H
+#ifndef CTR_DRAWING_SHEET_H
+#define CTR_DRAWING_SHEET_H
 
 #include <string>
 #include <vector>
 
 #include "qe/qeTriMesh.h"
 
-#include "Camera.h"
-#include "Drawing.h"
+#include "ctr/drawing/Camera.h"
+#include "ctr/drawing/Drawing.h"
 #include "ctr/SheetLayout.h"
 
 namespace contour {

@@ -1,7 +1,7 @@
 // A scene made in code, so that the tool can show what it does without a
 // model file.
-#ifndef CONTOUR_DEMOSCENE_H
-#define CONTOUR_DEMOSCENE_H
+#ifndef CTR_DRAWING_DEMOSCENE_H
+#define CTR_DRAWING_DEMOSCENE_H
 
 #include "ModelImport.h"
 

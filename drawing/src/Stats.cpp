@@ -1,10 +1,10 @@
-#include "Stats.h"
+#include "ctr/drawing/Job.h"
 
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sys/resource.h>
 
-#include "OutputFile.h"
+#include "ctr/drawing/OutputFile.h"
 #include "ctr/Version.h"
 
 namespace contour {
@@ -32,7 +32,7 @@ double milliseconds(double seconds) { return seconds * 1000.0; }
 
 }  // namespace
 
-bool WriteStats(const std::string& path, const ToolOptions& options, const RunStats& run, const DrawingStats& drawing,
+bool WriteStats(const std::string& path, const DrawingRequest& options, const RunStats& run, const DrawingStats& drawing,
                 std::string& error) {
     Json inputs = Json::array();
     for (const InputStats& input : run.inputs)

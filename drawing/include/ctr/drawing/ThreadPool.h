@@ -1,7 +1,7 @@
 // The tool's executor: a fixed set of worker threads that the library's
 // parallel loops run on. The library starts no thread itself.
-#ifndef CONTOUR_THREADPOOL_H
-#define CONTOUR_THREADPOOL_H
+#ifndef CTR_DRAWING_THREADPOOL_H
+#define CTR_DRAWING_THREADPOOL_H
 
 #include <atomic>
 #include <condition_variable>

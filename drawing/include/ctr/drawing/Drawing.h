@@ -1,7 +1,7 @@
 // From meshes and a camera to an SVG file: the library's pipeline as the tool
 // drives it.
-#ifndef CONTOUR_DRAWING_H
-#define CONTOUR_DRAWING_H
+#ifndef CTR_DRAWING_DRAWING_H
+#define CTR_DRAWING_DRAWING_H
 
 #include <cstddef>
 #include <functional>
@@ -14,7 +14,7 @@
 #include "qe/qeProgressNotifierInterface.h"
 #include "qe/qeTriMesh.h"
 
-#include "Camera.h"
+#include "ctr/drawing/Camera.h"
 #include "ctr/DiscreteProjectionSpace.h"
 #include "ctr/Executor.h"
 #include "ctr/ExportParameters.h"

@@ -1,4 +1,4 @@
-#include "Drawing.h"
+#include "ctr/drawing/Drawing.h"
 
 #include <chrono>
 #include <cmath>

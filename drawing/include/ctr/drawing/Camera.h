@@ -1,7 +1,7 @@
 // The camera of a drawing: a view direction (a preset or an eye point) and a
 // view window fitted to the model so that it fills the sheet inside a margin.
-#ifndef CONTOUR_CAMERA_H
-#define CONTOUR_CAMERA_H
+#ifndef CTR_DRAWING_CAMERA_H
+#define CTR_DRAWING_CAMERA_H
 
 #include <array>
 #include <optional>

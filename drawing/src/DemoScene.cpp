@@ -1,4 +1,4 @@
-#include "DemoScene.h"
+#include "ctr/drawing/DemoScene.h"
 
 #include <cmath>
 #include <vector>

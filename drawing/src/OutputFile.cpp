@@ -1,4 +1,4 @@
-#include "OutputFile.h"
+#include "ctr/drawing/OutputFile.h"
 
 #include <cerrno>
 #include <csignal>

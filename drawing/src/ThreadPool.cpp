@@ -1,4 +1,4 @@
-#include "ThreadPool.h"
+#include "ctr/drawing/ThreadPool.h"
 
 namespace contour {
 

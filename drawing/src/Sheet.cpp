@@ -1,4 +1,4 @@
-#include "Sheet.h"
+#include "ctr/drawing/Sheet.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "Camera.h"
+#include "ctr/drawing/Camera.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
 // Replacing an output file without ever losing what was there: the drawing is
 // written to a temporary file beside the target and renamed onto it only once
 // it is complete.
-#ifndef CONTOUR_OUTPUTFILE_H
-#define CONTOUR_OUTPUTFILE_H
+#ifndef CTR_DRAWING_OUTPUTFILE_H
+#define CTR_DRAWING_OUTPUTFILE_H
 
 #include <string>
 

@@ -1,0 +1,66 @@
+// One drawing from model files to an SVG file, the way a front end asks for
+// it: the files are read, the camera framed, the view or the sheet drawn, the
+// statistics collected, and the output replaced only once it is complete.
+#ifndef CTR_DRAWING_JOB_H
+#define CTR_DRAWING_JOB_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "ModelImport.h"
+#include "ctr/drawing/Drawing.h"
+#include "ctr/drawing/Sheet.h"
+
+namespace contour {
+
+struct DrawingRequest {
+    std::vector<std::string> models;
+    std::vector<std::string> occluders;  // hide lines, drawn nothing
+    bool demo = false;                   // the built-in scene instead of models
+    ImportOptions import;
+    DrawingOptions drawing;
+    bool sheet = false;  // a multi-view sheet instead of one view
+    SheetOptions sheetOptions;
+    unsigned int threads = 0;  // 0: one per core
+    std::string output;        // "-" for standard output
+    std::string statsPath;     // empty: no statistics file
+    std::string pageLabel;     // e.g. "A4 portrait", for the record
+};
+
+struct InputStats {
+    std::string path;
+    const char* role;  // "model" or "occluder"
+    size_t meshes = 0;
+    size_t triangles = 0;
+    size_t vertices = 0;
+    bool normalsGenerated = false;  // from the faces, for lack of stored ones
+};
+
+struct RunStats {
+    std::vector<InputStats> inputs;
+    size_t meshes = 0, triangles = 0, occluderTriangles = 0;
+    double importSeconds = 0.0;   // reading files, normals excluded
+    double normalsSeconds = 0.0;  // normals made for files without them
+    double totalSeconds = 0.0;
+    unsigned int threads = 1;
+};
+
+enum class JobOutcome { kDrawn, kFailed, kCancelled };
+
+// Runs the request. kFailed comes with a one-line reason in error, and
+// kCancelled when the monitor asked to stop (it is also asked between
+// files); either way nothing on disk has changed. The statistics file, when
+// asked for, is written before the drawing is committed, so that a run that
+// cannot write it leaves the old drawing too.
+JobOutcome RunDrawingJob(const DrawingRequest& request, RunStats& run, DrawingStats& stats, std::string& error,
+                         DrawingMonitor* monitor = nullptr);
+
+// Writes the record of a run to path, replacing any file there only once it
+// is complete. False with a one-line reason.
+bool WriteStats(const std::string& path, const DrawingRequest& request, const RunStats& run,
+                const DrawingStats& drawing, std::string& error);
+
+}  // namespace contour
+
+#endif

@@ -1,0 +1,101 @@
+#include "ctr/drawing/Job.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "ctr/drawing/DemoScene.h"
+#include "ctr/drawing/OutputFile.h"
+#include "ctr/drawing/ThreadPool.h"
+
+namespace contour {
+
+namespace {
+
+bool load(const std::string& path, const ImportOptions& importOptions, ImportedModel& model, std::string& error) {
+    // A plain open gives the system's reason (missing, not allowed), which the
+    // importer's message would not.
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored)) {
+        error = "'" + path + "' is a directory, not a model file";
+        return false;
+    }
+    if (!std::ifstream(path, std::ios::binary)) {
+        error = "cannot open '" + path + "': " + std::strerror(errno);
+        return false;
+    }
+    return ImportModel(path, model, error, importOptions);
+}
+
+void appendMeshes(const std::vector<ImportedModel>& models, const std::vector<std::string>& paths, const char* role,
+                  std::vector<const qe::qeTriMesh*>& meshes, size_t& triangles, RunStats& run) {
+    for (size_t i = 0; i < models.size(); ++i) {
+        const ImportedModel& model = models[i];
+        for (const qe::qeTriMesh* mesh : model.meshList()) meshes.push_back(mesh);
+        triangles += model.triangleCount;
+        run.inputs.push_back(InputStats{i < paths.size() ? paths[i] : "(demo scene)", role, model.meshes.size(),
+                                        model.triangleCount, model.vertexCount, model.normalsGenerated});
+        run.normalsSeconds += model.normalSeconds;
+    }
+}
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+}  // namespace
+
+JobOutcome RunDrawingJob(const DrawingRequest& request, RunStats& run, DrawingStats& stats, std::string& error,
+                         DrawingMonitor* monitor) {
+    const auto start = std::chrono::steady_clock::now();
+    if (monitor) monitor->phaseStarted("import");
+    std::vector<ImportedModel> models(request.demo ? 1 : request.models.size());
+    std::vector<ImportedModel> occluderModels(request.occluders.size());
+    if (request.demo) models[0] = MakeDemoScene();
+    for (const auto& [paths, loaded] :
+         {std::make_pair(&request.models, &models), std::make_pair(&request.occluders, &occluderModels)})
+        for (size_t i = 0; i < paths->size(); ++i) {
+            if (!load((*paths)[i], request.import, (*loaded)[i], error)) return JobOutcome::kFailed;
+            if (monitor && monitor->shouldCancel()) return JobOutcome::kCancelled;
+        }
+    run = RunStats();
+    run.importSeconds = secondsSince(start);
+
+    std::vector<std::string> inputs = request.models;
+    inputs.insert(inputs.end(), request.occluders.begin(), request.occluders.end());
+    for (const std::string& input : inputs) {
+        std::error_code ignored;
+        for (const std::string& output : {request.output, request.statsPath})
+            if (!output.empty() && output != "-" && std::filesystem::equivalent(input, output, ignored)) {
+                error = "the output '" + output + "' is the input file '" + input + "'";
+                return JobOutcome::kFailed;
+            }
+    }
+
+    std::vector<const qe::qeTriMesh*> meshes, occluders;
+    appendMeshes(models, request.models, "model", meshes, run.triangles, run);
+    appendMeshes(occluderModels, request.occluders, "occluder", occluders, run.occluderTriangles, run);
+    run.meshes = meshes.size();
+    run.importSeconds -= run.normalsSeconds;
+
+    AtomicOutput output;
+    ThreadPool pool(request.threads ? request.threads : ThreadPool::DefaultThreadCount());
+    run.threads = pool.threadCount();
+    ctr::Executor* executor = pool.threadCount() > 1 ? &pool : nullptr;
+    const bool drawn =
+        output.create(request.output, error) &&
+        (request.sheet ? DrawSheet(meshes, occluders, request.drawing, request.sheetOptions, output.temporaryPath(),
+                                   stats, error, executor, monitor)
+                       : DrawToSVG(meshes, occluders, request.drawing, output.temporaryPath(), stats, error, executor,
+                                   monitor));
+    if (stats.cancelled) return JobOutcome::kCancelled;
+    if (!drawn) return JobOutcome::kFailed;
+    run.totalSeconds = secondsSince(start);
+    if (!request.statsPath.empty() && !WriteStats(request.statsPath, request, run, stats, error))
+        return JobOutcome::kFailed;
+    return output.commit(error) ? JobOutcome::kDrawn : JobOutcome::kFailed;
+}
+
+}  // namespace contour
