@@ -1,0 +1,239 @@
+#include "SmoothNormals.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "FirstSeenNumbering.h"
+
+namespace contour::importer {
+
+namespace {
+
+std::array<uint32_t, 3> positionKey(const tVec3& p) { return {floatBits(p.x), floatBits(p.y), floatBits(p.z)}; }
+
+using Vector3d = Wm4::Vector3<double>;
+
+Vector3d toDouble(const tVec3& v) { return Vector3d(v.x, v.y, v.z); }
+
+bool sameBits(const Wm4::Vector3<float>& a, const Wm4::Vector3<float>& b) {
+    return floatBits(a[0]) == floatBits(b[0]) && floatBits(a[1]) == floatBits(b[1]) &&
+           floatBits(a[2]) == floatBits(b[2]);
+}
+
+Wm4::Vector3<float> unitNormal(const Vector3d& sum) {
+    const double length = sum.Length();
+    if (!(length > 0.0)) return Wm4::Vector3<float>(0.0f, 0.0f, 0.0f);
+    return Wm4::Vector3<float>(static_cast<float>(sum[0] / length), static_cast<float>(sum[1] / length),
+                               static_cast<float>(sum[2] / length));
+}
+
+}  // namespace
+
+void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int* slotOfCorner,
+                     tSmoothVertices& slots) {
+    const ScratchArray<unsigned int>& corners = source.corners;
+    const size_t faceCount = corners.size() / 3;
+
+    // Corners bucketed by position, groups numbered in the order of their
+    // first corner. Corners that share a vertex share its group, so the
+    // table is asked once per vertex, not once per corner.
+    constexpr uint32_t kUnset = 0xffffffffu;
+    ScratchArray<uint32_t> groupOfVertex;
+    groupOfVertex.assign(source.positions.size(), kUnset);
+    ScratchArray<uint32_t> groupVertex;  // a vertex of each group
+    {
+        constexpr size_t kAhead = 32;
+        tFirstSeenNumbering<3> groupOf(std::min(source.positions.size(), corners.size()));
+        for (size_t c = 0; c < corners.size(); ++c) {
+            if (c + kAhead < corners.size() && groupOfVertex[corners[c + kAhead]] == kUnset)
+                groupOf.prefetch(positionKey(source.positions[corners[c + kAhead]]));
+            uint32_t& group = groupOfVertex[corners[c]];
+            if (group == kUnset) {
+                group = groupOf.number(positionKey(source.positions[corners[c]]));
+                if (group == groupVertex.size()) groupVertex.push_back(corners[c]);
+            }
+        }
+    }
+
+    // Each face's normal scaled by twice its area, its direction, and the
+    // groups of its corners, which name its edges.
+    struct tFace {
+        Vector3d weighted;
+        Vector3d direction;
+        std::array<uint32_t, 3> group;
+    };
+    ScratchArray<tFace> faces(faceCount);
+    for (size_t f = 0; f < faceCount; ++f) {
+        const Vector3d p0 = toDouble(source.positions[corners[3 * f]]);
+        const Vector3d p1 = toDouble(source.positions[corners[3 * f + 1]]);
+        const Vector3d p2 = toDouble(source.positions[corners[3 * f + 2]]);
+        tFace& face = faces[f];
+        face.weighted = (p1 - p0).Cross(p2 - p0);
+        const double length = face.weighted.Length();
+        face.direction = length > 0.0 ? face.weighted / length : Vector3d(0.0, 0.0, 0.0);
+        for (size_t k = 0; k < 3; ++k) face.group[k] = groupOfVertex[corners[3 * f + k]];
+    }
+
+    const size_t groupCount = groupVertex.size();
+    ScratchArray<uint32_t> groupStart;
+    groupStart.assign(groupCount + 1, 0);
+    for (const unsigned int corner : corners) ++groupStart[groupOfVertex[corner] + 1];
+    for (size_t g = 0; g < groupCount; ++g) groupStart[g + 1] += groupStart[g];
+    ScratchArray<uint32_t> grouped(corners.size());  // each group's corners in corner order
+    {
+        ScratchArray<uint32_t> next(groupCount);
+        std::memcpy(next.data(), groupStart.data(), groupCount * sizeof(uint32_t));
+        for (size_t c = 0; c < corners.size(); ++c)
+            grouped[next[groupOfVertex[corners[c]]]++] = static_cast<uint32_t>(c);
+    }
+    groupOfVertex = ScratchArray<uint32_t>();
+
+    // At most one slot per corner; the unused part is never touched.
+    slots.normal.reserve(corners.size());
+    slots.source.reserve(corners.size());
+    const double cosLimit = std::cos(static_cast<double>(angleDegrees) * 3.14159265358979323846 / 180.0);
+    const Vector3d zero(0.0, 0.0, 0.0);
+    constexpr uint32_t kNone = 0xffffffffu;
+
+    // Per group, indexed by member (the group's k-th corner): the union-find
+    // forest whose roots are each fan's first member, the members' edges as
+    // (other group, member) keys, and each fan's sum and slot.
+    std::vector<uint32_t> parent;
+    std::vector<uint64_t> edges;
+    std::vector<std::pair<uint32_t, uint32_t>> hangers;  // directionless member, member with a direction
+    std::vector<uint32_t> hangOn;
+    std::vector<Vector3d> sum;
+    std::vector<unsigned char> directed;
+    std::vector<uint32_t> slotOfFan;
+    const auto find = [&parent](uint32_t k) {
+        while (parent[k] != k) {
+            parent[k] = parent[parent[k]];
+            k = parent[k];
+        }
+        return k;
+    };
+    const auto unite = [&](uint32_t a, uint32_t b) {
+        a = find(a);
+        b = find(b);
+        if (a < b) parent[b] = a;
+        if (b < a) parent[a] = b;
+    };
+
+    for (size_t g = 0; g < groupCount; ++g) {
+        const uint32_t* const member = grouped.data() + groupStart[g];
+        const uint32_t count = groupStart[g + 1] - groupStart[g];
+        const auto faceOf = [&](uint32_t k) -> const tFace& { return faces[member[k] / 3]; };
+        const auto hasDirection = [&](uint32_t k) { return faceOf(k).direction != zero; };
+        for (uint32_t k = 0; k < count; ++k) {
+            constexpr size_t kAhead = 16;
+            const size_t ahead = groupStart[g] + k + kAhead;
+            if (ahead < grouped.size()) __builtin_prefetch(&faces[grouped[ahead] / 3]);
+        }
+        parent.resize(count);
+        for (uint32_t k = 0; k < count; ++k) parent[k] = k;
+
+        if (count > 1) {
+            // Members meeting at an edge have the same other group: sorting
+            // the keys finds them in n log n, even at a hub of thousands of
+            // faces. An edge whose other end lies at this position has no
+            // length and joins nothing.
+            edges.clear();
+            for (uint32_t k = 0; k < count; ++k) {
+                const tFace& face = faceOf(k);
+                const uint32_t at = member[k] % 3;
+                for (const uint32_t step : {1u, 2u}) {
+                    const uint32_t other = face.group[(at + step) % 3];
+                    if (other != g) edges.push_back(static_cast<uint64_t>(other) << 32 | k);
+                }
+            }
+            std::sort(edges.begin(), edges.end());
+            hangers.clear();
+            for (size_t runStart = 0; runStart < edges.size();) {
+                size_t runEnd = runStart + 1;
+                while (runEnd < edges.size() && edges[runEnd] >> 32 == edges[runStart] >> 32) ++runEnd;
+                // Every pair of the run: two faces at a manifold edge, more
+                // at a non-manifold one. A face with a repeated corner may
+                // appear twice and is not paired with itself.
+                for (size_t i = runStart; i < runEnd; ++i)
+                    for (size_t j = i + 1; j < runEnd; ++j) {
+                        const uint32_t a = static_cast<uint32_t>(edges[i]);
+                        const uint32_t b = static_cast<uint32_t>(edges[j]);
+                        if (a == b) continue;
+                        const bool directedA = hasDirection(a);
+                        const bool directedB = hasDirection(b);
+                        if (directedA && directedB) {
+                            if (faceOf(a).direction.Dot(faceOf(b).direction) >= cosLimit) unite(a, b);
+                        } else if (!directedA && !directedB) {
+                            unite(a, b);
+                        } else {
+                            hangers.emplace_back(directedA ? b : a, directedA ? a : b);
+                        }
+                    }
+                runStart = runEnd;
+            }
+            if (!hangers.empty()) {
+                // Each directionless fan hangs on the neighbouring member
+                // with a direction that comes first, never on two, so it
+                // cannot join the fans on both sides of a crease.
+                hangOn.assign(count, kNone);
+                for (const auto& hanger : hangers) {
+                    uint32_t& on = hangOn[find(hanger.first)];
+                    on = std::min(on, hanger.second);
+                }
+                for (uint32_t k = 0; k < count; ++k)
+                    if (hangOn[k] != kNone) unite(k, hangOn[k]);
+            }
+        }
+
+        sum.assign(count, zero);
+        directed.assign(count, 0);
+        bool anyDirectionless = false;
+        for (uint32_t k = 0; k < count; ++k) {
+            const uint32_t fan = find(k);
+            sum[fan] += faceOf(k).weighted;
+            if (hasDirection(k)) directed[fan] = 1;
+        }
+        slotOfFan.assign(count, kNone);
+        // Fans of one position may still come out with the same normal: they
+        // share a vertex. The few slots of a group are searched in turn; a
+        // hub of many fans uses a table instead.
+        const size_t firstSlot = slots.normal.size();
+        std::unique_ptr<tFirstSeenNumbering<3>> seen;
+        if (count > 16) seen.reset(new tFirstSeenNumbering<3>(count));
+        const auto slotFor = [&](const Wm4::Vector3<float>& normal) {
+            size_t slot = firstSlot;
+            if (seen)
+                slot += seen->number({floatBits(normal[0]), floatBits(normal[1]), floatBits(normal[2])});
+            else
+                while (slot < slots.normal.size() && !sameBits(slots.normal[slot], normal)) ++slot;
+            if (slot == slots.normal.size()) {
+                slots.normal.push_back(normal);
+                slots.source.push_back(groupVertex[g]);
+            }
+            return static_cast<uint32_t>(slot);
+        };
+        for (uint32_t k = 0; k < count; ++k) {
+            if (parent[k] != k) continue;
+            if (!directed[k]) {
+                anyDirectionless = true;
+                continue;
+            }
+            slotOfFan[k] = slotFor(unitNormal(sum[k]));
+        }
+        if (anyDirectionless) {
+            Vector3d all = zero;
+            for (uint32_t k = 0; k < count; ++k) all += faceOf(k).weighted;
+            const uint32_t slot = slotFor(unitNormal(all));
+            for (uint32_t k = 0; k < count; ++k)
+                if (parent[k] == k && !directed[k]) slotOfFan[k] = slot;
+        }
+        for (uint32_t k = 0; k < count; ++k) slotOfCorner[member[k]] = static_cast<unsigned int>(slotOfFan[find(k)]);
+    }
+}
+
+}  // namespace contour::importer
