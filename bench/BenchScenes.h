@@ -28,7 +28,7 @@
 #include "qe/qeTriMesh.h"
 #include "qe/qeVertexBuffer.h"
 
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 #include "ctr/drawing/Camera.h"
 #include "ctr/BakedTriangles.h"
 #include "ctr/BakedVertex.h"

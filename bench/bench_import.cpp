@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "BenchMain.h"
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 
 namespace {
 

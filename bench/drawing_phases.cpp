@@ -27,7 +27,7 @@
 #include "BenchScenes.h"
 #include "ctr/drawing/Camera.h"
 #include "ctr/drawing/Drawing.h"
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 #include "ctr/drawing/ThreadPool.h"
 #include "ctr/ExportParameters.h"
 #include "ctr/GeometricFeaturesGenerator.h"

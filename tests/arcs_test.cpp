@@ -15,7 +15,7 @@
 
 #include <gtest/gtest.h>
 
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 #include "TestSupport.h"
 #include "ctr/ExportParameters.h"
 #include "ctr/GeometricFeaturesGenerator.h"

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 #include "TestSupport.h"
 #include "ctr/BakedTriangles.h"
 

@@ -17,7 +17,7 @@
 
 #include <gtest/gtest.h>
 
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 #include "ScratchArray.h"
 #include "TestSupport.h"
 

@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 #include "OcclusionReference.h"
 #include "TestSupport.h"
 #include "ctr/BakedTriangles.h"

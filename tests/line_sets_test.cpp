@@ -10,7 +10,7 @@
 
 #include "Wm4Math.h"
 
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 #include "OcclusionReference.h"
 #include "TestSupport.h"
 #include "ctr/GeometricFeaturesGenerator.h"

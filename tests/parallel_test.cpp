@@ -13,7 +13,7 @@
 
 #include "ctr/drawing/DemoScene.h"
 #include "ctr/drawing/Drawing.h"
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 #include "TestSupport.h"
 #include "ctr/drawing/ThreadPool.h"
 #include "ctr/BakedTriangles.h"

@@ -3,7 +3,7 @@
 #ifndef CTR_DRAWING_DEMOSCENE_H
 #define CTR_DRAWING_DEMOSCENE_H
 
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 
 namespace contour {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 #include "ctr/drawing/Drawing.h"
 #include "ctr/drawing/Sheet.h"
 

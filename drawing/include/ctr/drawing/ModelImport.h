@@ -1,8 +1,8 @@
 // Reads a model file into framework triangle meshes. Shared by the
 // command-line tool, the tests and the benchmarks; the library itself never
 // reads files.
-#ifndef CONTOUR_MODELIMPORT_H
-#define CONTOUR_MODELIMPORT_H
+#ifndef CTR_DRAWING_MODELIMPORT_H
+#define CTR_DRAWING_MODELIMPORT_H
 
 #include <cstddef>
 #include <string>

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 #include "SourceMesh.h"
 
 namespace contour::importer {

@@ -1,4 +1,4 @@
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 
 #include <algorithm>
 #include <cctype>

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "ModelImport.h"
+#include "ctr/drawing/ModelImport.h"
 
 namespace contour::importer {
 
