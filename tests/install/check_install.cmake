@@ -27,3 +27,13 @@ execute_process(COMMAND "${WORK_DIR}/build/consumer" RESULT_VARIABLE result OUTP
 if(NOT result EQUAL 0 OR NOT output MATCHES "1\\.0\\.0\\.1297 hidden 1 borders 3 hidden 0")
   message(FATAL_ERROR "consumer run failed: ${output}")
 endif()
+
+# The installed tool finds its library relative to itself, in any prefix.
+if(EXISTS "${WORK_DIR}/prefix/bin/contour")
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH
+      "${WORK_DIR}/prefix/bin/contour" --demo -q -o "${WORK_DIR}/demo.svg"
+    RESULT_VARIABLE result ERROR_VARIABLE output)
+  if(NOT result EQUAL 0 OR NOT EXISTS "${WORK_DIR}/demo.svg")
+    message(FATAL_ERROR "the installed contour does not run: ${output}")
+  endif()
+endif()
