@@ -138,10 +138,7 @@ inline ctr::DiscreteProjectionSpace MakeFramingSpace(const contour::ImportedMode
         std::fprintf(stderr, "benchmark camera: %s\n", error.c_str());
         std::exit(1);
     }
-    ctr::DiscreteProjectionSpace space;
-    space.setViewProjection(camera.worldToClip, camera.clipToWorld);
-    space.updateRatios();
-    return space;
+    return contour::ProjectionSpaceOf(camera);
 }
 
 // A model baked under one camera. The space lives beside the baked triangles,

@@ -171,9 +171,7 @@ int main(int argc, char** argv) {
             std::fprintf(stderr, "drawing_phases: %s\n", error.c_str());
             return 1;
         }
-        ctr::DiscreteProjectionSpace space;
-        space.setViewProjection(camera.worldToClip, camera.clipToWorld);
-        space.updateRatios();
+        const ctr::DiscreteProjectionSpace space = contour::ProjectionSpaceOf(camera);
 
         ctr::GeometricFeaturesGenerator generator;
         generator.setProjectionSpace(space);

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "Matrix4d.h"
+#include "Wm4Vector4.h"
 
 namespace contour {
 
@@ -114,6 +115,19 @@ void viewDirection(const CameraOptions& options, const Vec3& target, Vec3& back,
 }
 
 }  // namespace
+
+ctr::DiscreteProjectionSpace ProjectionSpaceOf(const CameraMatrices& camera) {
+    ctr::DiscreteProjectionSpace space;
+    space.setViewProjection(camera.worldToClip, camera.clipToWorld);
+    space.updateRatios();
+    return space;
+}
+
+bool WorldToDevice(const Wm4::Matrix4<float>& worldToClip, const Wm4::Vector3<float>& worldPos, double& u, double& v) {
+    const Wm4::Vector4<float> clip = Wm4::Vector4<float>(worldPos[0], worldPos[1], worldPos[2], 1.0f) * worldToClip;
+    u = clip[0] / clip[3], v = clip[1] / clip[3];
+    return std::isfinite(u) && std::isfinite(v);
+}
 
 bool ParseViewPreset(const std::string& name, ViewPreset& view) {
     for (const tPresetName& preset : kPresets)

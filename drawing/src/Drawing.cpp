@@ -74,7 +74,7 @@ private:
 };
 
 // Length on the page of the segments of a set: their world ends through the
-// camera and the sheet fit, in double. An estimate for the summary; the
+// camera and the sheet fit. An estimate for the summary; the
 // drawing itself is placed by the exporter.
 double InkLength(const qe::qePointer<ctr::LineSegmentSet>& set, const Wm4::Matrix4<float>& worldToClip,
                  const double (&fit)[2][2]) {
@@ -82,13 +82,8 @@ double InkLength(const qe::qePointer<ctr::LineSegmentSet>& set, const Wm4::Matri
     const qe::qeVertexBuffer& vertices = *set->VBuffer;
     const unsigned int* indices = set->IBuffer->GetData();
     const auto page = [&](unsigned int index, double(&out)[2]) {
-        const Wm4::Vector3<float> p = set->World.ApplyForward(vertices.Position3(static_cast<int>(index)), true);
-        double clip[4];
-        for (int col = 0; col < 4; ++col)
-            clip[col] = p[0] * static_cast<double>(worldToClip[0][col]) +
-                        p[1] * static_cast<double>(worldToClip[1][col]) +
-                        p[2] * static_cast<double>(worldToClip[2][col]) + static_cast<double>(worldToClip[3][col]);
-        const double u = clip[0] / clip[3], v = clip[1] / clip[3];
+        double u = 0.0, v = 0.0;
+        WorldToDevice(worldToClip, set->World.ApplyForward(vertices.Position3(static_cast<int>(index)), true), u, v);
         out[0] = fit[0][0] * u + fit[0][1] * v;
         out[1] = fit[1][0] * u + fit[1][1] * v;
     };
@@ -149,9 +144,7 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
     };
 
     stats.camera = camera;
-    ctr::DiscreteProjectionSpace space;
-    space.setViewProjection(camera.worldToClip, camera.clipToWorld);
-    space.updateRatios();
+    ctr::DiscreteProjectionSpace space = ProjectionSpaceOf(camera);
     // The space starts with the default sizes, which setVoxelBitSize would
     // refuse to set again.
     if ((options.xyBits != space.getXYBitSize() || options.zBits != space.getZBitSize()) &&

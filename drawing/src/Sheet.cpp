@@ -31,22 +31,14 @@ bool DeviceBox(const std::vector<const qe::qeTriMesh*>& meshes, const CameraMatr
         if (!mesh || !mesh->VBuffer) continue;
         const qe::qeVertexBuffer& vertices = *mesh->VBuffer;
         for (int i = 0; i < vertices.GetVertexQuantity(); ++i) {
-            const Wm4::Vector3<float> p = mesh->World.ApplyForward(vertices.Position3(i), true);
-            const Wm4::Vector4<float> clip = Wm4::Vector4<float>(p[0], p[1], p[2], 1.0f) * camera.worldToClip;
-            const double u = clip[0] / clip[3], v = clip[1] / clip[3];
-            if (!std::isfinite(u) || !std::isfinite(v)) continue;
+            double u, v;
+            if (!WorldToDevice(camera.worldToClip, mesh->World.ApplyForward(vertices.Position3(i), true), u, v))
+                continue;
             box[0] = std::min(box[0], u), box[1] = std::min(box[1], v);
             box[2] = std::max(box[2], u), box[3] = std::max(box[3], v);
         }
     }
     return box[0] <= box[2];
-}
-
-ctr::DiscreteProjectionSpace SpaceOf(const CameraMatrices& camera) {
-    ctr::DiscreteProjectionSpace space;
-    space.setViewProjection(camera.worldToClip, camera.clipToWorld);
-    space.updateRatios();
-    return space;
 }
 
 void AddStats(DrawingStats& total, const DrawingStats& view) {
@@ -108,7 +100,7 @@ bool LayOutSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
             error = "the model has no vertex to frame";
             return false;
         }
-        const Wm4::Vector2<float> frustum = SpaceOf(view.camera).computeFrustumSizeXY();
+        const Wm4::Vector2<float> frustum = ProjectionSpaceOf(view.camera).computeFrustumSizeXY();
         for (int axis = 0; axis < 2; ++axis) {
             perDevice[i][axis] = static_cast<double>(frustum[axis]);
             size[i][axis] = (deviceBox[i][axis + 2] - deviceBox[i][axis]) * perDevice[i][axis];

@@ -12,6 +12,8 @@
 #include "Wm4Vector3.h"
 #include "qe/qeTriMesh.h"
 
+#include "ctr/DiscreteProjectionSpace.h"
+
 namespace contour {
 
 enum class ViewPreset { kFront, kBack, kLeft, kRight, kTop, kBottom, kIso };
@@ -54,6 +56,14 @@ struct CameraMatrices {
 bool FrameCamera(const std::vector<const qe::qeTriMesh*>& drawn, const std::vector<const qe::qeTriMesh*>& occluders,
                  const CameraOptions& options, double pageWidthMM, double pageHeightMM, CameraMatrices& camera,
                  std::string& error);
+
+// The projection space of a camera at the library's default grid.
+ctr::DiscreteProjectionSpace ProjectionSpaceOf(const CameraMatrices& camera);
+
+// Where a world point lands in normalised device coordinates, projected in
+// float as the library's writers project it; false where it has no finite
+// place (on or behind the eye plane of a perspective camera).
+bool WorldToDevice(const Wm4::Matrix4<float>& worldToClip, const Wm4::Vector3<float>& worldPos, double& u, double& v);
 
 }  // namespace contour
 
