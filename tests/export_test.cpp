@@ -14,6 +14,7 @@
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/LineSegmentSet.h"
 #include "ctr/SVGExporter.h"
+#include "ctr/SvgText.h"
 
 namespace {
 
@@ -215,6 +216,7 @@ TEST_F(SVGExporter, FeatureRecordUsesCreaseAndSilhouetteStyles) {
     ASSERT_TRUE(exporter.closeFile());
     EXPECT_EQ(ReadFile(path), std::string(kHeader) + kCreaseGroup + Path({1, 0}) + "</g>\n" + kSilhouetteGroup +
                                   Path({3, 2}) + "</g>\n</svg>\n");
+    EXPECT_EQ(exporter.pathsWritten(), 2u);
     std::remove(path.c_str());
 }
 
@@ -254,6 +256,14 @@ TEST_F(SVGExporter, WriteFailuresAreReported) {
     EXPECT_TRUE(exporter.openFile(path));
     EXPECT_TRUE(exporter.closeFile());
     std::remove(path.c_str());
+}
+
+TEST(SvgText, EscapesForContentAndForAttributes) {
+    // Tabs and line breaks survive in a title; an attribute or a one-line
+    // label gets blanks, and its quotes must not end the value.
+    const std::string text = "a&<>\"'\t\n\r\x01\x7f\xc3\xa9";
+    EXPECT_EQ(ctr::EscapeXmlText(text, ctr::XmlTextContext::kContent), "a&amp;&lt;&gt;\"'\t\n\r \x7f\xc3\xa9");
+    EXPECT_EQ(ctr::EscapeXmlText(text, ctr::XmlTextContext::kAttribute), "a&amp;&lt;&gt;&quot;&apos;    \x7f\xc3\xa9");
 }
 
 // Decimal comma and digit grouping, as several national locales have.

@@ -176,6 +176,9 @@ TEST(HiddenLines, CompleteTheVisiblePiecesOnRealModels) {
                 std::ostringstream out;
                 ASSERT_TRUE(sheet.write(out));
                 const std::string text = out.str();
+                size_t paths = 0;
+                for (size_t at = text.find("<path"); at != std::string::npos; at = text.find("<path", at + 1)) ++paths;
+                EXPECT_EQ(sheet.pathsWritten(), paths) << what;
                 const size_t layer = text.find("<g id=\"hidden\"");
                 EXPECT_EQ(layer != std::string::npos, withHidden) << what;
                 if (withHidden) {

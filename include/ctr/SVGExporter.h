@@ -2,6 +2,7 @@
 #ifndef CTR_SVGEXPORTER_H
 #define CTR_SVGEXPORTER_H
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <string>
@@ -36,8 +37,8 @@ public:
     SVGExporter& operator=(const SVGExporter&) = delete;
 
     void setExportParameters(const ExportParameters& parameters);
-    // Both take effect for the next file opened; written verbatim (no
-    // escaping).
+    // Both take effect for the next file opened; written verbatim, so escape
+    // them first (EscapeXmlText in ctr/SvgText.h).
     void setTitle(const std::string& title);
     void setDescription(const std::string& description);
     void setLineStyle(const std::string& name, const SVGLineStyle& style);
@@ -45,11 +46,21 @@ public:
     SVGLineStyle getLineStyle(const std::string& name) const;
     const std::map<std::string, SVGLineStyle>& getLineStyles() const;
 
+    // False while a file is open, or when it cannot be opened. A file whose
+    // header fails (no export parameters) stays open: closeFile() ends it.
     bool openFile(const std::string& name);
+    // False when no file is open or a write failed, closing included.
     bool closeFile();
+    // True also when nothing is left to draw; false without an open file,
+    // for a style that does not exist, an index that names no vertex, or a
+    // failed write.
     bool streamLineSegments(const LineSegmentSet& set, const std::string& styleName);
     // Creases under "crease", silhouettes and intersections under "silhouette".
     bool streamGeometricFeatures(const GeometricFeatures& features);
+
+    // The path elements written into the file opened last, one per polyline,
+    // over all the sets streamed into it so far; 0 once openFile succeeds.
+    size_t pathsWritten() const;
 
 private:
     std::unique_ptr<tInternal> internal;

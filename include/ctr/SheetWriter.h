@@ -6,6 +6,7 @@
 #ifndef CTR_SHEETWRITER_H
 #define CTR_SHEETWRITER_H
 
+#include <cstddef>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -59,7 +60,8 @@ public:
 
     // A page size other than the first view's.
     void setPageSizeInMM(const Wm4::Vector2<float>& size);
-    // Written verbatim (no escaping), like the exporter's.
+    // Written verbatim, like the exporter's: escape them first
+    // (EscapeXmlText in ctr/SvgText.h).
     void setTitle(const std::string& title);
     void setDescription(const std::string& description);
     void setLayerStyle(SheetLayer layer, const SheetLineStyle& style);
@@ -101,9 +103,16 @@ public:
     void setFrame(float marginMM, const TitleBlock& block);
 
     // The whole sheet. False when no view was added or the stream failed.
+    // The stream's number format is set for the sheet and put back after.
     bool write(std::ostream& out) const;
-    // The same into a file (created or truncated).
+    // The same into a file of a UTF-8 name (created or truncated); false
+    // also when it cannot be opened or closed.
     bool writeFile(const std::string& fileName) const;
+    // The path elements of lines that the latest write or writeFile wrote,
+    // one per polyline over all layers and views; the frame and the title
+    // block are not counted. 0 before the first write and after one that
+    // wrote no header.
+    size_t pathsWritten() const;
 
 private:
     std::unique_ptr<tInternal> internal;

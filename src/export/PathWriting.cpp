@@ -89,21 +89,6 @@ bool FitPageArcs(const std::vector<Wm4::Vector2<float>>& points, float& radius, 
     return true;
 }
 
-void EndLine(std::ostream& out) { out << '\n' << std::flush; }
-
-uint32_t ColorChannel(float channel) {
-    const float scaled = channel * 255.0f;
-    // Out of the 64-bit range the conversion would be undefined; 0 is the low
-    // word of what x86 truncation yields there.
-    constexpr float kTwoTo63 = 9223372036854775808.0f;
-    if (!(scaled >= -kTwoTo63 && scaled < kTwoTo63)) return 0u;
-    return static_cast<uint32_t>(static_cast<int64_t>(scaled));
-}
-
-void WriteRgb(std::ostream& out, const Wm4::ColorRGB& color) {
-    out << "rgb(" << ColorChannel(color.R()) << ',' << ColorChannel(color.G()) << ',' << ColorChannel(color.B()) << ')';
-}
-
 bool IndicesNameVertices(const qe::qeVertexBuffer& vertices, const qe::qeIndexBuffer& indices) {
     if (!vertices.GetAttributes().HasPosition()) return false;
     const unsigned int vertexCount = static_cast<unsigned int>(vertices.GetVertexQuantity());
@@ -127,16 +112,16 @@ Wm4::Vector2<float> ProjectToSheet(const ExportParameters& parameters, const Lin
     return Wm4::Vector2<float>(x, parameters.getPageSizeInMM()[1] - y);
 }
 
+void PathWriter::writePath() {
+    // Every command of a polyline path is followed by a blank, the last one
+    // too: the single-view format fixes it so.
+    StartTag(m_out, "path", 2).attribute("d", m_data.take() + ' ').empty();
+}
+
 void PathWriter::startPath(const Wm4::Vector2<float>& start) {
-    if (m_paths != 0) {
-        m_out << "\"/>";
-        EndLine(m_out);
-    } else if (m_startTagEnd) {
-        m_out << m_startTagEnd;
-        EndLine(m_out);
-    }
+    if (!m_data.empty()) writePath();
     ++m_paths;
-    m_out << "  <path d=\"M" << start[0] << ',' << start[1] << ' ';
+    m_data.move(start);
 }
 
 bool PathWriter::addArcs(const LineSegmentSet& set, const ExportParameters& parameters, const ArcStretch& stretch,
@@ -155,9 +140,7 @@ bool PathWriter::addArcs(const LineSegmentSet& set, const ExportParameters& para
     // The points are the ones the segments would write, so the path meets
     // its neighbours exactly as before.
     if (indices[stretch.begin] != lastIndex) startPath(points.front());
-    for (const PageArc& arc : arcs)
-        m_out << 'A' << radius << ',' << radius << " 0 0 " << arc.sweep << ' ' << points[arc.end][0] << ','
-              << points[arc.end][1] << ' ';
+    for (const PageArc& arc : arcs) m_data.arc(radius, arc.sweep, points[arc.end]);
     lastIndex = indices[stretch.end - 1];
     return true;
 }
@@ -185,15 +168,13 @@ void PathWriter::add(const LineSegmentSet& set, const ExportParameters& paramete
         const unsigned int b = indices[i + 1];
         const Wm4::Vector2<float> end = ProjectToSheet(parameters, set, b);
         if (a != lastIndex) startPath(ProjectToSheet(parameters, set, a));
-        m_out << 'L' << end[0] << ',' << end[1] << ' ';
+        m_data.line(end);
         lastIndex = b;
     }
 }
 
 void PathWriter::finish() {
-    if (m_paths == 0) return;
-    m_out << "\"/>";
-    EndLine(m_out);
+    if (!m_data.empty()) writePath();
 }
 
 }  // namespace ctr

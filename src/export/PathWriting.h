@@ -1,6 +1,5 @@
-// Writing polylines as SVG paths on a sheet: the text that the SVG exporter
-// and the layered sheet writer share, so that both place and print every
-// vertex the same way.
+// Polylines as SVG paths on a sheet: the exporter and the layered sheet
+// writer both place every vertex and write every path this way.
 #ifndef CTR_EXPORT_PATHWRITING_H
 #define CTR_EXPORT_PATHWRITING_H
 
@@ -8,25 +7,13 @@
 #include <ostream>
 #include <vector>
 
-#include "Wm4ColorRGB.h"
 #include "Wm4Vector2.h"
 
 #include "ctr/ExportParameters.h"
 #include "ctr/LineSegmentSet.h"
+#include "export/SvgDocument.h"
 
 namespace ctr {
-
-// Every line is flushed as soon as it is complete, so that a write error
-// shows in the stream state of the writer that caused it.
-void EndLine(std::ostream& out);
-
-// A colour channel scaled to 0..255 by truncation: no rounding, no clamping,
-// and a negative channel wraps around as an unsigned 32-bit number. Values
-// that no 64-bit integer holds (NaN included) give 0.
-uint32_t ColorChannel(float channel);
-
-// rgb(R,G,B) with the channels as ColorChannel gives them.
-void WriteRgb(std::ostream& out, const Wm4::ColorRGB& color);
 
 // Every index of the set names an existing vertex position.
 bool IndicesNameVertices(const qe::qeVertexBuffer& vertices, const qe::qeIndexBuffer& indices);
@@ -67,15 +54,14 @@ struct PageArc {
 // large-arc flag is always 0 and a full circle needs no special case.
 bool FitPageArcs(const std::vector<Wm4::Vector2<float>>& points, float& radius, std::vector<PageArc>& arcs);
 
-// Writes the paths of polyline sets into an element whose start tag is being
-// written: one path per run of segments that share their vertex index where
-// they meet (equal positions under different indices start a new path), each
-// path's data as move and line commands. The first path first writes
-// startTagEnd (when given) to close the enclosing start tag; every path is
-// closed when the next begins, the last by finish().
+// Writes the paths of polyline sets, each path an element on a line of its
+// own: one path per run of segments that share their vertex index where
+// they meet (equal positions under different indices start a new path), its
+// data as move and line commands. A path is written once it is complete:
+// when the next begins, the last by finish().
 class PathWriter {
 public:
-    PathWriter(std::ostream& out, const char* startTagEnd) : m_out(out), m_startTagEnd(startTagEnd) {}
+    explicit PathWriter(std::ostream& out) : m_out(out) {}
 
     // The segments of set, in index-buffer order; every index must name a
     // vertex (see IndicesNameVertices). Each of the arcs (when given; in
@@ -84,19 +70,21 @@ public:
     // segments.
     void add(const LineSegmentSet& set, const ExportParameters& parameters,
              const std::vector<ArcStretch>* arcs = nullptr);
-    // Closes the last path, if any was opened.
+    // Writes the last path, if one was begun.
     void finish();
-    bool wroteAny() const { return m_paths != 0; }
+    // The paths begun so far.
+    size_t pathCount() const { return m_paths; }
 
 private:
-    // Closes the path before, if any, and opens one at start.
+    // Writes the path before, if any, and begins one at start.
     void startPath(const Wm4::Vector2<float>& start);
+    void writePath();
     // The stretch written as arcs, or false when it is no circle on the sheet.
     bool addArcs(const LineSegmentSet& set, const ExportParameters& parameters, const ArcStretch& stretch,
                  unsigned int& lastIndex);
 
     std::ostream& m_out;
-    const char* m_startTagEnd;
+    PathData m_data;
     size_t m_paths = 0;
 };
 

@@ -1,30 +1,20 @@
 #include "ctr/SVGExporter.h"
 
-#include <cstdint>
 #include <fstream>
-#include <locale>
-#include <ostream>
 #include <vector>
 
-#include "Wm4Vector2.h"
-#include "Wm4Vector3.h"
-#include "Wm4Vector4.h"
 #include "qe/qePointer.h"
-#include "qe/qeStringUtils.h"
 
 #include "export/PathWriting.h"
+#include "export/SvgDocument.h"
 
 namespace ctr {
 
 class SVGExporter::tInternal {
 public:
     tInternal() : title("Illustration") {
-        // Numbers must use "." whatever global locale the host has installed.
-        stream.imbue(std::locale::classic());
-        // Failures are reported by results; the stream must never throw.
-        stream.exceptions(std::ios::goodbit);
-        lineStyles.emplace("silhouette", SVGLineStyle{Wm4::ColorRGB(0.0f, 0.0f, 0.0f), 0.2f});
-        lineStyles.emplace("crease", SVGLineStyle{Wm4::ColorRGB(0.0f, 0.0f, 0.0f), 0.13333333f});
+        lineStyles.emplace("silhouette", SVGLineStyle{Wm4::ColorRGB(0.0f, 0.0f, 0.0f), kSilhouetteWidthMM});
+        lineStyles.emplace("crease", SVGLineStyle{Wm4::ColorRGB(0.0f, 0.0f, 0.0f), kCreaseWidthMM});
     }
 
     std::string fileName;
@@ -35,6 +25,8 @@ public:
     // used, so keeping the old ones alive would only leak them.
     std::unique_ptr<ExportParameters> exportParameters;
     std::map<std::string, SVGLineStyle> lineStyles;
+    // In the file opened last.
+    size_t pathsWritten = 0;
 
     bool isWritable() const { return stream.is_open() && stream.good(); }
 
@@ -48,20 +40,7 @@ private:
 
 bool SVGExporter::tInternal::exportHeader() {
     if (!exportParameters || !isWritable()) return false;
-    const Wm4::Vector2<float>& page = exportParameters->getPageSizeInMM();
-    stream << "<?xml version=\"1.0\"?>";
-    EndLine(stream);
-    stream << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << page[0] << "mm\" height=\"" << page[1]
-           << "mm\" viewBox=\"0 0 " << page[0] << ' ' << page[1] << "\" >";
-    EndLine(stream);
-    if (!title.empty()) {
-        stream << "<title>" << title << "</title>";
-        EndLine(stream);
-    }
-    if (!description.empty()) {
-        stream << "<desc>" << description << "</desc>";
-        EndLine(stream);
-    }
+    WriteSvgStart(stream, exportParameters->getPageSizeInMM(), SvgRoot::kPlain, title, description);
     return stream.good();
 }
 
@@ -71,33 +50,32 @@ bool SVGExporter::tInternal::exportLines(const std::string& groupId, const LineS
     if (!set.VBuffer || !set.IBuffer) return true;
     const auto style = lineStyles.find(styleName);
     if (style == lineStyles.end()) return false;
-    const int indexCount = set.IBuffer->GetIndexQuantity();
-    if (indexCount < 2) return true;
+    if (set.IBuffer->GetIndexQuantity() < 2) return true;
     // Checked before anything is written, so that a malformed set leaves no
     // half-written group behind.
     if (!IndicesNameVertices(*set.VBuffer, *set.IBuffer)) return false;
 
-    if (groupId.empty())
-        stream << "<g";
-    else
-        stream << "<g id=\"" << groupId << '"';
-    stream << " fill=\"none\" stroke-linecap=\"round\" stroke-linejoin=\"round\" stroke=\"";
-    WriteRgb(stream, style->second.color);
-    stream << "\" stroke-width=\"" << style->second.width;
-
-    // The first path closes the group's start tag.
-    PathWriter paths(stream, "\">");
+    StartTag group(stream, "g");
+    if (!groupId.empty()) group.attribute("id", groupId);
+    group.attribute("fill", "none")
+        .attribute("stroke-linecap", "round")
+        .attribute("stroke-linejoin", "round")
+        .attribute("stroke", style->second.color)
+        .attribute("stroke-width", style->second.width)
+        .open();
+    // Two indices or more make at least one path, so the group is never
+    // empty.
+    PathWriter paths(stream);
     paths.add(set, *exportParameters);
     paths.finish();
-    stream << "</g>";
-    EndLine(stream);
+    pathsWritten += paths.pathCount();
+    EndTag(stream, "g");
     return stream.good();
 }
 
 bool SVGExporter::tInternal::exportFooter() {
     if (!isWritable()) return false;
-    stream << "</svg>";
-    EndLine(stream);
+    WriteSvgEnd(stream);
     return stream.good();
 }
 
@@ -126,32 +104,20 @@ SVGLineStyle SVGExporter::getLineStyle(const std::string& name) const {
 const std::map<std::string, SVGLineStyle>& SVGExporter::getLineStyles() const { return internal->lineStyles; }
 
 bool SVGExporter::openFile(const std::string& name) {
-    std::ofstream& stream = internal->stream;
-    if (stream.is_open()) return false;
-    const std::string converted =
-        qe::qeStringUtils::convertCharset(name, qe::qeStringUtils::CS_UTF8, qe::qeStringUtils::CS_FILESYSTEM);
-    // open() clears the error state left by an earlier file on success and
-    // sets the fail state on failure.
-    stream.open(converted, std::ios::out | std::ios::trunc);
-    if (!stream.is_open()) return false;
-    if (!stream.good()) {
-        stream.close();
-        return false;
-    }
+    if (internal->stream.is_open() || !OpenSvgFile(internal->stream, name)) return false;
     internal->fileName = name;
+    internal->pathsWritten = 0;
     // A header that fails leaves the file open: closeFile() still ends it.
     return internal->exportHeader();
 }
 
 bool SVGExporter::closeFile() {
-    std::ofstream& stream = internal->stream;
-    if (!stream.is_open()) return false;
+    if (!internal->stream.is_open()) return false;
     const bool written = internal->exportFooter();
-    // close() sets the fail state when it fails; a file system may report a
-    // deferred write error only then, so that counts as a failed write too.
-    stream.close();
-    return written && !stream.fail();
+    return CloseSvgFile(internal->stream) && written;
 }
+
+size_t SVGExporter::pathsWritten() const { return internal->pathsWritten; }
 
 bool SVGExporter::streamLineSegments(const LineSegmentSet& set, const std::string& styleName) {
     if (!internal->isWritable()) return false;

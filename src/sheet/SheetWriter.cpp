@@ -2,16 +2,16 @@
 
 #include <algorithm>
 #include <fstream>
-#include <locale>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include "qe/qePointer.h"
-#include "qe/qeStringUtils.h"
 
 #include "ctr/SheetLines.h"
+#include "ctr/SvgText.h"
 #include "export/PathWriting.h"
+#include "export/SvgDocument.h"
 #include "lines/Placement.h"
 #include "sheet/TitleBlockWriting.h"
 
@@ -32,30 +32,6 @@ constexpr tLayerName kLayerNames[kSheetLayerCount] = {{"hidden", "Hidden lines"}
 int LayerIndex(SheetLayer layer) { return static_cast<int>(layer); }
 
 bool ValidLayer(SheetLayer layer) { return LayerIndex(layer) >= 0 && LayerIndex(layer) < kSheetLayerCount; }
-
-// The stream's formatting as the exporter's files have it (default number
-// format, "." as decimal point), put back as it was when done.
-class ClassicFormatting {
-public:
-    explicit ClassicFormatting(std::ostream& out)
-        : m_out(out), m_locale(out.imbue(std::locale::classic())), m_flags(out.flags()), m_precision(out.precision()) {
-        out.flags(std::ios::fmtflags{});
-        out.precision(6);
-    }
-    ~ClassicFormatting() {
-        m_out.imbue(m_locale);
-        m_out.flags(m_flags);
-        m_out.precision(m_precision);
-    }
-    ClassicFormatting(const ClassicFormatting&) = delete;
-    ClassicFormatting& operator=(const ClassicFormatting&) = delete;
-
-private:
-    std::ostream& m_out;
-    std::locale m_locale;
-    std::ios::fmtflags m_flags;
-    std::streamsize m_precision;
-};
 
 // The segments of set with the ends that meet joined: where exactly two
 // segment ends lie on one position under different vertex indices, both
@@ -131,11 +107,10 @@ public:
 
     tInternal() : title("Illustration") {
         const Wm4::ColorRGB black(0.0f, 0.0f, 0.0f);
-        const float wide = 0.2f;
-        styles[LayerIndex(SheetLayer::kHidden)] = DashedLineStyle(black, NarrowLineWidth(wide));
-        styles[LayerIndex(SheetLayer::kCreases)] = SheetLineStyle{black, 0.13333333f, 0.0f, 0.0f};
-        styles[LayerIndex(SheetLayer::kSilhouettes)] = SheetLineStyle{black, wide, 0.0f, 0.0f};
-        styles[LayerIndex(SheetLayer::kIntersections)] = SheetLineStyle{black, wide, 0.0f, 0.0f};
+        styles[LayerIndex(SheetLayer::kHidden)] = DashedLineStyle(black, NarrowLineWidth(kSilhouetteWidthMM));
+        styles[LayerIndex(SheetLayer::kCreases)] = SheetLineStyle{black, kCreaseWidthMM, 0.0f, 0.0f};
+        styles[LayerIndex(SheetLayer::kSilhouettes)] = SheetLineStyle{black, kSilhouetteWidthMM, 0.0f, 0.0f};
+        styles[LayerIndex(SheetLayer::kIntersections)] = SheetLineStyle{black, kSilhouetteWidthMM, 0.0f, 0.0f};
         for (bool& on : enabled) on = true;
         enabled[LayerIndex(SheetLayer::kHidden)] = false;
     }
@@ -144,8 +119,8 @@ public:
     const Wm4::Vector2<float>& page() const {
         return pageSizeSet ? pageSize : views.front().parameters.getPageSizeInMM();
     }
-    void writeHeader(std::ostream& out) const;
-    void writeLayer(std::ostream& out, int layer) const;
+    // Returns the paths it wrote.
+    size_t writeLayer(std::ostream& out, int layer) const;
 
     bool pageSizeSet = false;
     Wm4::Vector2<float> pageSize{0.0f, 0.0f};
@@ -158,61 +133,51 @@ public:
     bool framed = false;
     float frameMargin = 0.0f;
     TitleBlock titleBlock;
+    // Set by write(), which is const: it reports on the output, not on the
+    // sheet.
+    size_t pathsWritten = 0;
 };
 
-void SheetWriter::tInternal::writeHeader(std::ostream& out) const {
-    const Wm4::Vector2<float>& page = this->page();
-    out << "<?xml version=\"1.0\"?>";
-    EndLine(out);
-    out << "<svg xmlns=\"http://www.w3.org/2000/svg\" "
-           "xmlns:inkscape=\"http://www.inkscape.org/namespaces/inkscape\" width=\""
-        << page[0] << "mm\" height=\"" << page[1] << "mm\" viewBox=\"0 0 " << page[0] << ' ' << page[1] << "\">";
-    EndLine(out);
-    if (!title.empty()) {
-        out << "<title>" << title << "</title>";
-        EndLine(out);
-    }
-    if (!description.empty()) {
-        out << "<desc>" << description << "</desc>";
-        EndLine(out);
-    }
-}
-
-void SheetWriter::tInternal::writeLayer(std::ostream& out, int layer) const {
+size_t SheetWriter::tInternal::writeLayer(std::ostream& out, int layer) const {
     const SheetLineStyle& style = styles[layer];
     const bool dashed = style.dash > 0.0f && style.gap > 0.0f;
     // The style sits on the layer, so that a reader restyles a kind at once.
     // Dashes end square: round caps would eat into the gaps.
-    out << "<g id=\"" << kLayerNames[layer].id << "\" inkscape:groupmode=\"layer\" inkscape:label=\""
-        << kLayerNames[layer].label << "\" fill=\"none\" stroke=\"";
-    WriteRgb(out, style.color);
-    out << "\" stroke-width=\"" << style.width << "\" stroke-linecap=\"" << (dashed ? "butt" : "round")
-        << "\" stroke-linejoin=\"round\"";
-    if (dashed) out << " stroke-dasharray=\"" << style.dash << ' ' << style.gap << '"';
-    out << '>';
-    EndLine(out);
+    StartTag group(out, "g");
+    group.attribute("id", kLayerNames[layer].id)
+        .attribute("inkscape:groupmode", "layer")
+        .attribute("inkscape:label", kLayerNames[layer].label)
+        .attribute("fill", "none")
+        .attribute("stroke", style.color)
+        .attribute("stroke-width", style.width)
+        .attribute("stroke-linecap", dashed ? "butt" : "round")
+        .attribute("stroke-linejoin", "round");
+    if (dashed) group.attribute("stroke-dasharray", style.dash, style.gap);
+    group.open();
     const auto addView = [&](PathWriter& paths, const tView& view) {
         for (size_t s = 0; s < view.layers[layer].size(); ++s)
             paths.add(*view.layers[layer][s], view.parameters, writeArcs ? &view.arcs[layer][s] : nullptr);
     };
-    PathWriter paths(out, nullptr);
+    PathWriter paths(out);
     for (const tView& view : views)
         if (view.name.empty()) addView(paths, view);
     paths.finish();
+    size_t written = paths.pathCount();
     for (size_t v = 0; v < views.size(); ++v) {
         const tView& view = views[v];
         if (view.name.empty() || view.layers[layer].empty()) continue;
-        out << "<g id=\"" << kLayerNames[layer].id << '-' << v << "\" inkscape:label=\"" << EscapeSheetText(view.name)
-            << "\">";
-        EndLine(out);
-        PathWriter viewPaths(out, nullptr);
+        StartTag(out, "g")
+            .attribute("id", kLayerNames[layer].id + ('-' + std::to_string(v)))
+            .attribute("inkscape:label", EscapeXmlText(view.name, XmlTextContext::kAttribute))
+            .open();
+        PathWriter viewPaths(out);
         addView(viewPaths, view);
         viewPaths.finish();
-        out << "</g>";
-        EndLine(out);
+        written += viewPaths.pathCount();
+        EndTag(out, "g");
     }
-    out << "</g>";
-    EndLine(out);
+    EndTag(out, "g");
+    return written;
 }
 
 SheetWriter::SheetWriter() : internal(new tInternal) {}
@@ -296,29 +261,25 @@ bool SheetWriter::addFeatures(const GeometricFeatures& features, const LineSegme
 }
 
 bool SheetWriter::write(std::ostream& out) const {
+    internal->pathsWritten = 0;
     if (internal->views.empty() || !out.good()) return false;
-    const ClassicFormatting formatting(out);
-    internal->writeHeader(out);
+    const SvgNumberFormat format(out);
+    WriteSvgStart(out, internal->page(), SvgRoot::kLayers, internal->title, internal->description);
     if (internal->framed) WriteFrameLayer(out, internal->page(), internal->frameMargin, internal->titleBlock);
     for (int layer = 0; layer < kSheetLayerCount; ++layer)
-        if (internal->enabled[layer]) internal->writeLayer(out, layer);
-    out << "</svg>";
-    EndLine(out);
+        if (internal->enabled[layer]) internal->pathsWritten += internal->writeLayer(out, layer);
+    WriteSvgEnd(out);
     return out.good();
 }
 
 bool SheetWriter::writeFile(const std::string& fileName) const {
-    const std::string converted =
-        qe::qeStringUtils::convertCharset(fileName, qe::qeStringUtils::CS_UTF8, qe::qeStringUtils::CS_FILESYSTEM);
+    internal->pathsWritten = 0;
     std::ofstream file;
-    // Failures are reported by results; the stream must never throw.
-    file.exceptions(std::ios::goodbit);
-    file.open(converted, std::ios::out | std::ios::trunc);
-    if (!file.is_open()) return false;
+    if (!OpenSvgFile(file, fileName)) return false;
     const bool written = write(file);
-    // A file system may report a deferred write error only on close.
-    file.close();
-    return written && !file.fail();
+    return CloseSvgFile(file) && written;
 }
+
+size_t SheetWriter::pathsWritten() const { return internal->pathsWritten; }
 
 }  // namespace ctr

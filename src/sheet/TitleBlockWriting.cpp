@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "export/PathWriting.h"
+#include "export/SvgDocument.h"
 
 namespace ctr {
 
@@ -20,6 +20,7 @@ constexpr float kTitleHeightMM = 5.0f;
 // A rough advance of sans-serif capitals and digits per unit of height, to
 // shrink a title that would overrun its cell (a viewer's font may differ).
 constexpr float kAdvancePerHeight = 0.6f;
+const Wm4::ColorRGB kBlack(0.0f, 0.0f, 0.0f);
 
 // The cells of the lower row, as fractions of the block's width.
 struct tCell {
@@ -30,57 +31,64 @@ constexpr tCell kCells[] = {
     {"Scale", 0.14f}, {"Projection", 0.2f}, {"Units", 0.14f}, {"Date", 0.2f}, {"Software", 0.32f}};
 
 // The page in SVG coordinates: x to the right, y down from the top edge.
+// Points and boxes are given in sheet coordinates (y up).
 class tPage {
 public:
     tPage(std::ostream& out, float height) : m_out(out), m_height(height) {}
 
-    // A point given in sheet coordinates (y up).
-    void point(float x, float y) { m_out << x << ',' << (m_height - y); }
-
     void rect(const SheetRect& r, float width) {
-        m_out << "  <rect x=\"" << r.x << "\" y=\"" << (m_height - r.y - r.height) << "\" width=\"" << r.width
-              << "\" height=\"" << r.height << "\" stroke-width=\"" << width << "\"/>";
-        EndLine(m_out);
+        StartTag(m_out, "rect", 2)
+            .attribute("x", r.x)
+            .attribute("y", m_height - r.y - r.height)
+            .attribute("width", r.width)
+            .attribute("height", r.height)
+            .attribute("stroke-width", width)
+            .empty();
     }
 
     void line(float x0, float y0, float x1, float y1, float width, const char* dash = nullptr) {
-        m_out << "  <path d=\"M";
-        point(x0, y0);
-        m_out << " L";
-        point(x1, y1);
-        m_out << "\" stroke-width=\"" << width << '"';
-        if (dash) m_out << " stroke-dasharray=\"" << dash << '"';
-        m_out << "/>";
-        EndLine(m_out);
+        m_data.move(point(x0, y0));
+        m_data.line(point(x1, y1));
+        StartTag path(m_out, "path", 2);
+        path.attribute("d", m_data.take()).attribute("stroke-width", width);
+        if (dash) path.attribute("stroke-dasharray", dash);
+        path.empty();
     }
 
     void circle(float cx, float cy, float radius, float width) {
-        m_out << "  <circle cx=\"" << cx << "\" cy=\"" << (m_height - cy) << "\" r=\"" << radius << "\" stroke-width=\""
-              << width << "\"/>";
-        EndLine(m_out);
+        StartTag(m_out, "circle", 2)
+            .attribute("cx", cx)
+            .attribute("cy", m_height - cy)
+            .attribute("r", radius)
+            .attribute("stroke-width", width)
+            .empty();
     }
 
     void polygon(const float (*points)[2], int count, float width) {
-        m_out << "  <path d=\"M";
         for (int i = 0; i < count; ++i) {
-            if (i > 0) m_out << " L";
-            point(points[i][0], points[i][1]);
+            if (i == 0)
+                m_data.move(point(points[i][0], points[i][1]));
+            else
+                m_data.line(point(points[i][0], points[i][1]));
         }
-        m_out << " Z\" stroke-width=\"" << width << "\"/>";
-        EndLine(m_out);
+        m_data.close();
+        StartTag(m_out, "path", 2).attribute("d", m_data.take()).attribute("stroke-width", width).empty();
     }
 
     // Text with its baseline starting at (x, y); filled, not stroked.
     void text(float x, float y, float height, const std::string& content, const char* anchor = nullptr) {
-        m_out << "  <text x=\"" << x << "\" y=\"" << (m_height - y) << "\" font-size=\"" << height << '"';
-        if (anchor) m_out << " text-anchor=\"" << anchor << '"';
-        m_out << " fill=\"rgb(0,0,0)\" stroke=\"none\">" << EscapeSheetText(content) << "</text>";
-        EndLine(m_out);
+        StartTag tag(m_out, "text", 2);
+        tag.attribute("x", x).attribute("y", m_height - y).attribute("font-size", height);
+        if (anchor) tag.attribute("text-anchor", anchor);
+        tag.attribute("fill", kBlack).attribute("stroke", "none").text(content);
     }
 
 private:
+    Wm4::Vector2<float> point(float x, float y) const { return Wm4::Vector2<float>(x, m_height - y); }
+
     std::ostream& m_out;
     float m_height;
+    PathData m_data;
 };
 
 // The truncated cone of ISO 128-30 in a box: a cone lying along x seen from
@@ -115,38 +123,18 @@ void WriteProjectionSymbol(tPage& page, const SheetRect& box, ProjectionMethod m
 
 }  // namespace
 
-std::string EscapeSheetText(const std::string& text) {
-    std::string escaped;
-    for (const char c : text) {
-        switch (c) {
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '>':
-                escaped += "&gt;";
-                break;
-            case '"':
-                escaped += "&quot;";
-                break;
-            case '\'':
-                escaped += "&apos;";
-                break;
-            default:
-                const auto code = static_cast<unsigned char>(c);
-                escaped += code < 0x20 ? ' ' : c;
-        }
-    }
-    return escaped;
-}
-
 void WriteFrameLayer(std::ostream& out, const Wm4::Vector2<float>& pageSizeInMM, float marginMM,
                      const TitleBlock& block) {
-    out << "<g id=\"sheet\" inkscape:groupmode=\"layer\" inkscape:label=\"Sheet\" fill=\"none\" "
-           "stroke=\"rgb(0,0,0)\" stroke-linecap=\"round\" stroke-linejoin=\"round\" font-family=\"sans-serif\">";
-    EndLine(out);
+    StartTag(out, "g")
+        .attribute("id", "sheet")
+        .attribute("inkscape:groupmode", "layer")
+        .attribute("inkscape:label", "Sheet")
+        .attribute("fill", "none")
+        .attribute("stroke", kBlack)
+        .attribute("stroke-linecap", "round")
+        .attribute("stroke-linejoin", "round")
+        .attribute("font-family", "sans-serif")
+        .open();
     tPage page(out, pageSizeInMM[1]);
     page.rect(SheetFrameRect(pageSizeInMM, marginMM), kFrameWidthMM);
     const SheetRect box = TitleBlockRect(pageSizeInMM, marginMM);
@@ -191,8 +179,7 @@ void WriteFrameLayer(std::ostream& out, const Wm4::Vector2<float>& pageSizeInMM,
         }
         x += width;
     }
-    out << "</g>";
-    EndLine(out);
+    EndTag(out, "g");
 }
 
 }  // namespace ctr
