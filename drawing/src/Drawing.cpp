@@ -2,8 +2,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <fstream>
-#include <iterator>
 #include <malloc.h>
 
 #include "Wm4Vector2.h"
@@ -109,27 +107,6 @@ void KeepLargeBuffersInHeap() {
 bool BitSizesAccepted(unsigned int xyBits, unsigned int zBits) {
     ctr::DiscreteProjectionSpace probe;
     return (xyBits == probe.getXYBitSize() && zBits == probe.getZBitSize()) || probe.setVoxelBitSize(xyBits, zBits);
-}
-
-std::string EscapeXml(const std::string& text) {
-    std::string escaped;
-    for (const char c : text) {
-        switch (c) {
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '>':
-                escaped += "&gt;";
-                break;
-            default:
-                const auto code = static_cast<unsigned char>(c);
-                escaped += code < 0x20 && c != '\t' && c != '\n' && c != '\r' ? ' ' : c;
-        }
-    }
-    return escaped;
 }
 
 bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
@@ -254,19 +231,6 @@ bool AddViewLines(ctr::SheetWriter& sheet, const ViewLines& lines) {
     return added;
 }
 
-size_t CountPaths(const std::string& svgPath, const char* afterLayer) {
-    std::ifstream in(svgPath, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    size_t at = 0;
-    if (afterLayer) {
-        at = text.find("inkscape:label=\"" + std::string(afterLayer) + "\"");
-        at = at == std::string::npos ? 0 : text.find("</g>", at);
-    }
-    size_t count = 0;
-    for (at = text.find("<path", at); at != std::string::npos; at = text.find("<path", at + 5)) ++count;
-    return count;
-}
-
 bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error,
                ctr::Executor* executor, DrawingMonitor* monitor) {
@@ -294,7 +258,7 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
             error = "writing '" + svgPath + "' failed";
             return false;
         }
-        stats.paths = CountPaths(svgPath);
+        stats.paths = sheet.pathsWritten();
         clock.start(nullptr);
         return true;
     }
@@ -327,7 +291,7 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         error = "writing '" + svgPath + "' failed";
         return false;
     }
-    stats.paths = CountPaths(svgPath);
+    stats.paths = exporter.pathsWritten();
     clock.start(nullptr);
     return true;
 }

@@ -215,7 +215,7 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         error = "writing '" + svgPath + "' failed";
         return false;
     }
-    stats.paths = CountPaths(svgPath, "Sheet");
+    stats.paths = sheet.pathsWritten();
     stats.sheetScale = block.scale;
     return true;
 }

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "ctr/SvgText.h"
 #include "ctr/Version.h"
 
 namespace contour {
@@ -397,14 +398,15 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
         std::string names;
         for (const std::string& model : options.models)
             names += (names.empty() ? "" : ", ") + std::filesystem::path(model).filename().string();
-        options.drawing.title = EscapeXml(title ? *title : options.demo ? "contour demo" : names);
-        options.drawing.description = EscapeXml(
+        options.drawing.title = ctr::EscapeXmlText(title ? *title : options.demo ? "contour demo" : names, ctr::XmlTextContext::kContent);
+        options.drawing.description = ctr::EscapeXmlText(
             description ? *description
             : options.sheet
                 ? std::string("front, top, side and iso views, ") +
                       (options.sheetOptions.projection == ctr::ProjectionMethod::kFirstAngle ? "first" : "third") +
                       "-angle projection, orthographic"
-                : viewDescription(camera) + ", " + (camera.perspective ? "perspective" : "orthographic"));
+                : viewDescription(camera) + ", " + (camera.perspective ? "perspective" : "orthographic"),
+            ctr::XmlTextContext::kContent);
         if (options.sheet) {
             options.sheetOptions.title = title ? *title : options.demo ? "contour demo" : names;
             options.sheetOptions.date = SheetDate();

@@ -29,7 +29,7 @@ struct DrawingOptions {
     double pageHeightMM = 297.0;
     unsigned int xyBits = 20;
     unsigned int zBits = 20;
-    // Written into the file as given: escape XML before (see EscapeXml).
+    // Written into the file as given: escape XML before (ctr::EscapeXmlText).
     std::string title;
     std::string description;
     // Unset values keep the exporter's crease style.
@@ -105,10 +105,6 @@ void KeepLargeBuffersInHeap();
 // sizes are always taken, although setVoxelBitSize refuses to set them again).
 bool BitSizesAccepted(unsigned int xyBits, unsigned int zBits);
 
-// Text safe inside an XML element: markup characters escaped, control
-// characters that XML forbids replaced by blanks.
-std::string EscapeXml(const std::string& text);
-
 // The lines of one view on their way to the page: the visible pieces of each
 // kind, the hidden pieces when asked for, and where the view lies on the page.
 struct ViewLines {
@@ -133,10 +129,6 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
 void StyleSheet(ctr::SheetWriter& sheet, const DrawingOptions& options);
 // Adds the lines of a view to the sheet's latest view.
 bool AddViewLines(ctr::SheetWriter& sheet, const ViewLines& lines);
-// The paths of a written SVG file; with a layer label, only those after that layer
-// (a sheet's frame layer comes first and holds no lines).
-size_t CountPaths(const std::string& svgPath, const char* afterLayer = nullptr);
-
 // Draws the lines of meshes, hidden where meshes or occluders cover them, into
 // the SVG file svgPath (created or truncated); layered, with the hidden lines
 // when asked for. False with a one-line reason,
