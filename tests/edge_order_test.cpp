@@ -17,6 +17,7 @@
 
 #include "TestSupport.h"
 #include "ctr/LineSegmentSet.h"
+#include "lines/CreaseRecord.h"
 #include "lines/EdgeOrder.h"
 #include "lines/RankSort.h"
 

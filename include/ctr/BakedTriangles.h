@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "Wm4Vector3.h"
-#include "Wm4Vector4.h"
 #include "qe/qeBBox.h"
 #include "qe/qeGenericBVH.h"
 #include "qe/qeLinearGenericBVHBuilder.h"
@@ -40,8 +39,6 @@ public:
     // Grid position stored for a source vertex behind the viewer or outside
     // the cube. No stored triangle uses it as a corner.
     static constexpr int32_t kOutOfCubeMarker = 268435456;  // 2^28
-    // Leaf size bound handed to the hierarchy builder.
-    static constexpr uint32_t kMaxLeafSize = 10;
     // Clip records name the source triangle in their low 26 bits; above them,
     // two bits per slot j = 0, 1, 2 code the side of the stored triangle that
     // ends at corner j: 0 for a side made by a clip plane or a fan diagonal,
@@ -49,38 +46,9 @@ public:
     static constexpr uint32_t kClipRecordTriangleMask = 0x03FFFFFFu;
     static constexpr unsigned int kClipRecordCodeShift = 26;
 
-    // Source triangles per chunk of the counting pass: a whole number of
-    // words of the inside bits.
-    static constexpr uint32_t kTriangleChunk = 1u << 14;
-    // What the counting pass hands to the storing pass.
-    struct tFirstPassData {
-        // A source triangle that clipping changed: where its clipped polygon
-        // (clip space) lies in the mesh's polygon list, the source
-        // triangle's number and the 2-bit edge codes of the polygon's
-        // vertices (as DiscreteProjectionSpace::clipTriangle gives).
-        struct tClipRecord {
-            uint32_t firstVertex = 0;
-            uint32_t vertexCount = 0;
-            uint32_t triangle = 0;
-            uint32_t edgeCodes = 0;
-        };
-        struct tMeshData {
-            uint32_t triangleCount = 0;
-            uint32_t fanTriangleCount = 0;
-            // One bit per source triangle kept as it is (inside every clip
-            // plane, with area on screen), and how many are set in each
-            // chunk of kTriangleChunk source triangles.
-            std::vector<uint32_t> insideBits;
-            std::vector<uint32_t> chunkKeptCounts;
-            // Every source vertex quantised, or the out-of-cube marker.
-            std::vector<BakedVertex> sourceVertices;
-            std::vector<tClipRecord> clipRecords;
-            std::vector<Wm4::Vector4<float>> clipPolygons;
-        };
-        uint32_t vertexCount = 0;
-        uint32_t triangleCount = 0;
-        std::vector<tMeshData> meshes;
-    };
+    // What the counting pass hands to the storing pass. Its contents belong
+    // to the library's private headers.
+    struct tFirstPassData;
 
     BakedTriangles();
     ~BakedTriangles();
@@ -104,6 +72,7 @@ public:
     // is baked. Source triangles whose indices fall outside their vertex
     // buffer are dropped.
     void initialize();
+    // The counting and clipping pass of initialize(); data is overwritten.
     void initializeFirstPass(tFirstPassData& data);
     // Empties the baked lists (capacity kept); meshes and space stay.
     void clearData();
@@ -161,12 +130,8 @@ public:
     uint32_t getMeshTriangleEnd(uint32_t mesh) const;
 
 private:
-    void occlusionWalk(unsigned int node, const BakedVertex& a, const BakedVertex& b, const qe::qeBBox& box,
-                       std::vector<RationalInterval>& list) const;
-    void testTriangleOcclusion(uint32_t triangle, const BakedVertex& a, const BakedVertex& b,
-                               std::vector<RationalInterval>& list) const;
-    BakedVertex clampToGrid(const BakedVertex& vertex) const;
-    void refitLeaf(qe::qeBVHNode& leaf) const;
+    // The traversal and refit kernels, defined where they are used.
+    struct tKernels;
 
     const DiscreteProjectionSpace* projectionSpace;
     Executor* executor = nullptr;

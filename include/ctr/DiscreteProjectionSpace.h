@@ -111,9 +111,6 @@ public:
     unsigned int getZBitSize() const { return zBitSize; }
 
 private:
-    // A grid point in homogeneous world coordinates, before the division by w.
-    Wm4::Vector4<float> gridToHomogeneousWorld(int32_t x, int32_t y, int32_t z) const;
-
     Wm4::Matrix4<float> worldToClip;
     Wm4::Matrix4<float> clipToWorld;
     Wm4::Vector3<float> domainMin;

@@ -42,11 +42,15 @@ public:
     };
 
     // One stretch of an output polyline of BuildPolylines: the indices
-    // [begin, end) of the output index buffer (two per segment), linked to the
-    // stretches before and after it in the same polyline.
+    // [begin, end) of the output index buffer, both even and begin < end, so
+    // (end - begin) / 2 segments. previous and next link the stretches of one
+    // polyline in order (null at its ends); they point into the vector that
+    // BuildPolylines filled, so they hold while that vector is neither
+    // reallocated nor copied (a copy's links still point into the original).
     struct ArcFeature {
         static constexpr uint32_t kArc = 1;   // a circular arc
         static constexpr uint32_t kLine = 2;  // a straight line
+        // flags is kArc, kLine or 0 (a stretch that is neither).
 
         uint32_t begin;
         uint32_t end;
@@ -56,7 +60,10 @@ public:
 
         // Turns the stretch around in place: its indices in reverse order (each
         // segment's two ends swap, the segments run backwards), and likewise
-        // the per-segment flags and bytes that are given.
+        // the per-segment entries begin / 2 .. end / 2 - 1 of segmentFlags and
+        // bytes. indexArray must hold at least end indices; segmentFlags and
+        // bytes may be null, and one shorter than end / 2 entries is left
+        // alone. The links are not changed.
         void reverseIndexBuffer(unsigned int* indexArray, std::vector<bool>* segmentFlags,
                                 std::vector<unsigned char>* bytes) const;
     };
@@ -123,22 +130,51 @@ public:
     static LineSegmentSet* BakeVisibleSegments(const LineSegmentSet* source);
 
     // A position-only buffer holding once every distinct position that the
-    // segments of indices use (equal as floats: no tolerance, NaN never
-    // equal), sorted by position; remap gets the new index of every used old
-    // vertex (0 for unused ones).
+    // segments of indices use (equal as floats: no tolerance, +0 equals -0,
+    // NaN never equal), sorted by position, into filtered (released first;
+    // the new buffer is shared by reference count). remap gets one entry per
+    // old vertex: the new index of a used one, 0 for an unused one. A
+    // trailing odd index and indices naming no vertex mark nothing.
     static void CreateFilteredVertexBuffer(const qe::qeVertexBuffer& vertices, const qe::qeIndexBuffer& indices,
                                            qe::qePointer<qe::qeVertexBuffer>& filtered,
                                            std::vector<unsigned int>& remap);
-    // The same, rewriting every index of indices onto the new buffer.
+    // The same, rewriting every index of indices onto the new buffer (the
+    // trailing odd one too); an index naming no vertex becomes 0.
     static void CreateFilteredVertexBufferPatched(const qe::qeVertexBuffer& vertices, qe::qeIndexBuffer& indices,
                                                   qe::qePointer<qe::qeVertexBuffer>& filtered);
 
-    // Chains the segments into polylines (consecutive segments share their
-    // vertex index) and reports their straight and circular stretches in
-    // arcs. With filterVertices the result gets its own welded vertex buffer.
-    // Null when the source has no segment.
+    // Chains the segments of source into polylines and reports the stretches
+    // of each in arcs (cleared first). Chaining follows vertex indices, not
+    // positions: weld the source's vertices first where segments should
+    // meet. A polyline runs through vertices where exactly two segments meet
+    // and ends at any other vertex, or closes on itself; consecutive segments
+    // share their vertex index, so some segments come out reversed. Segments
+    // naming a vertex the buffer lacks are dropped; every other segment comes
+    // out exactly once. The result depends only on the input, never on
+    // timing.
+    //
+    // Stretches: a run whose first segment is flagged in segmentFlags is
+    // fitted as lines (kLine), any other as circular arcs (kArc), and an arc
+    // must span at least 22.5 degrees; what fits neither stays a stretch
+    // with flags 0. The fitting tolerances are FittingSystem's.
+    //
+    // Returns a new set with no reference yet (the caller owns it): the
+    // source's vertex buffer shared, or with filterVertices a welded buffer
+    // of its own (CreateFilteredVertexBufferPatched); a new line index
+    // buffer; segmentFlags in output order when the source has any, else
+    // empty; the source's placement, colour and width; no occlusion data.
+    // Null, with arcs empty, when the source lacks a buffer or keeps no
+    // segment.
     static LineSegmentSet* BuildPolylines(const LineSegmentSet& source, std::vector<ArcFeature>& arcs,
                                           bool filterVertices);
+    // The worker of BuildPolylines over bare buffers. segmentFlags may be
+    // null or empty (no flags: every run is fitted as arcs); missing entries
+    // read as false. segmentBytes, when given, is a per-segment byte array
+    // carried along like the flags (missing entries read as 0) and replaced
+    // by the output's. On true, outIndices holds a new line index buffer of
+    // the chained segments and outFlags their flags (empty without input
+    // flags). False, with arcs empty and outIndices, outFlags and
+    // segmentBytes untouched, when no segment names two existing vertices.
     static bool BuildPolylinesImpl(const qe::qeVertexBuffer& vertices, const qe::qeIndexBuffer& indices,
                                    const std::vector<bool>* segmentFlags, std::vector<unsigned char>* segmentBytes,
                                    qe::qePointer<qe::qeIndexBuffer>& outIndices, std::vector<ArcFeature>& arcs,
@@ -151,16 +187,13 @@ public:
 };
 
 // One crease or border edge: vertex indices in canonical order (smaller
-// position first, x then y then z; equal positions by index), the second word
-// carrying the normalsPerpendicular flag in bit 31. Mask the second word with
-// kCreaseIndexMask before using it as an index.
+// position first, x then y then z; equal positions by index). The second
+// word holds the second index in bits 0 to 30 and the normalsPerpendicular
+// flag in bit 31: mask it with 0x7FFFFFFF before using it as an index.
 struct CreaseEdgeInfo {
     uint32_t vertexA;
     uint32_t vertexBAndFlag;
 };
-
-constexpr uint32_t kCreaseIndexMask = 0x7FFFFFFFu;
-constexpr uint32_t kCreaseFlagBit = 0x80000000u;
 
 // Crease and border edges of a triangle list, sorted by their end positions.
 // Two triangle edges are one edge when their end positions are bit-identical.

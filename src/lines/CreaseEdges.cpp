@@ -8,6 +8,7 @@
 #include "qe/qeTriMesh.h"
 
 #include "ctr/LineSegmentSet.h"
+#include "lines/CreaseRecord.h"
 #include "lines/EdgeOrder.h"
 #include "lines/RankSort.h"
 

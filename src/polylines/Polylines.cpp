@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "check/Check.h"
 #include "ctr/FittingSystem.h"
 #include "ctr/LineSegmentSet.h"
 #include "lines/Placement.h"
@@ -115,6 +116,9 @@ void PolylineBuilder::chain() {
             runs.emplace_back(first, runSegments.size());
         }
     }
+    // Every segment with both ends in the buffer, in exactly one run: the
+    // output below is sized from the runs, not from the input.
+    CTR_ASSERT(runSegments.size() == offsets.back() / 2);
 }
 
 void PolylineBuilder::walk(uint32_t vertex, uint32_t arrivedBy, const std::vector<uint32_t>& offsets,
@@ -250,6 +254,9 @@ bool LineSegmentSet::BuildPolylinesImpl(const qe::qeVertexBuffer& vertices, cons
             piece = &builder.pieces[static_cast<size_t>(piece->next)];
         }
     }
+    // The buffer was sized from the pieces; a slot left unwritten would be
+    // drawn as a segment to whatever it held.
+    CTR_ASSERT(static_cast<size_t>(cursor - output->GetData()) == indexTotal);
     // Links are set once the vector has stopped growing.
     for (size_t r = 0; r < arcs.size(); ++r) {
         if (linkPrevious[r] < 0) continue;

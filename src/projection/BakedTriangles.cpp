@@ -12,8 +12,11 @@
 #include "qe/qeMemory.h"
 #include "qe/qeTriMesh.h"
 
+#include "check/Check.h"
+#include "check/Validate.h"
 #include "exact/Exact.h"
 #include "parallel/Chunks.h"
+#include "projection/FirstPass.h"
 
 namespace ctr {
 
@@ -52,10 +55,10 @@ bool quantizeSourceVertex(const Wm4::Vector4<float>& clip, const DiscreteProject
 // the inside bit set) and whose clip records are joined in chunk order, so
 // the chunks may run in any order.
 constexpr uint32_t kVertexChunk = 1u << 14;
-constexpr uint32_t kTriangleChunk = BakedTriangles::kTriangleChunk;
-static_assert(kTriangleChunk % 32 == 0, "triangle chunks own whole words of the inside bits");
 // Vertices and triangles per chunk when the hierarchy's boxes are made.
 constexpr size_t kBoxChunk = size_t(1) << 16;
+// The leaf size bound handed to the hierarchy builder.
+constexpr uint32_t kMaxLeafSize = 10;
 
 // Per source vertex in the first pass: bits 0 to 5 the clip planes it lies
 // outside of, bit 6 set when the divided cube test puts it outside.
@@ -242,6 +245,9 @@ void BakedTriangles::initialize() {
         for (const Wm4::Vector4<float>& point : meshData.clipPolygons)
             vertices.push_back(space.quantizeClipPoint(point));
     }
+    // Fan corners below are found at offsets the first pass counted; a
+    // miscount would shift the corners of every later mesh.
+    CTR_ASSERT(vertices.size() == data.vertexCount);
 
     // The fans of the clipped polygons, few next to the triangles kept as
     // they are, on the calling thread: whether a fan triangle has area on
@@ -347,6 +353,9 @@ void BakedTriangles::initialize() {
                 ++slot;
             }
         }
+        // Chunks store side by side in parallel: one that stored more than
+        // the first pass counted would overwrite its neighbour's triangles.
+        CTR_ASSERT(slot == task.firstSlot + meshData.chunkKeptCounts[task.chunk]);
     });
     for (size_t j = 0; j < meshes.size(); ++j) {
         const size_t fanFirst = getMeshTriangleEnd(static_cast<uint32_t>(j)) - fanPlanes[j].size();
@@ -459,23 +468,7 @@ bool BakedTriangles::validate(std::string* why) const {
         if (planes[t] != exact::PlaneRecord(a, b, c))
             return fail("plane record of triangle " + std::to_string(t) + " is wrong");
     }
-    if (triangleQuantity > 0 && hierarchy.isEmpty()) return fail("triangles without a hierarchy");
-    if (!hierarchy.validate(static_cast<uint32_t>(triangleQuantity), why)) return false;
-    // Refitted leaf boxes must hold their triangles' grid corners.
-    for (const qe::qeBVHNode& node : hierarchy.getNodes()) {
-        if (!node.isLeaf()) continue;
-        for (uint32_t k = node.firstPrimitive(); k < node.firstPrimitive() + node.primitiveCount(); ++k) {
-            const uint32_t t = hierarchy.getPrimitives()[k];
-            for (int c = 0; c < 3; ++c) {
-                const BakedVertex& v = vertices[triangles[3 * static_cast<size_t>(t) + c]];
-                const float coordinate[3] = {static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z)};
-                for (int axis = 0; axis < 3; ++axis)
-                    if (!(node.box.Min[axis] <= coordinate[axis] && coordinate[axis] <= node.box.Max[axis]))
-                        return fail("leaf box misses triangle " + std::to_string(t));
-            }
-        }
-    }
-    return true;
+    return check::ValidateHierarchy(hierarchy, vertices, triangles, why);
 }
 
 }  // namespace ctr

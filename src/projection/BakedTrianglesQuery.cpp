@@ -10,7 +10,10 @@
 // (X - P0) . N < 0 means X is behind the triangle, i.e. hidden by it.
 
 #include <algorithm>
+#include <string>
 
+#include "check/Check.h"
+#include "check/Validate.h"
 #include "ctr/BakedTriangles.h"
 #include "exact/Exact.h"
 #include "parallel/Chunks.h"
@@ -32,7 +35,17 @@ BakedVertex upperCorner(const BakedVertex& a, const BakedVertex& b) {
 
 }  // namespace
 
-BakedVertex BakedTriangles::clampToGrid(const BakedVertex& vertex) const {
+struct BakedTriangles::tKernels {
+    static BakedVertex clampToGrid(const BakedTriangles& baked, const BakedVertex& vertex);
+    static void occlusionWalk(const BakedTriangles& baked, unsigned int node, const BakedVertex& a,
+                              const BakedVertex& b, const qe::qeBBox& box, std::vector<RationalInterval>& list);
+    static void testTriangleOcclusion(const BakedTriangles& baked, uint32_t triangle, const BakedVertex& a,
+                                      const BakedVertex& b, std::vector<RationalInterval>& list);
+    static void refitLeaf(const BakedTriangles& baked, qe::qeBVHNode& leaf);
+};
+
+BakedVertex BakedTriangles::tKernels::clampToGrid(const BakedTriangles& baked, const BakedVertex& vertex) {
+    const BakedVertex& gridLimit = baked.gridLimit;
     return BakedVertex{std::clamp(vertex.x, 0, gridLimit.x), std::clamp(vertex.y, 0, gridLimit.y),
                        std::clamp(vertex.z, 0, gridLimit.z)};
 }
@@ -40,20 +53,21 @@ BakedVertex BakedTriangles::clampToGrid(const BakedVertex& vertex) const {
 void BakedTriangles::computeOcclusionIntervals(const BakedVertex& a, const BakedVertex& b,
                                                std::vector<RationalInterval>& list) const {
     if (planes.empty() || hierarchy.isEmpty()) return;
-    const BakedVertex ca = clampToGrid(a);
-    const BakedVertex cb = clampToGrid(b);
-    occlusionWalk(0, ca, cb, exact::GridBox(lowerCorner(ca, cb), upperCorner(ca, cb)), list);
+    const BakedVertex ca = tKernels::clampToGrid(*this, a);
+    const BakedVertex cb = tKernels::clampToGrid(*this, b);
+    tKernels::occlusionWalk(*this, 0, ca, cb, exact::GridBox(lowerCorner(ca, cb), upperCorner(ca, cb)), list);
 }
 
 void BakedTriangles::computeOcclusionIntervalsIter(unsigned int node, const BakedVertex& a, const BakedVertex& b,
                                                    const qe::qeBBox& box, std::vector<RationalInterval>& list) const {
     if (node >= hierarchy.getNodes().size()) return;
-    occlusionWalk(node, clampToGrid(a), clampToGrid(b), box, list);
+    tKernels::occlusionWalk(*this, node, tKernels::clampToGrid(*this, a), tKernels::clampToGrid(*this, b), box, list);
 }
 
-void BakedTriangles::occlusionWalk(unsigned int node, const BakedVertex& a, const BakedVertex& b, const qe::qeBBox& box,
-                                   std::vector<RationalInterval>& list) const {
-    const std::vector<qe::qeBVHNode>& nodes = hierarchy.getNodes();
+void BakedTriangles::tKernels::occlusionWalk(const BakedTriangles& baked, unsigned int node, const BakedVertex& a,
+                                             const BakedVertex& b, const qe::qeBBox& box,
+                                             std::vector<RationalInterval>& list) {
+    const std::vector<qe::qeBVHNode>& nodes = baked.hierarchy.getNodes();
     for (;;) {
         const qe::qeBVHNode& current = nodes[node];
         // The depth test is one-sided and non-strict: a node whose nearest
@@ -65,26 +79,29 @@ void BakedTriangles::occlusionWalk(unsigned int node, const BakedVertex& a, cons
             current.box.Max[1] < box.Min[1] || current.box.Min[2] >= box.Max[2])
             return;
         if (!current.isLeaf()) {
-            occlusionWalk(current.firstChild(), a, b, box, list);
+            occlusionWalk(baked, current.firstChild(), a, b, box, list);
             node = current.secondChild();
             continue;
         }
         // 32-bit sum on purpose: a leaf whose range wraps holds nothing.
         const uint32_t first = current.firstPrimitive();
         const uint32_t end = first + current.primitiveCount();
-        for (uint32_t k = first; k < end; ++k) testTriangleOcclusion(hierarchy.getPrimitives()[k], a, b, list);
+        for (uint32_t k = first; k < end; ++k)
+            testTriangleOcclusion(baked, baked.hierarchy.getPrimitives()[k], a, b, list);
         return;
     }
 }
 
-void BakedTriangles::testTriangleOcclusion(uint32_t triangle, const BakedVertex& a, const BakedVertex& b,
-                                           std::vector<RationalInterval>& list) const {
-    const uint32_t* corner = &triangles[3 * static_cast<size_t>(triangle)];
+void BakedTriangles::tKernels::testTriangleOcclusion(const BakedTriangles& baked, uint32_t triangle,
+                                                     const BakedVertex& a, const BakedVertex& b,
+                                                     std::vector<RationalInterval>& list) {
+    const std::vector<BakedVertex>& vertices = baked.vertices;
+    const uint32_t* corner = &baked.triangles[3 * static_cast<size_t>(triangle)];
     const BakedVertex* p[3] = {&vertices[corner[0]], &vertices[corner[1]], &vertices[corner[2]]};
 
     // An edge nowhere behind the plane is hidden nowhere: decided first, as
     // it is the cheapest test and the commonest way out.
-    const Wm4::Vector3<int64_t>& normal = planes[triangle];
+    const Wm4::Vector3<int64_t>& normal = baked.planes[triangle];
     const int64_t depthA = exact::PlaneDistance(a, *p[0], normal);
     const int64_t depthB = exact::PlaneDistance(b, *p[0], normal);
     if (depthA >= 0 && depthB >= 0) return;
@@ -129,12 +146,14 @@ void BakedTriangles::testTriangleOcclusion(uint32_t triangle, const BakedVertex&
         list.push_back(RationalInterval{start.numerator, start.denominator, end.numerator, end.denominator});
 }
 
-void BakedTriangles::refitLeaf(qe::qeBVHNode& leaf) const {
+void BakedTriangles::tKernels::refitLeaf(const BakedTriangles& baked, qe::qeBVHNode& leaf) {
     leaf.box.makeEmpty();
     const uint32_t first = leaf.firstPrimitive();
     const uint32_t end = first + leaf.primitiveCount();
     if (end <= first) return;
-    const uint32_t* primitives = hierarchy.getPrimitives().data();
+    const std::vector<BakedVertex>& vertices = baked.vertices;
+    const std::vector<uint32_t>& triangles = baked.triangles;
+    const uint32_t* primitives = baked.hierarchy.getPrimitives().data();
     BakedVertex low{INT32_MAX, INT32_MAX, INT32_MAX};
     BakedVertex high{INT32_MIN, INT32_MIN, INT32_MIN};
     for (uint32_t k = first; k < end; ++k) {
@@ -159,24 +178,28 @@ void BakedTriangles::computeBakedBVHBBox(unsigned int node) {
         if (executor) {
             ForEachChunk(executor, nodes.size(), kRefitChunk, [&](size_t, size_t begin, size_t end) {
                 for (size_t index = begin; index < end; ++index)
-                    if (nodes[index].isLeaf()) refitLeaf(nodes[index]);
+                    if (nodes[index].isLeaf()) tKernels::refitLeaf(*this, nodes[index]);
             });
         }
         for (size_t index = nodes.size(); index-- > 0;) {
             qe::qeBVHNode& current = nodes[index];
             if (current.isLeaf()) {
-                if (!executor) refitLeaf(current);
+                if (!executor) tKernels::refitLeaf(*this, current);
                 continue;
             }
             current.box.makeEmpty();
             current.box.include(nodes[current.firstChild()].box);
             current.box.include(nodes[current.secondChild()].box);
         }
+        if (check::IsValidating()) {
+            std::string why;
+            CTR_ASSERT_MSG(check::ValidateHierarchy(hierarchy, vertices, triangles, &why), why.c_str());
+        }
         return;
     }
     qe::qeBVHNode& current = nodes[node];
     if (current.isLeaf()) {
-        refitLeaf(current);
+        tKernels::refitLeaf(*this, current);
         return;
     }
     current.box.makeEmpty();

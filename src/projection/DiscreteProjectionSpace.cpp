@@ -40,6 +40,16 @@ float axisRange(unsigned int bits) {
     return static_cast<float>(static_cast<int32_t>(range));
 }
 
+// A grid point in homogeneous world coordinates, before the division by w.
+Wm4::Vector4<float> gridToHomogeneousWorld(const DiscreteProjectionSpace& space, int32_t x, int32_t y, int32_t z) {
+    const Wm4::Vector3<float>& invScale = space.getDiscreteInvScale();
+    const Wm4::Vector3<float>& domainMin = space.getDomainMin();
+    const Wm4::Vector4<float> ndc(static_cast<float>(x) * invScale[0] + domainMin[0],
+                                  static_cast<float>(y) * invScale[1] + domainMin[1],
+                                  static_cast<float>(z) * invScale[2] + domainMin[2], 1.0f);
+    return ndc * space.getClipToWorld();
+}
+
 }  // namespace
 
 DiscreteProjectionSpace::DiscreteProjectionSpace()
@@ -227,20 +237,13 @@ BakedVertex DiscreteProjectionSpace::quantizeClipPoint(const Wm4::Vector4<float>
     return BakedVertex{grid[0], grid[1], grid[2]};
 }
 
-Wm4::Vector4<float> DiscreteProjectionSpace::gridToHomogeneousWorld(int32_t x, int32_t y, int32_t z) const {
-    const Wm4::Vector4<float> ndc(static_cast<float>(x) * discreteInvScale[0] + domainMin[0],
-                                  static_cast<float>(y) * discreteInvScale[1] + domainMin[1],
-                                  static_cast<float>(z) * discreteInvScale[2] + domainMin[2], 1.0f);
-    return ndc * clipToWorld;
-}
-
 Wm4::Vector3<float> DiscreteProjectionSpace::discreteToWorld(int32_t x, int32_t y, int32_t z) const {
-    const Wm4::Vector4<float> h = gridToHomogeneousWorld(x, y, z);
+    const Wm4::Vector4<float> h = gridToHomogeneousWorld(*this, x, y, z);
     return Wm4::Vector3<float>(h[0] / h[3], h[1] / h[3], h[2] / h[3]);
 }
 
 Wm4::Vector3<float> DiscreteProjectionSpace::gridToWorld(const BakedVertex& point) const {
-    const Wm4::Vector4<float> h = gridToHomogeneousWorld(point.x, point.y, point.z);
+    const Wm4::Vector4<float> h = gridToHomogeneousWorld(*this, point.x, point.y, point.z);
     const float inverseW = 1.0f / h[3];
     return Wm4::Vector3<float>(h[0] * inverseW, h[1] * inverseW, h[2] * inverseW);
 }

@@ -1,5 +1,8 @@
+#include <string>
 #include <vector>
 
+#include "check/Check.h"
+#include "check/Validate.h"
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "generator/GeneratorInternal.h"
 #include "parallel/Chunks.h"
@@ -15,6 +18,15 @@ const RationalInterval kWholeSegment{0, 1, 1, 1};
 // within a few milliseconds of the request.
 constexpr size_t kSegmentsPerChunk = 256;
 constexpr size_t kChunksPerWave = 32;
+
+// A host may have stored intervals of its own in the set, and the merge
+// takes them as they come, meaningful or not: the merged list is held to the
+// invariants only when the list it started from met them.
+void validateMerged(const std::vector<RationalInterval>& before, const std::vector<RationalInterval>& merged) {
+    if (!check::ValidateIntervals(before, nullptr)) return;
+    std::string why;
+    CTR_ASSERT_MSG(check::ValidateIntervals(merged, &why), why.c_str());
+}
 
 }  // namespace
 
@@ -70,6 +82,7 @@ void GeometricFeaturesGenerator::computeOcclusion(LineSegmentSet& set, unsigned 
         baked.computeOcclusionIntervals(bakedA, bakedB, work);
         occluders.computeOcclusionIntervals(bakedA, bakedB, work);
         SortAndMergeIntervals(work);
+        if (check::IsValidating()) validateMerged(set.occlusionIntervals[i], work);
         set.occlusionIntervals[i].assign(work.begin(), work.end());
     };
 

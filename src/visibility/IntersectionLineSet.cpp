@@ -2,10 +2,13 @@
 // of the visible pieces put on the grid and taken back to world space.
 
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "qe/qeAttributes.h"
 
+#include "check/Check.h"
+#include "check/Validate.h"
 #include "ctr/DiscreteProjectionSpace.h"
 #include "ctr/TrianglesIntersection.h"
 #include "exact/Exact.h"
@@ -70,6 +73,10 @@ LineSegmentSet* TrianglesIntersection::computeIntersectionEdges(qe::qePointer<Li
         hidden.clear();
         state.computeEdgeOcclusion(edge, hidden);
         SortAndMergeIntervals(hidden);
+        if (check::IsValidating()) {
+            std::string why;
+            CTR_ASSERT_MSG(check::ValidateIntervals(hidden, &why), why.c_str());
+        }
 
         // The parameter now runs between the grid points of the two ends.
         const BakedVertex& g1 = edge.first.point;

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 
+#include "check/Check.h"
 #include "exact/Exact.h"
 #include "visibility/IntersectionInternal.h"
 
@@ -143,6 +144,10 @@ bool tInternal::computeTriangleEdgeOcclusion(const tEdge& edge, unsigned int tri
         const int sign2 = signAtCrossing(second, f2);
         if (sign1 * sign2 != -1) return sign1 + sign2 < 0;
         const exact::Fraction cut = cutAt(sign1, approximateAtCrossing(first, f1), approximateAtCrossing(second, f2));
+        // The exact signs decide whether a piece is hidden, the estimates
+        // only where it ends: cutAt keeps them on their sides, so the cut
+        // must fall strictly inside the edge.
+        CTR_ASSERT(cut.numerator > 0 && cut.numerator < cut.denominator);
         if (sign1 > 0) {
             if (exact::LessNegativeFirst(from, cut)) from = cut;
         } else if (exact::LessNegativeFirst(cut, to)) {
