@@ -17,6 +17,13 @@ copy), and each file is restored in the same way.
   scripts/seeded-faults.py --in-place build   fault this checkout itself, built in
                                               its folder "build" (the files the
                                               faults touch must be unmodified)
+  scripts/seeded-faults.py --results R.tsv    also write one row per fault to R.tsv
+  scripts/seeded-faults.py --compare A B      compare two such files per area, and
+                                              list the faults A caught and B missed
+
+A run ends with a table per area: caught / compiled / total. The results
+file is tab-separated with a header line: id, area, file, compiled (0/1),
+caught (0/1), seconds, result, failing tests, description.
 
 Fault list format: blocks separated by blank lines, one "key: value" per line.
   id:      short unique name
@@ -24,6 +31,7 @@ Fault list format: blocks separated by blank lines, one "key: value" per line.
   find:    text that must occur exactly once in the file
   replace: its replacement
   desc:    one-line description
+  area:    the part of the code the fault is in (optional; "-" when absent)
 In find and replace, "\\n" stands for a line break and "\\\\" for a backslash.
 Lines starting with '#' are comments.
 """
@@ -38,7 +46,9 @@ import sys
 import time
 
 ROOT = os.path.abspath(os.path.join(os.path.dirname(__file__), ".."))
-KEYS = ("id", "file", "find", "replace", "desc")
+REQUIRED = ("id", "file", "find", "replace", "desc")
+KEYS = REQUIRED + ("area",)
+NO_AREA = "-"
 
 
 class FaultListError(Exception):
@@ -55,9 +65,10 @@ def parse_faults(path):
     def finish(line_number):
         if not current:
             return
-        missing = [k for k in KEYS if k not in current]
+        missing = [k for k in REQUIRED if k not in current]
         if missing:
             raise FaultListError(f"{path}:{line_number}: fault block lacks {', '.join(missing)}")
+        current.setdefault("area", NO_AREA)
         faults.append(dict(current))
         current.clear()
 
@@ -170,6 +181,98 @@ def ctest(build_dir, jobs, timeout, log):
     return code == 0 and not failed, failed
 
 
+RESULT_COLUMNS = ("id", "area", "file", "compiled", "caught", "seconds", "result", "failing tests", "description")
+
+
+def write_results(path, rows):
+    with open(path, "w", encoding="utf-8") as f:
+        f.write("\t".join(RESULT_COLUMNS) + "\n")
+        for fault, result, failed, seconds in rows:
+            values = (fault["id"], fault["area"], fault["file"], str(int(result != "not compiled")),
+                      str(int(result == "caught")), f"{seconds:.0f}", result, " ".join(failed), fault["desc"])
+            f.write("\t".join(v.replace("\t", " ") for v in values) + "\n")
+
+
+def read_results(path):
+    """Rows of a results file as dicts with id, area, compiled and caught.
+    Files of the older layout (id, file, result, ...) are read as well."""
+    with open(path, encoding="utf-8") as f:
+        lines = [line.rstrip("\n") for line in f if line.strip()]
+    if not lines:
+        raise FaultListError(f"{path}: empty results file")
+    header = lines[0].split("\t")
+    if "id" not in header or ("result" not in header and "caught" not in header):
+        raise FaultListError(f"{path}: not a results file (header {lines[0]!r})")
+    rows = []
+    for number, line in enumerate(lines[1:], 2):
+        values = line.split("\t")
+        record = dict(zip(header, values + [""] * (len(header) - len(values))))
+        result = record.get("result", "")
+        compiled = record["compiled"] == "1" if "compiled" in record else result != "not compiled"
+        caught = record["caught"] == "1" if "caught" in record else result == "caught"
+        rows.append({"id": record["id"], "area": record.get("area") or NO_AREA, "compiled": compiled,
+                     "caught": caught})
+    return rows
+
+
+def area_counts(rows):
+    """{area: [caught, compiled, total]} in the order the areas first appear."""
+    counts = {}
+    for row in rows:
+        c = counts.setdefault(row["area"], [0, 0, 0])
+        c[0] += row["caught"]
+        c[1] += row["compiled"]
+        c[2] += 1
+    return counts
+
+
+def print_area_table(rows):
+    counts = area_counts(rows)
+    print(f"\n{'area':16} {'caught':>6} {'compiled':>8} {'total':>5}")
+    for area, (caught, compiled, total) in counts.items():
+        print(f"{area:16} {caught:6} {compiled:8} {total:5}")
+    totals = [sum(c[k] for c in counts.values()) for k in range(3)]
+    print(f"{'all':16} {totals[0]:6} {totals[1]:8} {totals[2]:5}")
+
+
+def compare(old_path, new_path, faults_path):
+    """Rows without an area (files of the older layout) take the fault's
+    area from the other file or else from the fault list."""
+    old, new = read_results(old_path), read_results(new_path)
+    known = {}
+    if os.path.isfile(faults_path):
+        known.update((f["id"], f["area"]) for f in parse_faults(faults_path))
+    known.update((row["id"], row["area"]) for row in old + new if row["area"] != NO_AREA)
+    for row in old + new:
+        if row["area"] == NO_AREA:
+            row["area"] = known.get(row["id"], NO_AREA)
+    old_counts, new_counts = area_counts(old), area_counts(new)
+    areas = list(old_counts) + [a for a in new_counts if a not in old_counts]
+    shown = lambda c: f"{c[0]}/{c[1]}/{c[2]}" if c else "-"
+    print(f"caught/compiled/total per area\n{'area':16} {'old':>12} {'new':>12}")
+    for area in areas:
+        print(f"{area:16} {shown(old_counts.get(area)):>12} {shown(new_counts.get(area)):>12}")
+    total = lambda counts: [sum(c[k] for c in counts.values()) for k in range(3)]
+    print(f"{'all':16} {shown(total(old_counts)):>12} {shown(total(new_counts)):>12}")
+    new_by_id = {row["id"]: row for row in new}
+    lost = [row for row in old if row["caught"] and row["id"] in new_by_id and not new_by_id[row["id"]]["caught"]]
+    if lost:
+        print("\ncaught in old, not in new:")
+        for row in lost:
+            state = "not compiled" if not new_by_id[row["id"]]["compiled"] else "missed"
+            print(f"  {row['id']:36} {row['area']:16} {state}")
+    else:
+        print("\nno fault caught in old is missed in new")
+    old_ids = {row["id"] for row in old}
+    only_old = sorted(old_ids - set(new_by_id))
+    only_new = sorted(set(new_by_id) - old_ids)
+    if only_old:
+        print("only in old: " + " ".join(only_old))
+    if only_new:
+        print("only in new: " + " ".join(only_new))
+    return 0
+
+
 class Interrupted(Exception):
     pass
 
@@ -193,8 +296,13 @@ def main():
     parser.add_argument("--in-place", metavar="BUILD_DIR",
                         help="apply the faults to this checkout and build in BUILD_DIR (already configured)")
     parser.add_argument("--no-baseline", action="store_true", help="skip the clean build and test run")
-    parser.add_argument("--results", help="also write the table as tab-separated values to this file")
+    parser.add_argument("--results", metavar="FILE",
+                        help="also write one row per fault as tab-separated values to FILE")
+    parser.add_argument("--compare", nargs=2, metavar=("OLD", "NEW"),
+                        help="print the per-area table of two results files side by side and exit")
     args = parser.parse_args()
+    if args.compare:
+        return compare(args.compare[0], args.compare[1], args.faults)
 
     faults = parse_faults(args.faults)
     if args.ids:
@@ -206,10 +314,12 @@ def main():
         check_fault(ROOT, fault)
     if args.list_ids:
         for fault in faults:
-            print(f"{fault['id']:28} {fault['file']:48} {fault['desc']}")
+            print(f"{fault['id']:36} {fault['area']:14} {fault['file']:48} {fault['desc']}")
         return 0
     if args.check:
         print(f"all {len(faults)} faults apply exactly once")
+        per_area = area_counts([{"area": f["area"], "caught": 0, "compiled": 0} for f in faults])
+        print("per area: " + ", ".join(f"{area} {c[2]}" for area, c in per_area.items()))
         return 0
 
     scratch = os.path.abspath(args.scratch)
@@ -269,14 +379,14 @@ def main():
                     f.write(original)
             rows.append((fault, result, failed, time.time() - start))
             shown = ", ".join(failed[:3]) + (f" (+{len(failed) - 3})" if len(failed) > 3 else "")
-            print(f"{fault['id']:28} {result:12} {time.time() - start:5.0f} s  {shown}", flush=True)
+            print(f"{fault['id']:36} {result:12} {time.time() - start:5.0f} s  {shown}", flush=True)
     except (KeyboardInterrupt, Interrupted) as e:
         print(f"\ninterrupted ({e or 'Ctrl-C'}); the scratch tree is restored", file=sys.stderr)
 
     print()
-    print(f"{'id':28} {'file':48} {'result':12} failing tests")
+    print(f"{'id':36} {'area':14} {'file':48} {'result':12} failing tests")
     for fault, result, failed, _ in rows:
-        print(f"{fault['id']:28} {fault['file']:48} {result:12} {len(failed)}")
+        print(f"{fault['id']:36} {fault['area']:14} {fault['file']:48} {result:12} {len(failed)}")
     caught = sum(r == "caught" for _, r, _, _ in rows)
     missed = [f["id"] for f, r, _, _ in rows if r == "missed"]
     broken = [f["id"] for f, r, _, _ in rows if r == "not compiled"]
@@ -286,12 +396,10 @@ def main():
         print("missed: " + " ".join(missed))
     if broken:
         print("not compiled: " + " ".join(broken))
+    print_area_table([{"area": f["area"], "caught": r == "caught", "compiled": r != "not compiled"}
+                      for f, r, _, _ in rows])
     if args.results:
-        with open(args.results, "w", encoding="utf-8") as f:
-            f.write("id\tfile\tresult\tseconds\tfailed tests\tdescription\n")
-            for fault, result, failed, seconds in rows:
-                f.write(f"{fault['id']}\t{fault['file']}\t{result}\t{seconds:.0f}\t{' '.join(failed)}\t"
-                        f"{fault['desc']}\n")
+        write_results(args.results, rows)
     return 0 if len(rows) == len(faults) else 130
 
 
