@@ -129,20 +129,6 @@ TEST(Baking, UnusableInputIsSkippedWithoutCrashing) {
     EXPECT_EQ(unplaced.getTriangleQuantity(), 0u);
 }
 
-TEST(Baking, WorldTransformationIsApplied) {
-    // The same triangle given in model space with a translation, and given
-    // already translated, bakes to the same grid.
-    const auto moved = ctr_test::MakeMesh({V3(0, 0, 0), V3(0.5f, 0, 0), V3(0, 0.5f, 0)}, {0, 1, 2});
-    Wm4::Matrix4<float> translate(false);
-    translate[3][0] = -0.25f;
-    translate[3][1] = 0.125f;
-    moved->World.SetMatrix(translate);
-    const auto placed =
-        ctr_test::MakeMesh({V3(-0.25f, 0.125f, 0), V3(0.25f, 0.125f, 0), V3(-0.25f, 0.625f, 0)}, {0, 1, 2});
-    const ctr::DiscreteProjectionSpace space;
-    EXPECT_EQ(Bake(space, {moved}).getVertices(), Bake(space, {placed}).getVertices());
-}
-
 TEST(Baking, RealMeshesUnderPerspectiveKeepTheInvariants) {
     // The camera is close enough that the near plane and the sides cut the
     // cow, and the bit sizes at both ends of the accepted range must bake
@@ -171,17 +157,6 @@ TEST(Baking, RealMeshesUnderPerspectiveKeepTheInvariants) {
         EXPECT_EQ(again.getTriangles(), baked.getTriangles());
         EXPECT_EQ(again.getVertices(), baked.getVertices());
     }
-}
-
-TEST(Baking, BakedMeshMapsBackToWorldPositions) {
-    const auto mesh = ctr_test::MakeMesh({V3(0, 0, 0), V3(1, 0, 0.5f), V3(0, 1, 1)}, {0, 1, 2});
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::PerspectiveCamera(space, V3(0.3f, 0.3f, 4.0f), V3(0.3f, 0.3f, 0.0f));
-    const ctr::BakedTriangles baked = Bake(space, {mesh});
-    qe::qePointer<qe::qeTriMesh> back = baked.computeBakedMesh();
-    ASSERT_EQ(back->GetTriangleQuantity(), 1);
-    for (int i = 0; i < 3; ++i)
-        EXPECT_LT((back->VBuffer->Position3(i) - mesh->VBuffer->Position3(i)).Length(), 1e-3f) << i;
 }
 
 }  // namespace

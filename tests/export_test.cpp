@@ -218,32 +218,6 @@ TEST_F(SVGExporter, FeatureRecordUsesCreaseAndSilhouetteStyles) {
     std::remove(path.c_str());
 }
 
-TEST_F(SVGExporter, FileStates) {
-    const SetPointer set = LineSet({0, 1});
-    ctr::GeometricFeatures features;
-    features.creaseEdges = set;
-    EXPECT_FALSE(exporter.streamLineSegments(*set, "crease"));
-    EXPECT_FALSE(exporter.streamGeometricFeatures(features));
-    EXPECT_FALSE(exporter.closeFile());
-
-    // A second open fails and leaves the first file in use.
-    const std::string first = TempPath("first"), second = TempPath("second");
-    std::remove(second.c_str());
-    ASSERT_TRUE(exporter.openFile(first));
-    EXPECT_FALSE(exporter.openFile(second));
-    ASSERT_TRUE(exporter.closeFile());
-    EXPECT_EQ(ReadFile(first), std::string(kHeader) + "<title>Illustration</title>\n</svg>\n");
-    EXPECT_FALSE(std::ifstream(second).good());
-
-    // Without parameters the header fails, but the file stays open.
-    ctr::SVGExporter bare;
-    EXPECT_FALSE(bare.openFile(first));
-    EXPECT_FALSE(bare.openFile(first));
-    EXPECT_TRUE(bare.closeFile());
-    EXPECT_EQ(ReadFile(first), "</svg>\n");
-    std::remove(first.c_str());
-}
-
 TEST_F(SVGExporter, WriteFailuresAreReported) {
     if (!std::ofstream("/dev/full")) GTEST_SKIP() << "no /dev/full";
     EXPECT_FALSE(exporter.openFile("/dev/full"));

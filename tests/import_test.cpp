@@ -18,7 +18,6 @@
 #include <gtest/gtest.h>
 
 #include "ModelImport.h"
-#include "ScratchArray.h"
 #include "TestSupport.h"
 
 namespace {
@@ -73,34 +72,6 @@ TEST(ModelImport, JoiningDropsPositionsNoFaceUses) {
     ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath("organic/stanford-bunny.obj"), bunny, error, asStored))
         << error;
     EXPECT_EQ(bunny.vertexCount, 35947u - 1113u);
-}
-
-TEST(ModelImport, GeneratedNormalsSplitOnlySharpEdges) {
-    // A unit cube stored as positions only, with a roof over its top face
-    // folded by 10 degrees: the cube's 90-degree edges split their corners,
-    // the shallow fold of the roof does not.
-    const std::string path = ::testing::TempDir() + "generated_normals.obj";
-    {
-        std::ofstream file(path);
-        file << "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 1\nv 1 0 1\nv 1 1 1\nv 0 1 1\n"
-                "f 1 4 3\nf 1 3 2\nf 5 6 7\nf 5 7 8\nf 1 2 6\nf 1 6 5\n"
-                "f 2 3 7\nf 2 7 6\nf 3 4 8\nf 3 8 7\nf 4 1 5\nf 4 5 8\n"
-                "o roof\nv 0 0 3\nv 1 0 3\nv 1 0.5 3.0881\nv 0 0.5 3.0881\nv 1 1 3\nv 0 1 3\n"
-                "f 9 10 11\nf 9 11 12\nf 12 11 13\nf 12 13 14\n";
-    }
-    contour::ImportedModel model;
-    std::string error;
-    ASSERT_TRUE(contour::ImportModel(path, model, error)) << error;
-    ASSERT_EQ(model.meshes.size(), 2u);
-    EXPECT_TRUE(model.hasNormals);
-    const qe::qeVertexBuffer& cube = *model.meshes[0]->VBuffer;
-    ASSERT_EQ(cube.GetVertexQuantity(), 24);
-    for (int i = 0; i < 24; ++i) {
-        const Wm4::Vector3<float>& n = cube.Normal3(i);
-        EXPECT_EQ(std::fabs(n[0]) + std::fabs(n[1]) + std::fabs(n[2]), 1.0f) << "face normal of an axis: " << i;
-    }
-    EXPECT_EQ(model.meshes[1]->VBuffer->GetVertexQuantity(), 6);
-    std::remove(path.c_str());
 }
 
 TEST(ModelImport, BrokenFilesFailWithAReason) {
@@ -206,155 +177,6 @@ std::vector<std::string> FilesWithExtensions(const std::string& folder) {
     }
     std::sort(files.begin(), files.end());
     return files;
-}
-
-// With generated normals, corners share a vertex exactly when they agree bit
-// for bit in position and normal; vertices come in the order of their first
-// corner, and each corner keeps the position the file gives it.
-void ExpectExactJoining(const std::string& path) {
-    contour::ImportOptions asStored;
-    asStored.generateNormals = false;
-    contour::ImportedModel generated;
-    contour::ImportedModel stored;
-    std::string error;
-    ASSERT_TRUE(contour::ImportModel(path, generated, error)) << path << ": " << error;
-    ASSERT_TRUE(contour::ImportModel(path, stored, error, asStored)) << path << ": " << error;
-    ASSERT_EQ(generated.meshes.size(), stored.meshes.size()) << path;
-    for (size_t m = 0; m < generated.meshes.size(); ++m) {
-        const qe::qeVertexBuffer& vertices = *generated.meshes[m]->VBuffer;
-        const qe::qeIndexBuffer& indices = *generated.meshes[m]->IBuffer;
-        const qe::qeVertexBuffer& storedVertices = *stored.meshes[m]->VBuffer;
-        const qe::qeIndexBuffer& storedIndices = *stored.meshes[m]->IBuffer;
-        ASSERT_EQ(indices.GetIndexQuantity(), storedIndices.GetIndexQuantity()) << path;
-        ASSERT_TRUE(vertices.GetAttributes().HasNormal()) << path;
-        std::set<std::array<uint32_t, 6>> distinct;
-        for (int v = 0; v < vertices.GetVertexQuantity(); ++v) {
-            const Wm4::Vector3<float>& p = vertices.Position3(v);
-            const Wm4::Vector3<float>& n = vertices.Normal3(v);
-            distinct.insert({Bits(p[0]), Bits(p[1]), Bits(p[2]), Bits(n[0]), Bits(n[1]), Bits(n[2])});
-            const float length = n.Length();
-            EXPECT_TRUE(length == 0.0f || std::fabs(length - 1.0f) < 1e-5f) << path << " vertex " << v;
-        }
-        EXPECT_EQ(distinct.size(), static_cast<size_t>(vertices.GetVertexQuantity())) << path << ": repeated vertices";
-        unsigned int seen = 0;
-        size_t misplaced = 0;
-        for (int c = 0; c < indices.GetIndexQuantity(); ++c) {
-            const unsigned int index = indices.GetData()[c];
-            ASSERT_LE(index, seen) << path << " corner " << c << ": not in the order of first corners";
-            if (index == seen) ++seen;
-            const Wm4::Vector3<float>& p = vertices.Position3(static_cast<int>(index));
-            const Wm4::Vector3<float>& q = storedVertices.Position3(static_cast<int>(storedIndices.GetData()[c]));
-            for (int k = 0; k < 3; ++k) misplaced += Bits(p[k]) != Bits(q[k]);
-        }
-        EXPECT_EQ(seen, static_cast<unsigned int>(vertices.GetVertexQuantity())) << path << ": unused vertices";
-        EXPECT_EQ(misplaced, 0u) << path << ": corners moved";
-
-        // Each corner's normal, recomputed from its definition: the area-
-        // weighted mean over its fan, the faces at its position reached
-        // across shared edges that turn by at most 30 degrees. Corners of a
-        // face without area are left to the synthetic cases.
-        using Vector3d = Wm4::Vector3<double>;
-        const int cornerCount = storedIndices.GetIndexQuantity();
-        const auto key = [&](int c) {
-            const Wm4::Vector3<float>& p = storedVertices.Position3(static_cast<int>(storedIndices.GetData()[c]));
-            return std::array<uint32_t, 3>{Bits(p[0]), Bits(p[1]), Bits(p[2])};
-        };
-        const auto position = [&](int c) {
-            const Wm4::Vector3<float>& p = storedVertices.Position3(static_cast<int>(storedIndices.GetData()[c]));
-            return Vector3d(p[0], p[1], p[2]);
-        };
-        std::vector<Vector3d> weighted(static_cast<size_t>(cornerCount / 3));
-        std::vector<Vector3d> direction(weighted.size());
-        for (size_t f = 0; f < weighted.size(); ++f) {
-            const int c = 3 * static_cast<int>(f);
-            weighted[f] = (position(c + 1) - position(c)).Cross(position(c + 2) - position(c));
-            const double length = weighted[f].Length();
-            direction[f] = length > 0.0 ? weighted[f] / length : Vector3d(0.0, 0.0, 0.0);
-        }
-        std::map<std::array<uint32_t, 3>, std::vector<int>> cornersAt;
-        for (int c = 0; c < cornerCount; ++c)
-            if (direction[static_cast<size_t>(c / 3)] != Vector3d(0.0, 0.0, 0.0)) cornersAt[key(c)].push_back(c);
-        const double cosLimit = std::cos(30.0 * 3.14159265358979323846 / 180.0);
-        const auto smoothNeighbours = [&](int c, int d) {
-            const int f = c / 3, e = d / 3;
-            if (direction[static_cast<size_t>(f)].Dot(direction[static_cast<size_t>(e)]) < cosLimit) return false;
-            for (const int i : {1, 2})
-                for (const int j : {1, 2})
-                    if (key(3 * f + (c + i) % 3) == key(3 * e + (d + j) % 3) && key(3 * f + (c + i) % 3) != key(c))
-                        return true;
-            return false;
-        };
-        size_t wrongNormals = 0;
-        size_t splitFans = 0;
-        for (const auto& at : cornersAt) {
-            const std::vector<int>& group = at.second;
-            std::vector<size_t> fan(group.size());
-            for (size_t i = 0; i < group.size(); ++i) fan[i] = i;
-            for (bool changed = true; changed;) {
-                changed = false;
-                for (size_t i = 0; i < group.size(); ++i)
-                    for (size_t j = 0; j < group.size(); ++j)
-                        if (fan[j] < fan[i] && smoothNeighbours(group[i], group[j])) {
-                            fan[i] = fan[j];
-                            changed = true;
-                        }
-            }
-            for (size_t i = 0; i < group.size(); ++i) {
-                Vector3d sum(0.0, 0.0, 0.0);
-                for (size_t j = 0; j < group.size(); ++j)
-                    if (fan[j] == fan[i]) {
-                        sum += weighted[static_cast<size_t>(group[j] / 3)];
-                        splitFans += indices.GetData()[group[j]] != indices.GetData()[group[i]];
-                    }
-                const double length = sum.Length();
-                const Wm4::Vector3<float>& n = vertices.Normal3(static_cast<int>(indices.GetData()[group[i]]));
-                for (int k = 0; k < 3; ++k) wrongNormals += std::fabs(n[k] - sum[k] / length) > 1e-5;
-            }
-        }
-        EXPECT_EQ(splitFans, 0u) << path << ": corners of one fan on different vertices";
-        EXPECT_EQ(wrongNormals, 0u) << path << ": normals that differ from their definition";
-    }
-}
-
-TEST(ModelImport, GeneratedNormalsJoinExactlyTheEqualCorners) {
-    // Repeated positions under different numbers, a negative zero, faces
-    // without area, an unused vertex, and a fan around a hub vertex.
-    const std::string path = ::testing::TempDir() + "joining.obj";
-    {
-        std::ofstream file(path);
-        file << "v 0 0 0\nv 1 0 0\nv 0 1 0\nv -0 0 0\nv 1 0 0\nv 0 0 1\nv 0 0 0\nv 2 2 2\nv 1 1 0\n"
-                "f 1 2 3\nf 4 5 6\nf 7 2 6\nf 1 1 2\nf 2 5 9\nf 9 3 2\nf 7 7 7\nf 1 6 3\n";
-        file << "o fan\nv 0 0 5\n";
-        for (int i = 0; i < 24; ++i)
-            file << "v " << std::cos(i * 0.2618) << " " << std::sin(i * 0.2618) << " " << 5 + (i % 3) * 0.4 << "\n";
-        for (int i = 0; i < 24; ++i) file << "f 10 " << 11 + i << " " << 11 + (i + 1) % 24 << "\n";
-    }
-    ExpectExactJoining(path);
-    std::remove(path.c_str());
-    // Real models; the bunny only when the shared collection is there.
-    for (const char* file : {"organic/stanford-bunny.obj", "cad/anchor.stl", "cad/couplingdown.ply"}) {
-        const std::string model = ctr_test::FindModel(file);
-        if (!model.empty()) ExpectExactJoining(model);
-    }
-}
-
-// The importer's arrays keep their contents while they grow, from the heap
-// to mappings of their own.
-TEST(ModelImport, ScratchArraysKeepTheirContents) {
-    contour::ScratchArray<uint64_t> values;
-    for (uint64_t i = 0; i < 300000; ++i) values.push_back(i * i);
-    ASSERT_EQ(values.size(), 300000u);
-    size_t wrong = 0;
-    for (uint64_t i = 0; i < values.size(); ++i) wrong += values[i] != i * i;
-    EXPECT_EQ(wrong, 0u);
-    values.reserve(2000000);
-    EXPECT_EQ(values.size(), 300000u);
-    EXPECT_EQ(values.back(), uint64_t{299999} * 299999u);
-    contour::ScratchArray<uint64_t> moved(std::move(values));
-    EXPECT_TRUE(values.empty());
-    EXPECT_EQ(moved[12345], 12345u * 12345u);
-    moved.assign(5, 7);
-    EXPECT_EQ(std::count(moved.begin(), moved.end(), 7u), 5);
 }
 
 TEST(ModelImport, BuiltInReadersMatchAssimpOnEveryModel) {

@@ -84,26 +84,6 @@ qe::qePointer<qe::qeTriMesh> Box(bool repeatLast = false) {
     return box;
 }
 
-TEST(CreaseEdges, SingleTriangleGivesItsBordersInCanonicalOrder) {
-    // Vertex 2's normal leans along x: only the border along y stays
-    // perpendicular to both of its normals. The trailing two indices are no
-    // triangle.
-    const V3 up(0, 0, 1);
-    auto mesh =
-        ctr_test::MakeMesh({V3(1, 0, 0), V3(0, 0, 0), V3(0, 1, 0)}, {0, 1, 2, 2, 1}, {up, up, V3(0.6f, 0.0f, 0.8f)});
-    mesh->Local.SetTranslate(V3(1, 2, 3));
-    mesh->World.SetTranslate(V3(4, 5, 6));
-    mesh->WorldIsCurrent = true;
-    SetPointer set = LineSegmentSet::GetCreaseEdgesFromTriMesh(mesh, kNeverCancel, 5.0f, true);
-    ASSERT_NE(set, nullptr);
-    EXPECT_EQ(Segments(*set), (std::vector<Segment>{{1, 2}, {1, 0}, {2, 0}}));
-    EXPECT_EQ(set->segmentFlags, (std::vector<bool>{true, true, false}));
-    EXPECT_TRUE(set->VBuffer == mesh->VBuffer && set->Local == mesh->Local && set->World == mesh->World);
-
-    set = LineSegmentSet::GetCreaseEdgesFromTriMesh(mesh, kNeverCancel, 5.0f, false);
-    EXPECT_TRUE(set && set->getSegmentQuantity() == 3 && set->segmentFlags.empty());
-}
-
 TEST(CreaseEdges, BoxEmitsBothCopiesOfSplitEdgesAndNothingForSharedOnes) {
     SetPointer set = Creases(*Box());
     ASSERT_NE(set, nullptr);
@@ -135,47 +115,6 @@ TEST(CreaseEdges, BoxEmitsBothCopiesOfSplitEdgesAndNothingForSharedOnes) {
     EXPECT_TRUE(ctr::ComputeCreaseEdgeInfo(infos, shared->VBuffer, shared->IBuffer, 5.0f, kNeverCancel));
     EXPECT_TRUE(infos.empty());
     EXPECT_EQ(Creases(*shared), nullptr);
-}
-
-TEST(CreaseEdges, SplitDiagonalOfTwoCoplanarTriangles) {
-    // Triangles 0-1-2 and 3-5-4, where 3 and 4 repeat the positions of 1 and
-    // 2: the diagonal is a run of two edges with different indices. Vertex 3
-    // has normal3, vertices 4 and 5 have normal4.
-    const float tilt = 7.5f * Wm4::Math<float>::WM4_DEG_TO_RAD;
-    const V3 up(0, 0, 1), tilted(0, std::sin(tilt), std::cos(tilt));
-    const auto flags = [&](float secondY, const V3& normal3, const V3& normal4, float angleDegrees) {
-        const auto mesh =
-            ctr_test::MakeMesh({V3(0, 0, 0), V3(1, 0, 0), V3(0, 1, 0), V3(1, 0, 0), V3(0, secondY, 0), V3(1, 1, 0)},
-                               {0, 1, 2, 3, 5, 4}, {up, up, up, normal3, normal4, normal4});
-        const SetPointer set = Creases(*mesh, angleDegrees);
-        return set ? set->segmentFlags : std::vector<bool>();
-    };
-    EXPECT_EQ(flags(1.0f, up, up, 5.0f), std::vector<bool>(4, true));
-    // Normals 7.5 degrees apart: a crease at 5 degrees, none at 10. The
-    // second copy's normals are not perpendicular to the diagonal, so neither
-    // copy is flagged; of the borders, the tilted triangle's one along y is
-    // not either.
-    const std::vector<bool> creased = flags(1.0f, tilted, tilted, 5.0f);
-    EXPECT_EQ(creased.size(), 6u);
-    EXPECT_EQ(std::count(creased.begin(), creased.end(), true), 3);
-    EXPECT_EQ(flags(1.0f, tilted, tilted, 10.0f).size(), 4u);
-    // Either end alone makes the crease.
-    EXPECT_EQ(flags(1.0f, tilted, up, 5.0f).size(), 6u);
-    EXPECT_EQ(flags(1.0f, up, tilted, 5.0f).size(), 6u);
-    // One unit in the last place apart: two borders, no welding.
-    EXPECT_EQ(flags(std::nextafter(1.0f, 2.0f), up, up, 5.0f).size(), 6u);
-}
-
-TEST(CreaseEdges, SignedZeroCopyDoesNotSplitARun) {
-    // Triangles 0-1-2 and 4-6-5 share a smooth diagonal at x = +0; triangle
-    // 7-8-3 repeats it at x = -0, a different edge bit for bit, which sorts
-    // between them. The two +0 copies must still meet, leaving the two outer
-    // borders of each +0 triangle and the three of the -0 one.
-    const auto mesh = ctr_test::MakeMesh({V3(0, 0, 0), V3(0, 1, 0), V3(0, 0, 1), V3(-0.0f, 0, 1), V3(0, 1, 0),
-                                          V3(0, 0, 1), V3(0, 1, 1), V3(-0.0f, 0, 0), V3(-0.0f, 1, 0)},
-                                         {0, 1, 2, 7, 8, 3, 4, 6, 5}, std::vector<V3>(9, V3(1, 0, 0)));
-    const SetPointer set = Creases(*mesh);
-    EXPECT_EQ(set ? set->getSegmentQuantity() : -1, 7);
 }
 
 TEST(CreaseEdges, InvalidOrCancelledInputGivesNothing) {
@@ -211,116 +150,6 @@ TEST(CreaseEdges, InvalidOrCancelledInputGivesNothing) {
                   nullptr)
             << "cancelled from poll " << from;
     }
-}
-
-TEST(LineSet, OddIndexCountsAndClones) {
-    EXPECT_EQ(LineSet({V3(0, 0, 0), V3(1, 0, 0)}, {0, 1, 1, 0, 0})->getSegmentQuantity(), 2);
-
-    // Clones carry the occlusion data but never flags, whether into a new set
-    // or into the source itself.
-    const SetPointer source = LineSet({V3(0, 0, 0), V3(1, 0, 0), V3(1, 1, 0)}, {0, 1, 1, 2});
-    source->segmentFlags = {true, false};
-    source->occlusionIntervals = {{{0, 1, 1, 4}, {1, 2, 3, 4}}, {}};
-    source->segmentClips = {{0.0f, 1.0f, 1.0f, 1.0f}, {0.25f, 0.5f, 2.0f, 3.0f}};
-    const auto intervals = source->occlusionIntervals;
-    const auto clips = Clips(*source);
-    for (LineSegmentSet* into : {static_cast<LineSegmentSet*>(nullptr), source.get()}) {
-        qe::qeRttiInterface* target = into;
-        ASSERT_TRUE(source->Clone(target));
-        const SetPointer copy = dynamic_cast<LineSegmentSet*>(target);
-        ASSERT_TRUE(copy != nullptr && (!into || copy == into));
-        EXPECT_EQ(copy->getSegmentQuantity(), 2);
-        EXPECT_TRUE(copy->segmentFlags.empty());
-        EXPECT_EQ(copy->occlusionIntervals, intervals);
-        EXPECT_EQ(Clips(*copy), clips);
-    }
-
-    // Other framework types, even a plain line, are refused untouched.
-    const qe::qePointer<qe::qeLine> line = new qe::qeLine(3, 2, false);
-    qe::qeRttiInterface* target = line.get();
-    EXPECT_FALSE(source->Clone(target));
-    EXPECT_TRUE(target == line.get() && line->VBuffer != source->VBuffer && line->IBuffer != source->IBuffer);
-}
-
-TEST(OutlineEdges, WrapTheSharedBufferAtTheMeshsWorldPlacement) {
-    auto mesh = ctr_test::MakeMesh({V3(0, 0, 0), V3(1, 0, 0), V3(0, 1, 0)}, {0, 1, 2});
-    mesh->Local.SetTranslate(V3(1, 0, 0));
-    mesh->World.SetTranslate(V3(0, 5, 0));
-    mesh->WorldIsCurrent = true;
-    EXPECT_EQ(LineSegmentSet::GetOutlineEdgesFromTriMesh(mesh, nullptr), nullptr);
-
-    // Both buffers are shared, not copied.
-    const qe::qePointer<qe::qeIndexBuffer> lines = Lines({0, 1, 1, 2});
-    const SetPointer set = LineSegmentSet::GetOutlineEdgesFromTriMesh(mesh, lines);
-    ASSERT_NE(set, nullptr);
-    EXPECT_TRUE(set->VBuffer == mesh->VBuffer && set->IBuffer == lines && set->segmentFlags.empty());
-    EXPECT_TRUE(set->Local == mesh->World && set->World == mesh->World);
-}
-
-TEST(OutlineEdges, OutlineMetadataTakesPrecedenceOverCreases) {
-    // Metadata of another kind, which the search for the outline passes over.
-    struct OtherMetadata : qe::qeMetadata {
-        unsigned int GetMetadataTypeId() const override { return 1u; }
-    };
-    // The box alone would give 24 crease records; its outline names one.
-    auto box = Box();
-    box->World.SetTranslate(V3(2, 0, 0));
-    box->WorldIsCurrent = true;
-    box->AttachMetadata(new OtherMetadata);
-    box->AttachMetadata(new qe::qeOutlineMetadata(Lines({0, 2})));
-    // An outline without a buffer gives nothing, not the mesh's creases.
-    const V3 up(0, 0, 1);
-    auto withoutBuffer = ctr_test::MakeMesh({V3(0, 0, 0), V3(1, 0, 0), V3(0, 1, 0)}, {0, 1, 2}, {up, up, up});
-    withoutBuffer->AttachMetadata(new qe::qeOutlineMetadata);
-    auto triangle = ctr_test::MakeMesh({V3(0, 0, 0), V3(1, 0, 0), V3(0, 1, 0)}, {0, 1, 2}, {up, up, up});
-    triangle->World.SetTranslate(V3(0, 3, 0));
-    triangle->WorldIsCurrent = true;
-
-    ctr::GeometricFeaturesGenerator generator;
-    generator.setSingleExportCluster({box, nullptr, withoutBuffer, triangle}, nullptr);
-    const SetPointer fused = generator.getInternal().computeCreaseEdges(0);
-    ASSERT_NE(fused, nullptr);
-    ASSERT_EQ(fused->getSegmentQuantity(), 4);
-    EXPECT_EQ(fused->VBuffer->GetVertexQuantity(), 24 + 3);
-    const V3 a = box->VBuffer->Position3(0) + V3(2, 0, 0), b = box->VBuffer->Position3(2) + V3(2, 0, 0);
-    EXPECT_EQ(EndsOf(*fused, 0), (Ends{a[0], a[1], a[2], b[0], b[1], b[2]}));
-    // The triangle's borders, lifted by its world translation.
-    EXPECT_EQ(EndsOf(*fused, 1), (Ends{0, 3, 0, 0, 4, 0}));
-    EXPECT_EQ(generator.getInternal().computeCreaseEdges(1), nullptr);
-}
-
-TEST(FuseSets, CopiesEverySetIntoWorldSpaceInInputOrder) {
-    const SetPointer empty = new LineSegmentSet, noVertices = LineSet({}, {0, 1});
-    for (const std::vector<LineSegmentSet*>& nothing :
-         {std::vector<LineSegmentSet*>{}, {nullptr, nullptr}, {empty.get()}, {noVertices.get()}})
-        EXPECT_EQ(LineSegmentSet::FuseLineSegmentSets(nothing), nullptr);
-
-    // One vertex buffer (with normals, and a vertex no segment uses) under
-    // two sets; the first is scaled by 2 and moved by 10 along x.
-    const std::vector<V3> positions{V3(0, 0, 0), V3(1, 0, 0), V3(1, 1, 0), V3(0, 0, 1)};
-    const auto mesh = ctr_test::MakeMesh(positions, {}, positions);
-    const SetPointer first = new LineSegmentSet, second = new LineSegmentSet, noIndices = new LineSegmentSet;
-    first->VBuffer = second->VBuffer = noIndices->VBuffer = mesh->VBuffer;
-    first->IBuffer = Lines({0, 1, 1, 2});
-    second->IBuffer = Lines({2, 0, 3});
-    first->World.SetMatrix(Wm4::Matrix4<float>(2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 10, 0, 0, 1));
-    first->segmentFlags = {true, true};
-    first->segmentClips.assign(2, {0.0f, 1.0f, 1.0f, 1.0f});
-    first->occlusionIntervals = {{{0, 1, 1, 2}}};
-    second->occlusionIntervals = {{{1, 4, 3, 4}}};
-
-    const SetPointer fused = LineSegmentSet::FuseLineSegmentSets({nullptr, first, noIndices, second});
-    ASSERT_NE(fused, nullptr);
-    ASSERT_EQ(fused->VBuffer->GetVertexQuantity(), 8);
-    EXPECT_FALSE(fused->VBuffer->GetAttributes().HasNormal());
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(fused->VBuffer->Position3(i), positions[i] * 2.0f + V3(10, 0, 0));
-        EXPECT_EQ(fused->VBuffer->Position3(4 + i), positions[i]);
-    }
-    EXPECT_EQ(fused->IBuffer->GetIndexQuantity(), 6);
-    EXPECT_EQ(Segments(*fused), (std::vector<Segment>{{0, 1}, {1, 2}, {6, 4}}));
-    EXPECT_EQ(fused->occlusionIntervals, (std::vector<std::vector<RI>>{{{0, 1, 1, 2}}, {}, {{1, 4, 3, 4}}}));
-    EXPECT_TRUE(fused->segmentFlags.empty() && fused->segmentClips.empty() && fused->World.IsIdentity());
 }
 
 std::vector<RI> Merged(std::vector<RI> list) {
@@ -423,35 +252,6 @@ TEST(FeatureOcclusion, SegmentsAlongAnOccludersBorderAreHidden) {
     ASSERT_EQ(set->occlusionIntervals.size(), 2u);
     for (const std::vector<RI>& hidden : set->occlusionIntervals)
         EXPECT_EQ(ctr_test::Canonical(hidden, true), std::vector<RI>{kWhole});
-}
-
-TEST(FeatureOcclusion, ReportsProgressPerSegmentAndStopsWhenCancelled) {
-    struct Notifier : qe::qeProgressNotifierInterface {
-        int cancelAfter, advances = 0, checks = 0;
-        double total = 0.0;
-        explicit Notifier(int after) : cancelAfter(after) {}
-        bool shouldCancel() override { return ++checks, advances >= cancelAfter; }
-        void setTotalProgress(double) override {}
-        void advanceProgress(double amount) override { ++advances, total += amount; }
-    };
-    SquareScene scene;
-    Notifier all(INT_MAX), two(2);
-    scene.generator.setProgressNotifier(&all);
-    SetPointer set = OcclusionCases();
-    scene.generator.computeOcclusion(*set, 0);
-    EXPECT_EQ(all.total, 5.0);
-
-    // Stopped before the end-on segment: it keeps the empty list and the
-    // zero record that the tables were sized with.
-    scene.generator.setProgressNotifier(&two);
-    set = OcclusionCases();
-    scene.generator.computeOcclusion(*set, 0);
-    EXPECT_EQ(two.advances, 2);
-    EXPECT_EQ(two.checks, 3);
-    EXPECT_EQ(set->occlusionIntervals[1], std::vector<RI>{kWhole});
-    EXPECT_TRUE(set->occlusionIntervals[2].empty());
-    EXPECT_EQ(Clips(*set)[2], (ClipRecord{0.0f, 0.0f, 0.0f, 0.0f}));
-    scene.generator.setProgressNotifier(nullptr);
 }
 
 // Sorted and merged by value, written independently of the library's merge.

@@ -174,36 +174,4 @@ TEST(GeneratedNormals, FaceWithoutAreaDoesNotJoinAcrossACrease) {
         EXPECT_EQ(std::fabs(normal(corner)[1]) + std::fabs(normal(corner)[2]), 1.0f) << corner;
 }
 
-TEST(GeneratedNormals, HubVerticesOfManyFaces) {
-    constexpr int kFaces = 6000;
-    const auto ring = [](int i, double height) {
-        const double angle = 2.0 * 3.14159265358979323846 * i / kFaces;
-        char line[96];
-        std::snprintf(line, sizeof line, "v %.9g %.9g %g\n", std::cos(angle), std::sin(angle), height);
-        return std::string(line);
-    };
-    // A cone over a flat cap: one fan at the apex, one at the cap's centre,
-    // two at each rim vertex.
-    std::string cone = "v 0 0 2\nv 0 0 0\n";
-    for (int i = 0; i < kFaces; ++i) cone += ring(i, 0.0);
-    for (int i = 0; i < kFaces; ++i) {
-        const std::string a = std::to_string(3 + i), b = std::to_string(3 + (i + 1) % kFaces);
-        cone += "f 1 " + a + " " + b + "\nf 2 " + b + " " + a + "\n";
-    }
-    qe::qePointer<qe::qeTriMesh> mesh = ImportText("cone.obj", cone);
-    ASSERT_TRUE(mesh);
-    EXPECT_EQ(mesh->VBuffer->GetVertexQuantity(), 2 + 2 * kFaces);
-    const int centre = static_cast<int>(mesh->IBuffer->GetData()[3]);
-    EXPECT_EQ(mesh->VBuffer->Normal3(centre), Wm4::Vector3<float>(0.0f, 0.0f, -1.0f));
-    // A pleated cone whose neighbouring faces fold sharply: every face at the
-    // apex (off centre, so that no two come out parallel) is a fan of its own.
-    std::string pleats = "v 0.31 0.17 0.5\n";
-    for (int i = 0; i < kFaces; ++i) pleats += ring(i, i % 2 ? 1.0 : 0.0);
-    for (int i = 0; i < kFaces; ++i)
-        pleats += "f 1 " + std::to_string(2 + i) + " " + std::to_string(2 + (i + 1) % kFaces) + "\n";
-    mesh = ImportText("pleats.obj", pleats);
-    ASSERT_TRUE(mesh);
-    EXPECT_EQ(mesh->VBuffer->GetVertexQuantity(), kFaces + 2 * kFaces);
-}
-
 }  // namespace

@@ -97,29 +97,6 @@ TEST(OcclusionQuery, SingleTriangleCases) {
     EXPECT_EQ(hidden.size(), 1u);
 }
 
-TEST(OcclusionQuery, NeighbouringTrianglesGiveTouchingIntervals) {
-    // A square of two triangles sharing the diagonal (200,100)-(100,200); an
-    // edge behind it crosses the diagonal at x = 150.
-    const auto mesh = ctr_test::MakeMesh({V3(100, 100, 500), V3(200, 100, 500), V3(100, 200, 500), V3(200, 200, 500)},
-                                         {0, 1, 2, 1, 3, 2});
-    const auto baked = BakeAll(UnitGridSpace(), {mesh});
-    auto hidden = Canonical(Query(baked->triangles, {0, 150, 900}, {300, 150, 900}), true);
-    ASSERT_EQ(hidden.size(), 2u);
-    EXPECT_TRUE(SameValue(hidden[0], 1, 3, 1, 2));
-    EXPECT_TRUE(SameValue(hidden[1], 1, 2, 2, 3));
-}
-
-TEST(OcclusionQuery, TiltedTriangleHidesOnlyBehindItsPlane) {
-    // Plane z = 300 + x: an edge at constant depth 500 is behind the plane
-    // for x < 200 and in front for x > 200.
-    const auto mesh = ctr_test::MakeMesh({V3(0, 0, 300), V3(400, 0, 700), V3(0, 400, 300)}, {0, 1, 2});
-    const auto baked = BakeAll(UnitGridSpace(), {mesh});
-    const auto hidden = Query(baked->triangles, {0, 100, 500}, {400, 100, 500});
-    ASSERT_EQ(hidden.size(), 1u);
-    EXPECT_TRUE(SameValue(hidden[0], 0, 1, 1, 2));
-    EXPECT_EQ(hidden, BruteForce(baked->triangles, {0, 100, 500}, {400, 100, 500}));
-}
-
 // Random edges and the model's own edges, clipped like feature edges are;
 // the hierarchy walk must return exactly what testing every triangle does.
 void CrossCheck(const char* model, unsigned xyBits, unsigned zBits, int randomEdges) {

@@ -1,11 +1,8 @@
 // Parallel runs must give what the calling thread alone gives: the same line
 // sets to the bit and the same file bytes, whatever the number of threads.
 #include <atomic>
-#include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -36,11 +33,6 @@ TEST(Parallel, PoolRunsEveryIndexOnceLoopAfterLoop) {
     pool.parallelFor(0, [](size_t) { FAIL(); });
 }
 
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 // The tool's camera for meshes on an A4 sheet; false when none can be made.
 bool FramedSpace(const std::vector<const qe::qeTriMesh*>& meshes, const contour::CameraOptions& options,
                  ctr::DiscreteProjectionSpace& space) {
@@ -57,10 +49,7 @@ bool FramedSpace(const std::vector<const qe::qeTriMesh*>& meshes, const contour:
 template <typename Use>
 void ForEachModel(std::initializer_list<const char*> relatives, const Use& use) {
     for (const char* relative : relatives) {
-        contour::ImportedModel model;
-        std::string error;
-        ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath(relative), model, error)) << error;
-        use(model, relative);
+        use(ctr_test::LoadModel(relative), relative);
     }
 }
 
@@ -114,7 +103,7 @@ void ExpectSameWithAnyThreads(const contour::ImportedModel& model, const std::st
         contour::DrawingStats stats;
         std::string failure;
         EXPECT_TRUE(contour::DrawToSVG(meshes, occluders, options, folder + file, stats, failure, executor)) << failure;
-        const std::string text = ReadFile(folder + file);
+        const std::string text = ctr_test::ReadFile(folder + file);
         std::filesystem::remove(folder + file);
         return text;
     };
@@ -167,9 +156,7 @@ size_t ExpectSameBake(const std::vector<const qe::qeTriMesh*>& meshes, const ctr
         baked.initialize();
         return baked;
     };
-    const ctr::BakedTriangles serial = bake(nullptr);
-    std::string why;
-    EXPECT_TRUE(serial.validate(&why)) << why;
+    const ctr::BakedTriangles serial = ctr_test::Bake(space, meshes);
     size_t clipRecords = 0;
     for (const std::vector<uint32_t>& records : serial.getMeshClipRecords()) clipRecords += records.size();
     for (const unsigned int threads : {2u, 3u}) {
@@ -189,28 +176,6 @@ size_t ExpectSameBake(const std::vector<const qe::qeTriMesh*>& meshes, const ctr
     return clipRecords;
 }
 
-// A rippled torus of 4 r^2 triangles around the y axis, radii 2 and 0.7:
-// large enough for the builder to split it into many subtrees.
-qe::qePointer<qe::qeTriMesh> MakeTorus(int r) {
-    std::vector<Wm4::Vector3<float>> positions;
-    std::vector<unsigned int> indices;
-    const float pi = 3.14159265f;
-    for (int i = 0; i < r; ++i)
-        for (int j = 0; j < 2 * r; ++j) {
-            const float u = 2.0f * pi * static_cast<float>(i) / static_cast<float>(r);
-            const float v = 2.0f * pi * static_cast<float>(j) / static_cast<float>(2 * r);
-            const float tube = 0.7f + 0.05f * std::sin(7.0f * u) * std::cos(5.0f * v);
-            positions.push_back(Wm4::Vector3<float>((2.0f + tube * std::cos(v)) * std::cos(u), tube * std::sin(v),
-                                                    (2.0f + tube * std::cos(v)) * std::sin(u)));
-            const unsigned int a = static_cast<unsigned int>(i * 2 * r + j);
-            const unsigned int b = static_cast<unsigned int>(((i + 1) % r) * 2 * r + j);
-            const unsigned int c = static_cast<unsigned int>(((i + 1) % r) * 2 * r + (j + 1) % (2 * r));
-            const unsigned int d = static_cast<unsigned int>(i * 2 * r + (j + 1) % (2 * r));
-            indices.insert(indices.end(), {a, b, c, a, c, d});
-        }
-    return ctr_test::MakeMesh(positions, indices);
-}
-
 TEST(Parallel, BakeIsTheSameWithAnyThreadCount) {
     ctr::DiscreteProjectionSpace whole, close;
     ctr_test::OrthoCamera(whole, Wm4::Vector3<float>(0.5f, 6.0f, 5.0f), Wm4::Vector3<float>(0.0f, 0.0f, 0.0f), 3.5f,
@@ -220,8 +185,8 @@ TEST(Parallel, BakeIsTheSameWithAnyThreadCount) {
     ctr_test::PerspectiveCamera(close, Wm4::Vector3<float>(2.6f, 0.3f, -1.0f), Wm4::Vector3<float>(2.0f, 0.0f, 1.5f),
                                 50.0f, 1.0f, 0.3f, 6.0f);
 
-    const qe::qePointer<qe::qeTriMesh> torus = MakeTorus(96);
-    const qe::qePointer<qe::qeTriMesh> small = MakeTorus(12);
+    const qe::qePointer<qe::qeTriMesh> torus = ctr_test::MakeTorus(96);
+    const qe::qePointer<qe::qeTriMesh> small = ctr_test::MakeTorus(12);
     // Two meshes, so that ranges and clip records of a later mesh move too.
     const std::vector<const qe::qeTriMesh*> meshes = {torus.get(), small.get()};
     ExpectSameBake(meshes, whole, "torus, whole view");

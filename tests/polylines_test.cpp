@@ -94,37 +94,6 @@ TEST(VisibleSegments, ClippedEndsAndPerspectiveCuts) {
     EXPECT_EQ(Geometry(*baked), (Segments{{V3(0, 0, 0), V3(2, 0, 0)}}));
 }
 
-TEST(FilteredVertices, WeldsExactlyEqualPositionsOnly) {
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const float above1 = std::nextafter(1.0f, 2.0f);
-    // Vertices 1 and 2 are equal (-0 and +0 alike), vertex 4 is one unit in
-    // the last place off vertex 3, vertices 5 and 6 share NaN bits, vertex 7
-    // is used by no segment; the odd last index is ignored.
-    SetPointer set = LineSet({V3(2, 0, 0), V3(1, 0, 0), V3(1, -0.0f, 0), V3(1, 1, 0), V3(1, above1, 0), V3(nan, 0, 0),
-                              V3(nan, 0, 0), V3(0, 0, 0)},
-                             {0, 1, 2, 3, 3, 4, 5, 6, 7});
-    std::vector<unsigned> remap;
-    qe::qePointer<qe::qeVertexBuffer> filtered;
-    LineSegmentSet::CreateFilteredVertexBuffer(*set->VBuffer, *set->IBuffer, filtered, remap);
-    ASSERT_NE(filtered, nullptr);
-    ASSERT_EQ(filtered->GetVertexQuantity(), 6);
-    EXPECT_EQ(remap[1], remap[2]);
-    EXPECT_NE(remap[3], remap[4]);
-    EXPECT_NE(remap[5], remap[6]);
-    EXPECT_EQ(remap[7], 0u);
-    // Numbered by position.
-    EXPECT_LT(remap[1], remap[3]);
-    EXPECT_LT(remap[3], remap[4]);
-    EXPECT_LT(remap[4], remap[0]);
-    for (unsigned v : {0u, 1u, 3u, 4u})
-        EXPECT_EQ(filtered->Position3(static_cast<int>(remap[v])), set->VBuffer->Position3(static_cast<int>(v)));
-
-    LineSegmentSet::CreateFilteredVertexBufferPatched(*set->VBuffer, *set->IBuffer, filtered);
-    const std::vector<unsigned> patched = Indices(*set);
-    EXPECT_EQ(patched, (std::vector<unsigned>{remap[0], remap[1], remap[1], remap[3], remap[3], remap[4], remap[5],
-                                              remap[6], 0u}));
-}
-
 // The polylines as vertex sequences, each from its head record through its
 // linked stretches.
 std::vector<std::vector<unsigned>> Chains(const LineSegmentSet& set,

@@ -140,28 +140,15 @@ struct tSheet {
     }
 };
 
-tSheet readSheet(const fs::path& path) {
+tSheet readSheet(const std::string& text) {
     tSheet sheet;
-    std::stringstream read;
-    read << std::ifstream(path).rdbuf();
-    sheet.text = read.str();
-    const std::string& text = sheet.text;
+    sheet.text = text;
     for (size_t at = text.find("<g id=\""); at != std::string::npos; at = text.find("<g id=\"", at + 1)) {
         const size_t label = text.find("inkscape:label=\"", at) + 16;
-        const size_t tagEnd = text.find('>', at);
-        if (text.find("inkscape:groupmode", at) < tagEnd) continue;  // a layer
-        const std::string name = text.substr(label, text.find('"', label) - label);
-        const size_t end = text.find("</g>", at);
-        for (size_t d = text.find(" d=\"", at); d < end; d = text.find(" d=\"", d + 1)) {
-            const char* p = text.c_str() + d + 4;
-            while (*p == 'M' || *p == 'L') {
-                char* next = nullptr;
-                const double x = std::strtod(p + 1, &next);
-                const double y = std::strtod(next + 1, &next);
-                sheet.points[name].emplace_back(x, y);
-                p = next + 1;
-            }
-        }
+        if (text.find("inkscape:groupmode", at) < text.find('>', at)) continue;  // a layer
+        auto& points = sheet.points[text.substr(label, text.find('"', label) - label)];
+        for (const auto& path : ctr_test::ParsePaths(text.substr(at, text.find("</g>", at) - at)))
+            for (const auto& command : path) points.emplace_back(command.x, command.y);
     }
     for (size_t at = text.find("<rect x=\""); at != std::string::npos; at = text.find("<rect x=\"", at + 1)) {
         double x, y, w, h;
@@ -196,32 +183,12 @@ void ExpectShared(const tSheet& sheet, const std::string& from, const std::strin
     EXPECT_EQ(unmatched, 0u) << from << " and " << to << " share " << (xAxis ? "x" : "y");
 }
 
-class SheetTool : public ::testing::Test {
-protected:
-    void SetUp() override {
-        folder = fs::temp_directory_path() / ("contour_sheet_layout_" + std::to_string(getpid()) + "_" +
-                                              ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(folder);
-    }
-    void TearDown() override { fs::remove_all(folder); }
-    int run(const std::string& arguments) const {
-        const std::string command = "cd '" + folder.string() + "' && SOURCE_DATE_EPOCH=1717113600 '" CONTOUR_TOOL "' " +
-                                    arguments + " 2>stderr.txt >stdout.txt";
-        const int status = std::system(command.c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    std::string errors() const {
-        std::stringstream read;
-        read << std::ifstream(folder / "stderr.txt").rdbuf();
-        return read.str();
-    }
-    fs::path folder;
-};
+using SheetTool = ctr_test::ToolTest;
 
 TEST_F(SheetTool, BoxWithHolesViewsAlignedApartAndRendered) {
-    const std::string model = "'" + ctr_test::ModelPath("cad-brep/box_holes.obj") + "'";
-    ASSERT_EQ(run(model + " --sheet --hidden -q -o third.svg"), 0) << errors();
-    const tSheet sheet = readSheet(folder / "third.svg");
+    const std::string box = model("cad-brep/box_holes.obj");
+    ASSERT_EQ(run(box + " --sheet --hidden -q -o third.svg"), 0) << errors;
+    const tSheet sheet = readSheet(read("third.svg"));
     for (const char* view : {"front", "top", "right", "iso"}) ASSERT_GT(sheet.points.count(view), 0u) << view;
     EXPECT_EQ(sheet.points.count("left"), 0u);
 
@@ -268,8 +235,8 @@ TEST_F(SheetTool, BoxWithHolesViewsAlignedApartAndRendered) {
 
     // First angle: the top view moves below the front view, and the view
     // from the left takes the place right of it.
-    ASSERT_EQ(run(model + " --sheet --projection first -q -o first.svg"), 0) << errors();
-    const tSheet first = readSheet(folder / "first.svg");
+    ASSERT_EQ(run(box + " --sheet --projection first -q -o first.svg"), 0) << errors;
+    const tSheet first = readSheet(read("first.svg"));
     ASSERT_GT(first.points.count("left"), 0u);
     EXPECT_EQ(first.points.count("right"), 0u);
     const tBox front1 = first.box("front"), top1 = first.box("top"), side1 = first.box("left");
@@ -289,15 +256,15 @@ TEST_F(SheetTool, BoxWithHolesViewsAlignedApartAndRendered) {
 }
 
 TEST_F(SheetTool, RefusesOptionsThatASheetCannotHonour) {
-    const std::string model = "'" + ctr_test::ModelPath("cad-brep/box_holes.obj") + "'";
+    const std::string box = model("cad-brep/box_holes.obj");
     for (const char* option : {"--perspective", "--view top", "--eye 1,2,3", "--azimuth 30"}) {
-        EXPECT_EQ(run(model + " --sheet -o out.svg " + option), 2) << option;
+        EXPECT_EQ(run(box + " --sheet -o out.svg " + option), 2) << option;
         const std::string name = std::string(option).substr(0, std::string(option).find(' '));
-        EXPECT_NE(errors().find(name + " does not apply"), std::string::npos) << errors();
+        EXPECT_NE(errors.find(name + " does not apply"), std::string::npos) << errors;
     }
-    EXPECT_EQ(run(model + " --projection first -o out.svg"), 2);
-    EXPECT_NE(errors().find("--projection"), std::string::npos);
-    EXPECT_EQ(run(model + " --sheet --projection second -o out.svg"), 2);
+    EXPECT_EQ(run(box + " --projection first -o out.svg"), 2);
+    EXPECT_NE(errors.find("--projection"), std::string::npos);
+    EXPECT_EQ(run(box + " --sheet --projection second -o out.svg"), 2);
     EXPECT_FALSE(fs::exists(folder / "out.svg"));
 }
 #endif

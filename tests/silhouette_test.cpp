@@ -113,23 +113,6 @@ TEST(SilhouetteEdges, ClosedConvexMeshFoldsBetweenFrontAndBackFaces) {
     }
 }
 
-TEST(SilhouetteEdges, OpenMeshesGiveTheirBordersWhicheverWayTheyFace) {
-    // A triangle facing the eye and one facing away: each mesh its own entry,
-    // indexed in its own vertex buffer. Interior edges of open meshes are
-    // checked with the quads below.
-    const MeshPointer facing =
-        ctr_test::MakeMesh({V3(-1.0f, -1.0f, 0.0f), V3(0.0f, -1.0f, 0.2f), V3(-1.0f, 0.0f, 0.0f)}, {0, 1, 2});
-    const MeshPointer away =
-        ctr_test::MakeMesh({V3(0.2f, 0.3f, 0.0f), V3(1.0f, 0.9f, 0.1f), V3(1.1f, 0.2f, 0.0f)}, {0, 1, 2});
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::PerspectiveCamera(space, V3(0.4f, 0.3f, 4.0f), V3(0.0f, -0.2f, 0.0f));
-    const std::vector<SetPointer> sets = Silhouettes(Bake(space, {facing, away}));
-    ASSERT_TRUE(sets.size() == 2 && sets[0] && sets[1]);
-    const std::set<Edge> triangle{{0, 1}, {0, 2}, {1, 2}};
-    EXPECT_EQ(Undirected(*sets[0]), triangle);
-    EXPECT_EQ(Undirected(*sets[1]), triangle);
-}
-
 TEST(SilhouetteEdges, WindingAndSplitVerticesDoNotOpenInteriorEdges) {
     // Both quads face the eye. The first has its triangles wound opposite
     // ways around a shared edge; the second repeats the diagonal's vertices.
@@ -178,28 +161,6 @@ TEST(SilhouetteEdges, ClippedTrianglesGiveWholeSourceEdges) {
         }
         quad->IBuffer = original;
     }
-}
-
-TEST(SilhouetteEdges, EmptyResultsAndRefusedCalls) {
-    const MeshPointer inView = ctr_test::MakeMesh({V3(0, 0, 0), V3(0.5f, 0, 0), V3(0, 0.5f, 0)}, {0, 1, 2});
-    const MeshPointer behind = ctr_test::MakeMesh({V3(0, 0, 9), V3(0.5f, 0, 9), V3(0, 0.5f, 9)}, {0, 1, 2});
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::PerspectiveCamera(space, V3(0.0f, 0.0f, 4.0f), V3(0.0f, 0.0f, 0.0f));
-    const std::vector<SetPointer> sets = Silhouettes(Bake(space, {behind, inView}));
-    ASSERT_EQ(sets.size(), 2u);
-    EXPECT_TRUE(!sets[0] && sets[1]);
-
-    // A non-empty vector is refused as it is.
-    const SetPointer existing = new LineSegmentSet;
-    std::vector<LineSegmentSet*> used{existing.get()};
-    EXPECT_FALSE(Bake(space, {inView}).computeSilhouetteEdges(used));
-    EXPECT_EQ(used, std::vector<LineSegmentSet*>{existing.get()});
-    // No mesh, or no baked triangle in any mesh.
-    std::vector<LineSegmentSet*> out;
-    EXPECT_FALSE(Bake(space, {}).computeSilhouetteEdges(out));
-    EXPECT_TRUE(out.empty());
-    EXPECT_FALSE(Bake(space, {behind, nullptr}).computeSilhouetteEdges(out));
-    EXPECT_EQ(out, (std::vector<LineSegmentSet*>{nullptr, nullptr}));
 }
 
 // A set over its own copy of the points.
@@ -281,46 +242,6 @@ TEST(CommonSegments, DuplicatesWithinASetGoOnceEach) {
     EXPECT_EQ(LineSegmentSet::RemoveDuplicateSegments(set), 0);
     EXPECT_EQ(LineSegmentSet::RemoveDuplicateSegments(nullptr), 0);
     EXPECT_EQ(LineSegmentSet::RemoveDuplicateSegments(SetPointer(new LineSegmentSet)), 0);
-}
-
-TEST(CommonSegments, EmptyResultsAndUnusableInputs) {
-    const V3 p(0, 0, 0), q(1, 2, 3);
-    // Every segment removed: no index buffer, side tables emptied.
-    const SetPointer a = MakeSet({p, q}, {0, 1, 1, 0});
-    a->occlusionIntervals = {Tag(0), Tag(1)};
-    a->segmentClips = {Clip(0)};
-    LineSegmentSet::RemoveCommonSegments(a, MakeSet({q, p}, {0, 1}));
-    EXPECT_TRUE(!a->IBuffer && a->occlusionIntervals.empty() && a->segmentClips.empty());
-
-    // A set against itself, whose indices are being compacted while read.
-    const SetPointer self = MakeSet({p, q, V3(std::nanf(""), 0, 0)}, {0, 1, 2, 0, 1, 0});
-    LineSegmentSet::RemoveCommonSegments(self, self);
-    EXPECT_EQ(Indices(*self), (std::vector<unsigned>{2, 0}));
-
-    // Nothing usable in b leaves a alone; so do null sets.
-    const SetPointer keep = MakeSet({p, q}, {0, 1});
-    keep->segmentClips = {Clip(5)};
-    for (const SetPointer& useless : {MakeSet({p, q}, {}), MakeSet({p, q}, {0, 7}), SetPointer(new LineSegmentSet)}) {
-        LineSegmentSet::RemoveCommonSegments(keep, useless);
-        EXPECT_EQ(Indices(*keep), (std::vector<unsigned>{0, 1}));
-        EXPECT_EQ(keep->segmentClips.size(), 1u);
-    }
-    LineSegmentSet::RemoveCommonSegments(keep, nullptr);
-    LineSegmentSet::RemoveCommonSegments(nullptr, keep);
-    EXPECT_EQ(Indices(*keep), (std::vector<unsigned>{0, 1}));
-
-    // A set without a whole segment loses its buffer; short side tables are
-    // filled up to one entry per kept segment.
-    const SetPointer odd = MakeSet({p, q}, {1});
-    LineSegmentSet::RemoveCommonSegments(odd, keep);
-    EXPECT_FALSE(odd->IBuffer);
-    const SetPointer partial = MakeSet({p, q, V3(5, 5, 5)}, {0, 2, 2, 1, 0, 1});
-    partial->segmentClips = {Clip(0)};
-    LineSegmentSet::RemoveCommonSegments(partial, keep);
-    EXPECT_EQ(Indices(*partial), (std::vector<unsigned>{0, 2, 2, 1}));
-    EXPECT_EQ(partial->occlusionIntervals.size(), 2u);
-    ASSERT_EQ(partial->segmentClips.size(), 2u);
-    EXPECT_EQ(partial->segmentClips[1].tEnd, 0.0f);
 }
 
 }  // namespace
