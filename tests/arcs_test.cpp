@@ -154,57 +154,6 @@ TEST(SheetArcs, CirclesFaceOnOnlyAndOnTheSegmentPoints) {
     }
 }
 
-// The page circle test on its own: three segments at least, every point on
-// the circle, turning one way.
-TEST(SheetArcs, PageCircleTest) {
-    const auto on = [](const std::vector<double>& degrees, double radius) {
-        std::vector<Wm4::Vector2<float>> points;
-        for (const double d : degrees)
-            points.emplace_back(static_cast<float>(100.0 + radius * std::cos(d * 3.14159265358979323846 / 180.0)),
-                                static_cast<float>(100.0 + radius * std::sin(d * 3.14159265358979323846 / 180.0)));
-        return points;
-    };
-    float radius = 0.0f;
-    std::vector<ctr::PageArc> arcs;
-    EXPECT_TRUE(ctr::FitPageArcs(on({0, 10, 20, 30}, 20.0), radius, arcs));
-    EXPECT_NEAR(radius, 20.0f, 1e-3f);
-    ASSERT_EQ(arcs.size(), 1u);
-    EXPECT_EQ(arcs[0].end, 3u);
-    EXPECT_EQ(arcs[0].sweep, 1);
-    EXPECT_TRUE(ctr::FitPageArcs(on({30, 20, 10, 0}, 20.0), radius, arcs));
-    EXPECT_EQ(arcs[0].sweep, 0);
-    // 200 degrees in steps of 10: split before a half turn.
-    std::vector<double> wide;
-    for (int d = 0; d <= 200; d += 10) wide.push_back(d);
-    EXPECT_TRUE(ctr::FitPageArcs(on(wide, 20.0), radius, arcs));
-    ASSERT_EQ(arcs.size(), 2u);
-    EXPECT_EQ(arcs[0].end, 16u);                                             // 160 degrees, under 0.9 of a half turn
-    EXPECT_FALSE(ctr::FitPageArcs(on({0, 10, 20}, 20.0), radius, arcs));     // two segments
-    EXPECT_FALSE(ctr::FitPageArcs(on({0, 10, 5, 30}, 20.0), radius, arcs));  // turns back
-    const std::vector<Wm4::Vector2<float>> straight = {{0.0f, 0.0f}, {1.0f, 1.0f}, {2.0f, 2.0f}, {3.0f, 3.0f}};
-    EXPECT_FALSE(ctr::FitPageArcs(straight, radius, arcs));
-    // Off the circle through the others by 0.01 mm.
-    std::vector<Wm4::Vector2<float>> off = on({0, 10, 20, 30, 40}, 20.0);
-    off[3][0] += 0.01f;
-    EXPECT_FALSE(ctr::FitPageArcs(off, radius, arcs));
-}
-
-// Segments drawn through one place: a line that ends on another keeps the
-// other one path, as the exporter chains it; two ends alone at one place join.
-TEST(SheetArcs, EndsJoinOnlyWhereTwoMeet) {
-    // 0-1-2 shares vertex 1; 3-4 ends on 1's position with vertex 3; 5-6
-    // starts where 2 is.
-    const SetPointer set = ctr_test::LineSet(
-        {V3(0, 0, 0), V3(1, 0, 0), V3(2, 0, 0), V3(1, 0, 0), V3(1, 1, 0), V3(2, 0, 0), V3(3, 1, 0)}, {0, 1, 1, 2, 3, 4, 5, 6});
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::OrthoCamera(space, V3(1.5f, 0.5f, 5.0f), V3(1.5f, 0.5f, 0.0f), 2.0f, 2.0f, 1.0f, 10.0f);
-    const std::vector<tPath> paths = ParsePaths(Sheet(space, *set, false), "");
-    std::vector<size_t> lengths;
-    for (const tPath& path : paths) lengths.push_back(path.size());
-    std::sort(lengths.begin(), lengths.end());
-    EXPECT_EQ(lengths, (std::vector<size_t>{2, 4}));
-}
-
 // The printed end points of the pieces of a set on the page.
 std::map<std::pair<std::string, std::string>, int> PieceCounts(const ctr::LineSegmentSet& set,
                                                                const ctr::ExportParameters& parameters) {

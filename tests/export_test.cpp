@@ -58,31 +58,6 @@ TEST(ExportParameters, FitsTheViewAgainstTheLimitingSheetEdge) {
     EXPECT_EQ(a4.getPageOffset(), V2(105, 148.5f));
 }
 
-TEST(ExportParameters, WorldUnitsPerMM) {
-    // Ten world units across a 210 mm wide drawing.
-    ExportParameters parameters(OrthoView(5, 5));
-    EXPECT_FLOAT_EQ(parameters.getWorldUnitsPerMM(), 10.0f / 210.0f);
-
-    // A new size alone keeps the old transform, whose scale does not depend
-    // on the sheet width; refitting lets the height limit the drawing.
-    parameters.setPageSizeInMM(V2(420, 297));
-    EXPECT_EQ(parameters.getBestFitTransform(), Wm4::Matrix2<float>(105, 0, 0, 105));
-    EXPECT_FLOAT_EQ(parameters.getWorldUnitsPerMM(), 10.0f / 210.0f);
-    parameters.computeBestFitTransform();
-    EXPECT_FLOAT_EQ(parameters.getWorldUnitsPerMM(), 10.0f / 297.0f);
-
-    // No sheet height makes the transform singular: the distance is 0.
-    parameters.setPageSizeInMM(V2(210, 0));
-    parameters.computeBestFitTransform();
-    EXPECT_EQ(parameters.getWorldUnitsPerMM(), 0.0f);
-
-    // A perspective camera is measured on its near plane, 1 unit from the
-    // eye with a 90 degree field: 2 world units across the sheet width.
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::PerspectiveCamera(space, V3(0, 0, 10), V3(0, 0, 0), 90.0f, 1.0f, 1.0f, 100.0f);
-    EXPECT_NEAR(ExportParameters(space).getWorldUnitsPerMM(), 2.0f / 210.0f, 1e-7f);
-}
-
 std::string ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream text;
@@ -137,27 +112,6 @@ protected:
 
     ctr::SVGExporter exporter;
 };
-
-TEST_F(SVGExporter, HeaderTitleDescriptionAndEndTag) {
-    const std::string path = TempPath("header");
-    // The later copy of the parameters is the one used.
-    ExportParameters small(OrthoView(1, 1));
-    small.setPageSizeInMM(V2(100, 100));
-    exporter.setExportParameters(small);
-    exporter.setExportParameters(ExportParameters(OrthoView(1, 1)));
-    ASSERT_TRUE(exporter.openFile(path));
-    const std::string header = std::string(kHeader) + "<title>Illustration</title>\n";
-    EXPECT_EQ(ReadFile(path), header);
-    ASSERT_TRUE(exporter.closeFile());
-    EXPECT_EQ(ReadFile(path), header + "</svg>\n");
-
-    exporter.setTitle("");
-    exporter.setDescription("a < b & c");
-    ASSERT_TRUE(exporter.openFile(path));
-    ASSERT_TRUE(exporter.closeFile());
-    EXPECT_EQ(ReadFile(path), std::string(kHeader) + "<desc>a < b & c</desc>\n</svg>\n");
-    std::remove(path.c_str());
-}
 
 // One path line through the drawn points, in order.
 std::string Path(const std::vector<int>& points) {

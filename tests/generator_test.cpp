@@ -71,29 +71,4 @@ TEST(FeatureComputation, StepsAndCommonSegments) {
     EXPECT_EQ(Segments(features.silhouetteEdges), 4);
 }
 
-// Hosts that time or label the steps learn each one as it begins, and the
-// end of the call however it ends.
-TEST(FeatureComputation, TellsTheObserverEachStep) {
-    struct tSteps : ctr::FeatureStepObserver {
-        void stepStarted(ctr::FeatureStep step) override { seen.push_back(step); }
-        std::vector<ctr::FeatureStep> seen;
-    };
-    using S = ctr::FeatureStep;
-    const auto square = Square(0.0f);
-    ctr::GeometricFeaturesGenerator generator;
-    Camera(generator);
-    generator.setSingleExportCluster({square}, nullptr);
-    tSteps steps;
-    generator.setStepObserver(&steps);
-    ctr::GeometricFeatures features;
-    generator.computeGeometricFeatures(features, 0, true);
-    EXPECT_EQ(steps.seen, (std::vector<S>{S::kCreases, S::kSilhouettes, S::kCommonSegments, S::kOcclusion,
-                                          S::kIntersections, S::kFinished}));
-    steps.seen.clear();
-    Notifier cancelling(1);
-    generator.setProgressNotifier(&cancelling);
-    generator.computeGeometricFeatures(features, 0, false);
-    EXPECT_EQ(steps.seen, (std::vector<S>{S::kCreases, S::kFinished}));
-}
-
 }  // namespace

@@ -117,41 +117,6 @@ TEST(CreaseEdges, BoxEmitsBothCopiesOfSplitEdgesAndNothingForSharedOnes) {
     EXPECT_EQ(Creases(*shared), nullptr);
 }
 
-TEST(CreaseEdges, InvalidOrCancelledInputGivesNothing) {
-    const V3 up(0, 0, 1);
-    const std::vector<V3> positions{V3(0, 0, 0), V3(1, 0, 0), V3(0, 1, 0)};
-    const auto outOfRange = ctr_test::MakeMesh(positions, {0, 1, 3}, {up, up, up});
-    const auto noNormals = ctr_test::MakeMesh(positions, {0, 1, 2});
-    std::vector<ctr::CreaseEdgeInfo> infos;
-    for (const qe::qeTriMesh* mesh : {outOfRange.get(), noNormals.get()}) {
-        EXPECT_FALSE(ctr::ComputeCreaseEdgeInfo(infos, mesh->VBuffer, mesh->IBuffer, 5.0f, kNeverCancel));
-        EXPECT_EQ(Creases(*mesh), nullptr);
-    }
-    EXPECT_EQ(LineSegmentSet::GetCreaseEdgesFromMesh(nullptr, noNormals->IBuffer, kNeverCancel, 5.0f, true), nullptr);
-    EXPECT_EQ(LineSegmentSet::GetCreaseEdgesFromTriMesh(nullptr, kNeverCancel, 5.0f, true), nullptr);
-
-    // Cancellation seen at any of the polls, the last included, gives null.
-    struct CancelAtPoll : qe::qeCancelInterfaceReadOnly {
-        int cancelFrom;
-        mutable int polls = 0;
-        explicit CancelAtPoll(int from) : cancelFrom(from) {}
-        bool isCancelled() const override { return ++polls > cancelFrom; }
-    };
-    const auto box = Box();
-    CancelAtPoll infoPolls(INT_MAX), setPolls(INT_MAX);
-    ASSERT_TRUE(ctr::ComputeCreaseEdgeInfo(infos, box->VBuffer, box->IBuffer, 5.0f, infoPolls));
-    ASSERT_NE(SetPointer(LineSegmentSet::GetCreaseEdgesFromMesh(box->VBuffer, box->IBuffer, setPolls, 5.0f, true)),
-              nullptr);
-    ASSERT_GT(infoPolls.polls, 1);
-    for (int from = 0; from < setPolls.polls; ++from) {
-        EXPECT_TRUE(from >= infoPolls.polls ||
-                    !ctr::ComputeCreaseEdgeInfo(infos, box->VBuffer, box->IBuffer, 5.0f, CancelAtPoll(from)));
-        EXPECT_EQ(LineSegmentSet::GetCreaseEdgesFromMesh(box->VBuffer, box->IBuffer, CancelAtPoll(from), 5.0f, true),
-                  nullptr)
-            << "cancelled from poll " << from;
-    }
-}
-
 std::vector<RI> Merged(std::vector<RI> list) {
     ctr::SortAndMergeIntervals(list);
     return list;
@@ -183,63 +148,12 @@ TEST(IntervalMerge, MergesTouchingOverlappingAndNestedIntervals) {
     EXPECT_EQ(Merged(touching), (std::vector<RI>{{0, 40, 40, 40}}));
 }
 
-// Behind the square [-0.5, 0.5]^2 at depth 0 in the default space (world
-// coordinates are clip coordinates): a segment behind it, one out of view,
-// one seen end-on, one in front of it, one naming a missing vertex and a
-// trailing index. The set is moved by 2 along x into that place.
-SetPointer OcclusionCases() {
-    std::vector<V3> world{V3(-0.9f, 0.1f, 0.5f), V3(0.9f, 0.1f, 0.5f), V3(2.0f, 0.1f, 0.5f),   V3(3.0f, 0.1f, 0.5f),
-                          V3(0.8f, 0.8f, -0.5f), V3(0.8f, 0.8f, 0.5f), V3(-0.9f, 0.1f, -0.5f), V3(0.9f, 0.1f, -0.5f)};
-    for (V3& p : world) p[0] -= 2.0f;
-    SetPointer set = LineSet(world, {0, 1, 2, 3, 4, 5, 6, 7, 0, 99, 1});
-    set->World.SetTranslate(V3(2, 0, 0));
-    return set;
-}
-
 struct SquareScene {
     qe::qePointer<qe::qeTriMesh> square = ctr_test::MakeMesh(
         {V3(-0.5f, -0.5f, 0), V3(0.5f, -0.5f, 0), V3(0.5f, 0.5f, 0), V3(-0.5f, 0.5f, 0)}, {0, 1, 2, 0, 2, 3});
     ctr::GeometricFeaturesGenerator generator;
     SquareScene() { generator.setSingleExportCluster({square}, nullptr); }
 };
-
-TEST(FeatureOcclusion, HiddenIntervalsOfSimpleSegmentsAndUntouchedSets) {
-    SquareScene scene;
-    SetPointer set = OcclusionCases();
-    scene.generator.computeOcclusion(*set, 0);
-    ASSERT_EQ(set->occlusionIntervals.size(), 5u);
-    ASSERT_EQ(set->segmentClips.size(), 5u);
-    // The segment behind is hidden in its middle (checked exactly on real
-    // models below); out of view, end-on and missing vertex: wholly hidden.
-    EXPECT_EQ(set->occlusionIntervals[0].size(), 1u);
-    for (const int wholly : {1, 2, 4}) EXPECT_EQ(set->occlusionIntervals[wholly], std::vector<RI>{kWhole}) << wholly;
-    EXPECT_TRUE(set->occlusionIntervals[3].empty());
-    EXPECT_EQ(set->segmentClips[1].tStart, 1.0f);
-    EXPECT_EQ(set->segmentClips[1].tEnd, 0.0f);
-    EXPECT_EQ(Clips(*set)[3], (ClipRecord{0.0f, 1.0f, 1.0f, 1.0f}));
-
-    // A second run adds nothing new; intervals already present are merged
-    // in, and tables of the wrong size are replaced.
-    const auto first = set->occlusionIntervals;
-    scene.generator.computeOcclusion(*set, 0);
-    EXPECT_EQ(set->occlusionIntervals, first);
-    set->occlusionIntervals[3] = {{0, 1, 1, 4}};
-    scene.generator.computeOcclusion(*set, 0);
-    EXPECT_EQ(set->occlusionIntervals[3], (std::vector<RI>{{0, 1, 1, 4}}));
-    set->occlusionIntervals.assign(7, {kWhole});
-    scene.generator.computeOcclusion(*set, 0);
-    EXPECT_EQ(set->occlusionIntervals, first);
-
-    // Unknown clusters and sets without indices are left alone.
-    set = OcclusionCases();
-    scene.generator.computeOcclusion(*set, 1);
-    EXPECT_TRUE(set->occlusionIntervals.empty() && set->segmentClips.empty());
-    set->IBuffer = nullptr;
-    set->segmentClips.assign(1, {0.5f, 0.25f, 1.0f, 1.0f});
-    scene.generator.computeOcclusion(*set, 0);
-    EXPECT_TRUE(set->occlusionIntervals.empty());
-    EXPECT_EQ(Clips(*set), (std::vector<ClipRecord>{{0.5f, 0.25f, 1.0f, 1.0f}}));
-}
 
 // A triangle's sides belong to it: segments behind the square that lie
 // exactly on its border on screen (as the back edges of a box seen head-on

@@ -139,39 +139,4 @@ TEST(GeneratedNormals, CreasesAreExactlyTheSharpEdges) {
     }
 }
 
-// Writes an OBJ, imports it with generated normals and returns its one mesh.
-qe::qePointer<qe::qeTriMesh> ImportText(const std::string& name, const std::string& text) {
-    const std::string path = ::testing::TempDir() + name;
-    std::ofstream(path) << text;
-    contour::ImportedModel model;
-    std::string error;
-    const bool ok = contour::ImportModel(path, model, error);
-    std::remove(path.c_str());
-    EXPECT_TRUE(ok) << error;
-    EXPECT_EQ(model.meshes.size(), 1u);
-    return ok && !model.meshes.empty() ? model.meshes[0] : nullptr;
-}
-
-TEST(GeneratedNormals, FaceWithoutAreaDoesNotJoinAcrossACrease) {
-    // A floor (z = 0) and a wall (y = 0) meeting at a right angle along the x
-    // axis, where the wall has a vertex (4) in the middle of the floor's edge:
-    // a zero-area face 1-4-2 closes the gap and touches both sides, and a
-    // face with a repeated corner hangs on the floor.
-    const qe::qePointer<qe::qeTriMesh> mesh =
-        ImportText("degenerate_crease.obj",
-                   "v 0 0 0\nv 2 0 0\nv 2 1 0\nv 1 0 0\nv 0 0 1\nv 1 0 1\nv 2 0 1\nv 0 1 0\n"
-                   "f 1 3 2\nf 1 8 3\nf 1 4 5\nf 4 6 5\nf 4 2 7\nf 4 7 6\nf 1 4 2\nf 1 1 8\n");
-    ASSERT_TRUE(mesh);
-    const unsigned int* indices = mesh->IBuffer->GetData();
-    const auto normal = [&](int corner) { return mesh->VBuffer->Normal3(static_cast<int>(indices[corner])); };
-    // Floor corners keep the floor's normal, wall corners the wall's,
-    // exactly, also at the ends of the crease that the sliver touches.
-    for (const int corner : {0, 1, 2, 3, 4, 5}) EXPECT_EQ(std::fabs(normal(corner)[2]), 1.0f) << corner;
-    for (const int corner : {6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17})
-        EXPECT_EQ(std::fabs(normal(corner)[1]), 1.0f) << corner;
-    // The zero-area faces take one side's normal each.
-    for (const int corner : {18, 19, 20, 21, 22, 23})
-        EXPECT_EQ(std::fabs(normal(corner)[1]) + std::fabs(normal(corner)[2]), 1.0f) << corner;
-}
-
 }  // namespace

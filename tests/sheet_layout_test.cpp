@@ -43,34 +43,6 @@ TEST(SheetScale, TheLargestStandardScaleThatFits) {
         EXPECT_FALSE(ctr::ChooseStandardScale(refused, scale)) << refused;
 }
 
-TEST(SheetScale, ViewPlacedAtAFixedScaleAndPosition) {
-    // A window 80 x 40 world units wide around (5, 7): at 1:2 a world unit is
-    // half a sheet millimetre, and the window's centre lands where asked.
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::OrthoCamera(space, Wm4::Vector3<float>(5.0f, 7.0f, 50.0f), Wm4::Vector3<float>(5.0f, 7.0f, 0.0f), 40.0f,
-                          20.0f);
-    const ctr::ExportParameters parameters =
-        ctr::ScaledViewParameters(space, Wm4::Vector2<float>(420.0f, 297.0f), 2.0, Wm4::Vector2<float>(100.0f, 60.0f));
-    EXPECT_NEAR(parameters.getWorldUnitsPerMM(), 2.0f, 1e-5f);
-    EXPECT_EQ(parameters.getPageSizeInMM()[0], 420.0f);
-    const auto sheet = [&](float x, float y) {
-        const Wm4::Vector4<float> clip =
-            Wm4::Vector4<float>(x, y, 0.0f, 1.0f) * parameters.getProjectionSpace().getWorldToClip();
-        const Wm4::Matrix2<float>& m = parameters.getBestFitTransform();
-        const Wm4::Vector2<float>& o = parameters.getPageOffset();
-        const float u = clip[0] / clip[3], v = clip[1] / clip[3];
-        return Wm4::Vector2<float>(m[0][0] * u + m[0][1] * v + o[0], m[1][0] * u + m[1][1] * v + o[1]);
-    };
-    EXPECT_NEAR(sheet(5.0f, 7.0f)[0], 100.0f, 1e-4f);
-    EXPECT_NEAR(sheet(5.0f, 7.0f)[1], 60.0f, 1e-4f);
-    EXPECT_NEAR(sheet(45.0f, 7.0f)[0], 120.0f, 1e-4f);
-    EXPECT_NEAR(sheet(5.0f, -13.0f)[1], 50.0f, 1e-4f);
-    // The best fit comes back on request.
-    ctr::ExportParameters refitted = parameters;
-    refitted.computeBestFitTransform();
-    EXPECT_EQ(refitted.getPageOffset()[0], 210.0f);
-}
-
 TEST(SheetScale, FrameAndTitleBlockLayer) {
     const ctr::SheetRect block = ctr::TitleBlockRect(Wm4::Vector2<float>(420.0f, 297.0f), 10.0f);
     EXPECT_EQ(block.x + block.width, 410.0f);

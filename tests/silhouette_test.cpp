@@ -113,23 +113,6 @@ TEST(SilhouetteEdges, ClosedConvexMeshFoldsBetweenFrontAndBackFaces) {
     }
 }
 
-TEST(SilhouetteEdges, WindingAndSplitVerticesDoNotOpenInteriorEdges) {
-    // Both quads face the eye. The first has its triangles wound opposite
-    // ways around a shared edge; the second repeats the diagonal's vertices.
-    const MeshPointer mixed =
-        ctr_test::MakeMesh({V3(-1.0f, -1.0f, 0.0f), V3(0.0f, -1.0f, 0.0f), V3(-1.0f, 0.0f, 0.0f), V3(0.0f, 0.0f, 0.1f)},
-                           {0, 1, 2, 1, 2, 3});
-    const MeshPointer split = ctr_test::MakeMesh({V3(0.2f, 0.2f, 0.0f), V3(1.0f, 0.2f, 0.0f), V3(0.2f, 1.0f, 0.0f),
-                                                  V3(1.0f, 0.2f, 0.0f), V3(1.0f, 1.0f, -0.1f), V3(0.2f, 1.0f, 0.0f)},
-                                                 {0, 1, 2, 3, 4, 5});
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::PerspectiveCamera(space, V3(0.1f, 0.2f, 4.0f), V3(0.0f, 0.0f, 0.0f));
-    const std::vector<SetPointer> sets = Silhouettes(Bake(space, {mixed, split}));
-    ASSERT_TRUE(sets.size() == 2 && sets[0] && sets[1]);
-    EXPECT_EQ(Undirected(*sets[0]), (std::set<Edge>{{0, 1}, {0, 2}, {1, 3}, {2, 3}}));
-    EXPECT_EQ(Undirected(*sets[1]), (std::set<Edge>{{0, 1}, {0, 2}, {3, 4}, {4, 5}}));
-}
-
 TEST(SilhouetteEdges, ClippedTrianglesGiveWholeSourceEdges) {
     // Vertex 3 lies far right of the view: triangle 1 3 2 is cut into a fan
     // whose side on the clip plane and whose diagonal are no mesh edges.

@@ -194,20 +194,6 @@ TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
     EXPECT_EQ(entries, 4u);  // out.svg, part.obj, stdout.txt, stderr.txt
 }
 
-TEST_F(ContourTool, NamesTheOutputAfterTheModelOrWritesToStandardOutput) {
-    ASSERT_EQ(run(model("cad/couplingdown.ply") + " -q"), 0);
-    EXPECT_TRUE(readDrawing(read("couplingdown.svg")).header);
-    ASSERT_EQ(run("--demo -q"), 0);
-    EXPECT_GT(readDrawing(read("demo.svg")).paths.size(), 0u);
-    ASSERT_EQ(run("--demo -q -o -"), 0);
-    EXPECT_EQ(read("stdout.txt"), read("demo.svg"));
-
-    EXPECT_EQ(run("--help"), 0);
-    EXPECT_NE(read("stdout.txt").find("Usage: contour"), std::string::npos);
-    EXPECT_EQ(run("--version"), 0);
-    EXPECT_EQ(read("stdout.txt").rfind("contour 1.", 0), 0u);
-}
-
 // Meshes with split normals hold each crease once per side, and a box's
 // creases are also its silhouettes: every line still reaches the page once.
 TEST_F(ContourTool, DrawsEachLineOnce) {
