@@ -244,6 +244,12 @@ inline qe::qePointer<ctr::LineSegmentSet> LineSet(const std::vector<Wm4::Vector3
     return set;
 }
 
+// The index buffer of a set (empty without one).
+inline std::vector<unsigned> Indices(const ctr::LineSegmentSet& set) {
+    if (!set.IBuffer) return {};
+    return std::vector<unsigned>(set.IBuffer->GetData(), set.IBuffer->GetData() + set.IBuffer->GetIndexQuantity());
+}
+
 // The meshes baked through space, checked by the baking's own validation.
 inline ctr::BakedTriangles Bake(const ctr::DiscreteProjectionSpace& space,
                                 const std::vector<const qe::qeTriMesh*>& meshes) {

@@ -58,13 +58,6 @@ TEST(ExportParameters, FitsTheViewAgainstTheLimitingSheetEdge) {
     EXPECT_EQ(a4.getPageOffset(), V2(105, 148.5f));
 }
 
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 std::string TempPath(const std::string& name) { return ::testing::TempDir() + "ctr_export_" + name + ".svg"; }
 
 const char kHeader[] =
@@ -84,13 +77,7 @@ const std::vector<V3> kPoints = {V3(0, 0, 0), V3(0.5f, 0.5f, 0), V3(0.5f, -0.5f,
 const char* const kDrawn[] = {"105,148.5", "157.5,96", "157.5,201", "52.5,122.25"};
 
 // A set without occlusion data: every segment counts as visible.
-SetPointer LineSet(const std::vector<unsigned>& indices) {
-    SetPointer set = new LineSegmentSet;
-    set->VBuffer = ctr_test::MakeMesh(kPoints, {})->VBuffer;
-    set->IBuffer = new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_LINE_LIST);
-    for (size_t i = 0; i < indices.size(); ++i) set->IBuffer->GetData()[i] = indices[i];
-    return set;
-}
+SetPointer LineSet(const std::vector<unsigned>& indices) { return ctr_test::LineSet(kPoints, indices); }
 
 class SVGExporter : public testing::Test {
 protected:
@@ -103,7 +90,7 @@ protected:
         EXPECT_TRUE(exporter.openFile(path));
         EXPECT_TRUE(exporter.streamLineSegments(*LineSet(indices), "crease"));
         EXPECT_TRUE(exporter.closeFile());
-        const std::string text = ReadFile(path);
+        const std::string text = ctr_test::ReadFile(path);
         std::remove(path.c_str());
         const size_t header = sizeof(kHeader) - 1;
         if (text.compare(0, header, kHeader) != 0 || text.size() < header + 7) return "bad frame: " + text;
@@ -152,7 +139,7 @@ TEST_F(SVGExporter, StylesColoursAndPlacement) {
     EXPECT_TRUE(exporter.streamLineSegments(*LineSet({2, 3}), "odd"));
     EXPECT_FALSE(exporter.streamLineSegments(*LineSet({0, 1}), "missing"));
     ASSERT_TRUE(exporter.closeFile());
-    EXPECT_EQ(ReadFile(path), std::string(kHeader) + GroupStart("255,127,0", "0.133333") +
+    EXPECT_EQ(ctr_test::ReadFile(path), std::string(kHeader) + GroupStart("255,127,0", "0.133333") +
                                   "  <path d=\"M210,96 L157.5,148.5 \"/>\n</g>\n" +
                                   GroupStart("382,4294967041,254", "0.5") + Path({3, 2}) + "</g>\n</svg>\n");
     std::remove(path.c_str());
@@ -167,7 +154,7 @@ TEST_F(SVGExporter, FeatureRecordUsesCreaseAndSilhouetteStyles) {
     ASSERT_TRUE(exporter.openFile(path));
     EXPECT_TRUE(exporter.streamGeometricFeatures(features));
     ASSERT_TRUE(exporter.closeFile());
-    EXPECT_EQ(ReadFile(path), std::string(kHeader) + kCreaseGroup + Path({1, 0}) + "</g>\n" + kSilhouetteGroup +
+    EXPECT_EQ(ctr_test::ReadFile(path), std::string(kHeader) + kCreaseGroup + Path({1, 0}) + "</g>\n" + kSilhouetteGroup +
                                   Path({3, 2}) + "</g>\n</svg>\n");
     std::remove(path.c_str());
 }
@@ -204,7 +191,7 @@ TEST_F(SVGExporter, IgnoresTheGlobalLocale) {
     later.setTitle("");
     ASSERT_TRUE(later.openFile(path));
     ASSERT_TRUE(later.closeFile());
-    EXPECT_EQ(ReadFile(path),
+    EXPECT_EQ(ctr_test::ReadFile(path),
               "<?xml version=\"1.0\"?>\n<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"1234.5mm\" "
               "height=\"1.23457e+06mm\" viewBox=\"0 0 1234.5 1.23457e+06\" >\n</svg>\n");
     std::remove(path.c_str());

@@ -12,25 +12,6 @@ namespace {
 using V3 = Wm4::Vector3<float>;
 using SetPointer = qe::qePointer<ctr::LineSegmentSet>;
 
-// Counts what it is told and cancels at the given query (never when 0).
-class Notifier : public qe::qeProgressNotifierInterface {
-public:
-    explicit Notifier(int cancelAtQuery = 0) : cancelAt(cancelAtQuery) {}
-    bool shouldCancel() override { return ++queries == cancelAt; }
-    void setTotalProgress(double value) override {
-        total = value;
-        ++announcements;
-    }
-    void advanceProgress(double amount) override { done += amount; }
-    double getRemainingProgress() const override { return total - done; }
-
-    int cancelAt;
-    int queries = 0;
-    int announcements = 0;
-    double total = 0.0;
-    double done = 0.0;
-};
-
 // A tilted square of two triangles with flat normals, seen from the front:
 // its four borders are creases and silhouettes alike, its diagonal neither.
 qe::qePointer<qe::qeTriMesh> Square(float z) {

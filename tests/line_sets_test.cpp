@@ -35,8 +35,8 @@ const RI kWhole{0, 1, 1, 1};
 
 std::vector<Segment> Segments(const LineSegmentSet& set) {
     std::vector<Segment> out;
-    const unsigned* indices = set.IBuffer->GetData();
-    for (int s = 0; s < set.getSegmentQuantity(); ++s) out.emplace_back(indices[2 * s], indices[2 * s + 1]);
+    for (int s = 0; s < set.getSegmentQuantity(); ++s)
+        out.emplace_back(set.IBuffer->GetData()[2 * s], set.IBuffer->GetData()[2 * s + 1]);
     return out;
 }
 
@@ -46,26 +46,6 @@ Ends EndsOf(const LineSegmentSet& set, int s) {
     const V3& a = set.VBuffer->Position3(static_cast<int>(set.IBuffer->GetData()[2 * s]));
     const V3& b = set.VBuffer->Position3(static_cast<int>(set.IBuffer->GetData()[2 * s + 1]));
     return {a[0], a[1], a[2], b[0], b[1], b[2]};
-}
-
-std::vector<ClipRecord> Clips(const LineSegmentSet& set) {
-    std::vector<ClipRecord> out;
-    for (const LineSegmentSet::tSegmentClip& c : set.segmentClips) out.push_back({c.tStart, c.tEnd, c.wStart, c.wEnd});
-    return out;
-}
-
-qe::qePointer<qe::qeIndexBuffer> Lines(const std::vector<unsigned>& indices) {
-    qe::qePointer<qe::qeIndexBuffer> lines =
-        new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_LINE_LIST);
-    std::copy(indices.begin(), indices.end(), lines->GetData());
-    return lines;
-}
-
-SetPointer LineSet(const std::vector<V3>& positions, const std::vector<unsigned>& indices) {
-    SetPointer set = new LineSegmentSet;
-    set->VBuffer = ctr_test::MakeMesh(positions, {})->VBuffer;
-    set->IBuffer = Lines(indices);
-    return set;
 }
 
 SetPointer Creases(const qe::qeTriMesh& mesh, float angleDegrees = 5.0f) {
@@ -161,7 +141,7 @@ struct SquareScene {
 TEST(FeatureOcclusion, SegmentsAlongAnOccludersBorderAreHidden) {
     SquareScene scene;
     const SetPointer set =
-        LineSet({V3(-0.5f, -0.5f, 0.5f), V3(0.5f, -0.5f, 0.5f), V3(-0.5f, 0.5f, 0.5f)}, {0, 1, 0, 2});
+        ctr_test::LineSet({V3(-0.5f, -0.5f, 0.5f), V3(0.5f, -0.5f, 0.5f), V3(-0.5f, 0.5f, 0.5f)}, {0, 1, 0, 2});
     scene.generator.computeOcclusion(*set, 0);
     ASSERT_EQ(set->occlusionIntervals.size(), 2u);
     for (const std::vector<RI>& hidden : set->occlusionIntervals)
@@ -187,17 +167,12 @@ std::vector<RI> ReferenceMerge(const std::vector<RI>& list) {
 // triangle gives for the segment clipped the same way.
 void CheckAgainstEveryTriangle(const char* model, const V3& toEye) {
     SCOPED_TRACE(model);
-    contour::ImportedModel imported;
-    std::string error;
-    ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath(model), imported, error)) << error;
+    const contour::ImportedModel imported = ctr_test::LoadModel(model);
     ASSERT_TRUE(imported.hasNormals);
-    qe::qeBBox bound;
-    for (const auto& mesh : imported.meshes) bound.include(mesh->WorldBound);
-    const V3 center = bound.center();
-    const float radius = (bound.Max - bound.Min).Length() * 0.5f;
-    const V3 eye = center + toEye * (2.5f * radius);
     ctr::DiscreteProjectionSpace space;
-    ctr_test::PerspectiveCamera(space, eye, center, 40.0f, 1.3f, 0.2f * radius, 6.0f * radius);
+    ctr_test::FrameMeshes(space, imported.meshList(), toEye * 2.5f, true, 40.0f, 1.3f);
+    const auto [center, radius] = ctr_test::MeshBounds(imported.meshList());
+    const V3 eye = center + toEye * (2.5f * radius);
 
     // Eight upright strips through the middle, across the view: segments
     // passing behind them collect several intervals each.
@@ -236,7 +211,8 @@ void CheckAgainstEveryTriangle(const char* model, const V3& toEye) {
         ctr::BakedVertex bakedA, bakedB;
         float wA = 0.0f, wB = 0.0f;
         const std::pair<float, float> t = internal.projectionSpace.clipEdgeWorld(a, b, bakedA, bakedB, wA, wB);
-        EXPECT_EQ(Clips(*set)[i], (ClipRecord{t.first, t.second, wA, wB})) << "segment " << i;
+        const auto& clip = set->segmentClips[i];
+        EXPECT_EQ((ClipRecord{clip.tStart, clip.tEnd, clip.wStart, clip.wEnd}), (ClipRecord{t.first, t.second, wA, wB})) << "segment " << i;
         std::vector<RI> expected{kWhole};
         if (t.first < t.second && (bakedA.x != bakedB.x || bakedA.y != bakedB.y)) {
             expected = ctr_test::BruteForce(internal.bakedTriangles[0], bakedA, bakedB);

@@ -12,18 +12,12 @@
 
 namespace {
 
+using ctr_test::Indices;
+using ctr_test::LineSet;
 using V3 = Wm4::Vector3<float>;
 using ctr::LineSegmentSet;
 using SetPointer = qe::qePointer<LineSegmentSet>;
 using Segments = std::vector<std::pair<V3, V3>>;
-
-SetPointer LineSet(const std::vector<V3>& positions, const std::vector<unsigned>& indices) {
-    SetPointer set = new LineSegmentSet;
-    set->VBuffer = ctr_test::MakeMesh(positions, {})->VBuffer;
-    set->IBuffer = new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_LINE_LIST);
-    std::copy(indices.begin(), indices.end(), set->IBuffer->GetData());
-    return set;
-}
 
 Segments Geometry(const LineSegmentSet& set) {
     Segments out;
@@ -32,10 +26,6 @@ Segments Geometry(const LineSegmentSet& set) {
         out.emplace_back(set.VBuffer->Position3(static_cast<int>(indices[2 * s])),
                          set.VBuffer->Position3(static_cast<int>(indices[2 * s + 1])));
     return out;
-}
-
-std::vector<unsigned> Indices(const LineSegmentSet& set) {
-    return std::vector<unsigned>(set.IBuffer->GetData(), set.IBuffer->GetData() + set.IBuffer->GetIndexQuantity());
 }
 
 ctr::RationalInterval Interval(int64_t sn, int64_t sd, int64_t en, int64_t ed) { return {sn, sd, en, ed}; }

@@ -431,26 +431,6 @@ TEST(DrawingProperties, AnOccluderBehindEverythingOrOutOfViewChangesNothing) {
     }
 }
 
-TEST(DrawingProperties, ScalingSceneAndCameraByAPowerOfTwoDrawsTheSameLines) {
-    for (const Scene& scene : Scenes()) {
-        const Drawing before = Draw(scene);
-        for (const int k : {-3, 5}) {
-            const float f = std::ldexp(1.0f, k);
-            Scene scaled = scene;
-            for (Mesh& m : scaled.meshes)
-                for (V3& p : m.positions) p *= f;
-            // Clip coordinates stay bit for bit: (x f)(m / f) = x m exactly.
-            for (int i = 0; i < 4; ++i)
-                for (int j = 0; j < 3; ++j) scaled.camera.worldToClip[j][i] /= f, scaled.camera.clipToWorld[i][j] *= f;
-            const Drawing after = Draw(scaled);
-            const auto grow = [f](const V3& p) { return p * f; };
-            const std::string what = scene.name + " scaled by 2^" + std::to_string(k);
-            ExpectSameList(FeatureSegments(before, grow), FeatureSegments(after), what);
-            ExpectSameList(IntersectionPieces(before), IntersectionPieces(after), what + ", intersections");
-        }
-    }
-}
-
 TEST(DrawingProperties, TheOrderOfTrianglesCornersAndMeshesDoesNotMatter) {
     for (const Scene& scene : Scenes()) {
         std::mt19937 random(11);

@@ -227,18 +227,6 @@ TEST_F(SheetTool, BoxWithHolesViewsAlignedApartAndRendered) {
     EXPECT_GT(fs::file_size(png), 1000u);
 }
 
-TEST_F(SheetTool, RefusesOptionsThatASheetCannotHonour) {
-    const std::string box = model("cad-brep/box_holes.obj");
-    for (const char* option : {"--perspective", "--view top", "--eye 1,2,3", "--azimuth 30"}) {
-        EXPECT_EQ(run(box + " --sheet -o out.svg " + option), 2) << option;
-        const std::string name = std::string(option).substr(0, std::string(option).find(' '));
-        EXPECT_NE(errors.find(name + " does not apply"), std::string::npos) << errors;
-    }
-    EXPECT_EQ(run(box + " --projection first -o out.svg"), 2);
-    EXPECT_NE(errors.find("--projection"), std::string::npos);
-    EXPECT_EQ(run(box + " --sheet --projection second -o out.svg"), 2);
-    EXPECT_FALSE(fs::exists(folder / "out.svg"));
-}
 #endif
 
 }  // namespace

@@ -13,19 +13,13 @@
 
 namespace {
 
+using ctr_test::Bake;
+using ctr_test::Indices;
 using V3 = Wm4::Vector3<float>;
 using ctr::LineSegmentSet;
 using Edge = std::pair<unsigned, unsigned>;
 using SetPointer = qe::qePointer<LineSegmentSet>;
 using MeshPointer = qe::qePointer<qe::qeTriMesh>;
-
-ctr::BakedTriangles Bake(const ctr::DiscreteProjectionSpace& space, const std::vector<const qe::qeTriMesh*>& meshes) {
-    ctr::BakedTriangles baked;
-    baked.setProjectionSpace(&space);
-    baked.setMeshes(meshes);
-    baked.initialize();
-    return baked;
-}
 
 // The sets of every mesh, owned here, with null entries kept.
 std::vector<SetPointer> Silhouettes(const ctr::BakedTriangles& baked) {
@@ -146,23 +140,6 @@ TEST(SilhouetteEdges, ClippedTrianglesGiveWholeSourceEdges) {
     }
 }
 
-// A set over its own copy of the points.
-SetPointer MakeSet(const std::vector<V3>& points, const std::vector<unsigned>& indices) {
-    SetPointer set = new LineSegmentSet;
-    set->VBuffer = ctr_test::MakeMesh(points, {})->VBuffer;
-    if (!indices.empty()) {
-        set->IBuffer = new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_LINE_LIST);
-        std::copy(indices.begin(), indices.end(), set->IBuffer->GetData());
-    }
-    return set;
-}
-
-std::vector<unsigned> Indices(const LineSegmentSet& set) {
-    if (!set.IBuffer) return {};
-    const unsigned* data = set.IBuffer->GetData();
-    return std::vector<unsigned>(data, data + set.IBuffer->GetIndexQuantity());
-}
-
 // Interval list and clip record that name segment s.
 std::vector<ctr::RationalInterval> Tag(int s) { return {ctr::RationalInterval{s, 7, 1, 1}}; }
 LineSegmentSet::tSegmentClip Clip(int s) { return {0.0f, 1.0f, static_cast<float>(s), 1.0f}; }
@@ -174,7 +151,7 @@ TEST(CommonSegments, RemovesWholeSegmentsMatchedByPositionInEitherDirection) {
     // 5 s-u, 6 a NaN end, 7 an index past the buffer.
     const V3 p(0, 0, 0), q(1, 0, 0), r(1, 1, 0), s(0, 1, 0), u(0, 1, 2);
     const SetPointer a =
-        MakeSet({p, q, r, s, V3(nextToOne, 1, 1), u, V3(nan, 0, 0)}, {0, 1, 1, 2, 2, 3, 1, 0, 2, 4, 3, 5, 6, 0, 0, 40});
+        ctr_test::LineSet({p, q, r, s, V3(nextToOne, 1, 1), u, V3(nan, 0, 0)}, {0, 1, 1, 2, 2, 3, 1, 0, 2, 4, 3, 5, 6, 0, 0, 40});
     for (int k = 0; k < 8; ++k) {
         a->occlusionIntervals.push_back(Tag(k));
         a->segmentClips.push_back(Clip(k));
@@ -182,7 +159,7 @@ TEST(CommonSegments, RemovesWholeSegmentsMatchedByPositionInEitherDirection) {
     }
     // b, in its own buffer and order: q-p, r-q, p-q again, r-(1, 1, 1), the
     // same NaN segment, an index past its buffer.
-    const SetPointer b = MakeSet({q, p, r, V3(1, 1, 1), V3(nan, 0, 0)}, {0, 1, 2, 0, 1, 0, 2, 3, 4, 1, 2, 9});
+    const SetPointer b = ctr_test::LineSet({q, p, r, V3(1, 1, 1), V3(nan, 0, 0)}, {0, 1, 2, 0, 1, 0, 2, 3, 4, 1, 2, 9});
     const std::vector<unsigned> bIndices = Indices(*b);
 
     LineSegmentSet::RemoveCommonSegments(a, b);
@@ -208,7 +185,7 @@ TEST(CommonSegments, DuplicatesWithinASetGoOnceEach) {
     const V3 p(0, 0, 0), q(1, 0, 0), r(1, 1, 0);
     // 0 p-q, 1 q-r, 2 q-p, 3 p-q, 4 r-(q one ulp off), 5 NaN-p, 6 NaN-p,
     // 7 an index past the buffer, 8 q-r from other vertices at equal positions.
-    const SetPointer set = MakeSet({p, q, r, V3(std::nextafter(1.0f, 2.0f), 0, 0), V3(nan, 0, 0), q, r},
+    const SetPointer set = ctr_test::LineSet({p, q, r, V3(std::nextafter(1.0f, 2.0f), 0, 0), V3(nan, 0, 0), q, r},
                                    {0, 1, 1, 2, 1, 0, 0, 1, 2, 3, 4, 0, 4, 0, 0, 40, 6, 5});
     for (int k = 0; k < 9; ++k) {
         set->occlusionIntervals.push_back(Tag(k));

@@ -175,6 +175,13 @@ TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
         {"--demo --margin 150", 2, "--margin"},
         {"--demo --no-such-option", 2, "no-such-option"},
         {"", 2, "no model"},
+        // A sheet is always parallel and shows the standard views.
+        {model("cad-brep/box_holes.obj") + " --sheet --perspective", 2, "--perspective does not apply"},
+        {model("cad-brep/box_holes.obj") + " --sheet --view top", 2, "--view does not apply"},
+        {model("cad-brep/box_holes.obj") + " --sheet --eye 1,2,3", 2, "--eye does not apply"},
+        {model("cad-brep/box_holes.obj") + " --sheet --azimuth 30", 2, "--azimuth does not apply"},
+        {model("cad-brep/box_holes.obj") + " --projection first", 2, "--projection"},
+        {model("cad-brep/box_holes.obj") + " --sheet --projection second", 2, "--projection"},
     };
     for (const tCase& c : cases) {
         std::ofstream(folder / "out.svg") << "precious";
