@@ -37,12 +37,8 @@
 // Readable failure messages for the value types (found by GoogleTest through
 // argument-dependent lookup).
 namespace Wm4 {
-inline void PrintTo(const Vector2<float>& v, std::ostream* os) { *os << "(" << v[0] << ", " << v[1] << ")"; }
 inline void PrintTo(const Vector3<float>& v, std::ostream* os) {
     *os << "(" << v[0] << ", " << v[1] << ", " << v[2] << ")";
-}
-inline void PrintTo(const Vector4<float>& v, std::ostream* os) {
-    *os << "(" << v[0] << ", " << v[1] << ", " << v[2] << ", " << v[3] << ")";
 }
 }  // namespace Wm4
 

@@ -1,19 +1,11 @@
 // Paths of the layered sheet: arcs written as SVG arc commands where they are
 // circles on the page, and pieces that meet end to end chained into one path
 // (dashed hidden lines above all), every piece drawn once.
-#include <algorithm>
-#include <cmath>
 #include <map>
-#include <sstream>
-#include <string>
 #include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 #include "ctr/ExportParameters.h"
-#include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/SheetLines.h"
 #include "ctr/SheetWriter.h"
 #include "export/PathWriting.h"

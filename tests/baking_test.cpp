@@ -1,14 +1,8 @@
 // Baking of mesh lists into the integer grid: which triangles are kept,
 // clipped or dropped, and the invariants every later stage relies on.
-#include <algorithm>
-#include <cmath>
 #include <random>
 
-#include <gtest/gtest.h>
-
-#include "ModelImport.h"
 #include "TestSupport.h"
-#include "ctr/BakedTriangles.h"
 
 namespace {
 

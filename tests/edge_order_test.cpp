@@ -3,20 +3,14 @@
 // ranks against a plain sort, and crease extraction against a direct
 // implementation that sorts edges with the position comparator, on meshes
 // full of repeated, signed-zero and NaN positions.
-#include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
 #include <random>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "Wm4Math.h"
 
 #include "TestSupport.h"
-#include "ctr/LineSegmentSet.h"
 #include "lines/EdgeOrder.h"
 #include "lines/RankSort.h"
 
@@ -32,7 +26,6 @@ float FromBits(uint32_t bits) {
     std::memcpy(&value, &bits, sizeof value);
     return value;
 }
-
 
 // Crease records as a comparison sort of edge numbers by the position
 // comparator gives them, walked run by run.

@@ -6,13 +6,8 @@
 // corners of the grid box, fractions that differ in the last of 126 bits.
 #include "exact/Exact.h"
 
-#include <algorithm>
-#include <cmath>
 #include <limits>
 #include <random>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 

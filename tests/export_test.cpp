@@ -1,18 +1,10 @@
 // Sheet parameters and the SVG file: the fit of the view onto the sheet, the
 // drawing scale, and the exact text of the files the exporter writes.
 #include <cstdio>
-#include <fstream>
 #include <locale>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 #include "ctr/ExportParameters.h"
-#include "ctr/GeometricFeaturesGenerator.h"
-#include "ctr/LineSegmentSet.h"
 #include "ctr/SVGExporter.h"
 
 namespace {

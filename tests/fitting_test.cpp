@@ -1,10 +1,6 @@
 // The line and arc tests of the running fitting system, fed the way the
 // polyline builder feeds it: one segment at a time at either end of a chain.
-#include <cmath>
 #include <limits>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 #include "ctr/FittingSystem.h"

@@ -1,11 +1,7 @@
 // The feature computation as a host drives it: the order of its steps, its
 // cancellation checks and the work it announces.
-#include <cmath>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
-#include "ctr/GeometricFeaturesGenerator.h"
 
 namespace {
 

@@ -2,17 +2,11 @@
 // of the lines and the drawable set, on small hand-checked scenes in a space
 // whose grid coordinates are the world coordinates, and a cross-check of the
 // hierarchy search against testing every pair on a real scene.
-#include <algorithm>
 #include <array>
-#include <string>
 #include <tuple>
 
-#include <gtest/gtest.h>
-
-#include "ModelImport.h"
 #include "OcclusionReference.h"
 #include "TestSupport.h"
-#include "ctr/BakedTriangles.h"
 #include "ctr/TrianglesIntersection.h"
 #include "visibility/IntersectionInternal.h"
 

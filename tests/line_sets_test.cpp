@@ -1,20 +1,13 @@
 // Line segment sets: crease and outline extraction, fusing, the merge of
 // hidden intervals and the occlusion pass, the last checked on a real model
 // against testing every triangle.
-#include <algorithm>
 #include <array>
 #include <climits>
-#include <cmath>
-
-#include <gtest/gtest.h>
 
 #include "Wm4Math.h"
 
-#include "ModelImport.h"
 #include "OcclusionReference.h"
 #include "TestSupport.h"
-#include "ctr/GeometricFeaturesGenerator.h"
-#include "ctr/LineSegmentSet.h"
 #include "generator/GeneratorInternal.h"
 #include "visibility/IntervalMerge.h"
 

@@ -2,23 +2,14 @@
 // normals, an edge is drawn exactly when its two faces meet at more than the
 // smoothing angle, and never across a smooth surface.
 #include <array>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
-#include <string>
 #include <utility>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "ModelImport.h"
 #include "TestSupport.h"
-#include "ctr/LineSegmentSet.h"
 
 namespace {
 

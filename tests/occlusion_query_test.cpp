@@ -1,16 +1,11 @@
 // The exact occlusion query: hand-checked cases on a grid where world
 // coordinates are grid coordinates, and cross-checks of the hierarchy walk
 // against testing every triangle on real meshes.
-#include <algorithm>
 #include <numeric>
 #include <random>
 
-#include <gtest/gtest.h>
-
-#include "ModelImport.h"
 #include "OcclusionReference.h"
 #include "TestSupport.h"
-#include "ctr/BakedTriangles.h"
 
 namespace {
 
@@ -42,7 +37,6 @@ std::vector<ctr::RationalInterval> Query(const ctr::BakedTriangles& baked, ctr::
     baked.computeOcclusionIntervals(a, b, list);
     return list;
 }
-
 
 // Random edges and the model's own edges, clipped like feature edges are;
 // the hierarchy walk must return exactly what testing every triangle does.

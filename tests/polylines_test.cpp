@@ -1,14 +1,10 @@
 // From hidden intervals to drawable polylines: the visible pieces of a set,
 // welding of equal vertices, chaining, and the straight and circular
 // stretches found along the chains.
-#include <cmath>
 #include <limits>
 #include <set>
 
-#include <gtest/gtest.h>
-
 #include "TestSupport.h"
-#include "ctr/LineSegmentSet.h"
 
 namespace {
 
@@ -172,14 +168,6 @@ TEST(Polylines, FindsArcsAndLines) {
     EXPECT_EQ(polylines->segmentFlags, std::vector<bool>(3, true));
     EXPECT_EQ(polylines->VBuffer->GetVertexQuantity(), 4);
     EXPECT_EQ(Chains(*polylines, arcs).size(), 1u);
-
-    // Reversing a stretch turns indices and flags around.
-    polylines->segmentFlags = {true, false, false};
-    std::vector<unsigned> before = Indices(*polylines);
-    arcs[0].reverseIndexBuffer(polylines->IBuffer->GetData(), &polylines->segmentFlags, nullptr);
-    std::reverse(before.begin(), before.end());
-    EXPECT_EQ(Indices(*polylines), before);
-    EXPECT_EQ(polylines->segmentFlags, (std::vector<bool>{false, false, true}));
 
     // Nothing to chain.
     EXPECT_EQ(SetPointer(LineSegmentSet::BuildPolylines(*LineSet({V3(0, 0, 0)}, {0}), arcs, true)), nullptr);

@@ -1,20 +1,13 @@
 // The camera, clipping and quantisation of the discrete projection space, and
 // the float-to-integer conversions and fraction comparison beneath it.
-#include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <iterator>
 #include <limits>
-#include <ostream>
 #include <random>
 #include <tuple>
 #include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
-#include "ctr/DiscreteProjectionSpace.h"
 #include "exact/Exact.h"
 
 namespace {

@@ -4,22 +4,14 @@
 // or listing the triangles and meshes in another order draws the same
 // lines. Each property runs on carried models and on seeded random scenes of
 // solids passing through each other.
-#include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdint>
 #include <map>
 #include <random>
-#include <string>
 #include <tuple>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "ModelImport.h"
 #include "OcclusionReference.h"
 #include "TestSupport.h"
-#include "ctr/GeometricFeaturesGenerator.h"
 
 namespace {
 
