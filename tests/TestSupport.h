@@ -2,12 +2,19 @@
 #ifndef CTR_TESTSUPPORT_H
 #define CTR_TESTSUPPORT_H
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <system_error>
 #include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -21,18 +28,17 @@
 #include "qe/qeTriMesh.h"
 #include "qe/qeVertexBuffer.h"
 
+#include "ctr/drawing/ModelImport.h"
+#include "ctr/BakedTriangles.h"
 #include "ctr/DiscreteProjectionSpace.h"
 #include "ctr/GeometricFeaturesGenerator.h"
+#include "ctr/LineSegmentSet.h"
 
 // Readable failure messages for the value types (found by GoogleTest through
 // argument-dependent lookup).
 namespace Wm4 {
-inline void PrintTo(const Vector2<float>& v, std::ostream* os) { *os << "(" << v[0] << ", " << v[1] << ")"; }
 inline void PrintTo(const Vector3<float>& v, std::ostream* os) {
     *os << "(" << v[0] << ", " << v[1] << ", " << v[2] << ")";
-}
-inline void PrintTo(const Vector4<float>& v, std::ostream* os) {
-    *os << "(" << v[0] << ", " << v[1] << ", " << v[2] << ", " << v[3] << ")";
 }
 }  // namespace Wm4
 
@@ -207,6 +213,172 @@ inline std::string ModelPath(const std::string& relative) {
     std::string path = FindModel(relative);
     return path.empty() ? std::string(CTR_MODELS_DIR) + "/" + relative : path;
 }
+
+inline std::string ReadFile(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// A model imported with generated normals; the test fails when it does not load.
+inline contour::ImportedModel LoadModel(const std::string& relative) {
+    contour::ImportedModel model;
+    std::string error;
+    EXPECT_TRUE(contour::ImportModel(ModelPath(relative), model, error)) << relative << ": " << error;
+    return model;
+}
+
+// A line set over its own copy of the points (no index buffer when empty).
+inline qe::qePointer<ctr::LineSegmentSet> LineSet(const std::vector<Wm4::Vector3<float>>& positions,
+                                                  const std::vector<unsigned>& indices) {
+    qe::qePointer<ctr::LineSegmentSet> set = new ctr::LineSegmentSet;
+    set->VBuffer = MakeMesh(positions, {})->VBuffer;
+    if (indices.empty()) return set;
+    set->IBuffer = new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_LINE_LIST);
+    for (size_t i = 0; i < indices.size(); ++i) set->IBuffer->GetData()[i] = indices[i];
+    return set;
+}
+
+// The index buffer of a set (empty without one).
+inline std::vector<unsigned> Indices(const ctr::LineSegmentSet& set) {
+    if (!set.IBuffer) return {};
+    return std::vector<unsigned>(set.IBuffer->GetData(), set.IBuffer->GetData() + set.IBuffer->GetIndexQuantity());
+}
+
+// The meshes baked through space, checked by the baking's own validation.
+inline ctr::BakedTriangles Bake(const ctr::DiscreteProjectionSpace& space,
+                                const std::vector<const qe::qeTriMesh*>& meshes) {
+    ctr::BakedTriangles baked;
+    baked.setProjectionSpace(&space);
+    baked.setMeshes(meshes);
+    baked.initialize();
+    std::string why;
+    EXPECT_TRUE(baked.validate(&why)) << why;
+    return baked;
+}
+
+// A rippled torus of 4 r^2 triangles around the y axis, radii 2 and 0.7.
+inline qe::qePointer<qe::qeTriMesh> MakeTorus(int r) {
+    std::vector<Wm4::Vector3<float>> positions;
+    std::vector<unsigned int> indices;
+    for (int i = 0; i < r; ++i)
+        for (int j = 0; j < 2 * r; ++j) {
+            const float u = 6.2831853f * static_cast<float>(i) / static_cast<float>(r);
+            const float v = 3.14159265f * static_cast<float>(j) / static_cast<float>(r);
+            const float tube = 0.7f + 0.05f * std::sin(7.0f * u) * std::cos(5.0f * v);
+            positions.emplace_back((2.0f + tube * std::cos(v)) * std::cos(u), tube * std::sin(v),
+                                   (2.0f + tube * std::cos(v)) * std::sin(u));
+            const auto at = [r](int a, int b) { return static_cast<unsigned>((a % r) * 2 * r + b % (2 * r)); };
+            indices.insert(indices.end(), {at(i, j), at(i + 1, j), at(i + 1, j + 1), at(i, j), at(i + 1, j + 1), at(i, j + 1)});
+        }
+    return MakeMesh(positions, indices);
+}
+
+// The centre and radius of the meshes' world bounding box.
+struct Bounds {
+    Wm4::Vector3<float> centre;
+    float radius;
+};
+inline Bounds MeshBounds(const std::vector<const qe::qeTriMesh*>& meshes) {
+    Wm4::Vector3<float> lo(1e30f, 1e30f, 1e30f), hi(-1e30f, -1e30f, -1e30f);
+    for (const qe::qeTriMesh* mesh : meshes)
+        for (int i = 0; i < mesh->VBuffer->GetVertexQuantity(); ++i) {
+            const Wm4::Vector3<float> p = mesh->World.ApplyForward(mesh->VBuffer->Position3(i), true);
+            for (int a = 0; a < 3; ++a) lo[a] = std::min(lo[a], p[a]), hi[a] = std::max(hi[a], p[a]);
+        }
+    return {(lo + hi) * 0.5f, std::max(0.5f * (hi - lo).Length(), 1e-3f)};
+}
+
+// A camera on the meshes from direction (scaled by the bounding radius r),
+// viewing depths 0.2 r to 6 r: perspective with the given field and aspect, or
+// parallel over 1.2 r each way.
+inline void FrameMeshes(ctr::DiscreteProjectionSpace& space, const std::vector<const qe::qeTriMesh*>& meshes,
+                        const Wm4::Vector3<float>& direction, bool perspective, float fovYDegrees = 50.0f,
+                        float aspect = 1.0f) {
+    const Bounds b = MeshBounds(meshes);
+    const Wm4::Vector3<float> eye = b.centre + direction * b.radius;
+    if (perspective)
+        PerspectiveCamera(space, eye, b.centre, fovYDegrees, aspect, 0.2f * b.radius, 6.0f * b.radius);
+    else
+        OrthoCamera(space, eye, b.centre, 1.2f * b.radius, 1.2f * b.radius, 0.2f * b.radius, 6.0f * b.radius);
+}
+
+// One command of an SVG path as the writers print them (M x,y, L x,y and
+// A r,r 0 0 s x,y): its letter, its end point as written and read, and for
+// an arc the radius and sweep flag.
+struct SvgCommand {
+    char letter;
+    std::string end;
+    double x = 0.0, y = 0.0, radius = 0.0;
+    int sweep = 0;
+};
+using SvgPath = std::vector<SvgCommand>;
+
+// The paths of one layer (group id) of a file, or of the whole text.
+inline std::vector<SvgPath> ParsePaths(const std::string& svg, const std::string& layer = "") {
+    size_t from = 0, to = svg.size();
+    if (!layer.empty()) {
+        from = svg.find("<g id=\"" + layer + "\"");
+        if (from == std::string::npos) return {};
+        to = svg.find("</g>", from);
+    }
+    const auto point = [](const std::string& text, double& x, double& y) {
+        char* end = nullptr;
+        x = std::strtod(text.c_str(), &end);
+        y = *end == ',' ? std::strtod(end + 1, nullptr) : NAN;
+    };
+    std::vector<SvgPath> paths;
+    for (size_t at = svg.find(" d=\"", from); at < to; at = svg.find(" d=\"", at + 1)) {
+        std::istringstream data(svg.substr(at + 4, svg.find('"', at + 4) - at - 4));
+        SvgPath path;
+        for (std::string token; data >> token;) {
+            SvgCommand command{token[0], token.substr(1)};
+            if (command.letter == 'A') {
+                double ignored;
+                point(command.end, command.radius, ignored);
+                std::string rotation, large;
+                data >> rotation >> large >> command.sweep >> command.end;
+                EXPECT_EQ(rotation + large, "00");
+            }
+            point(command.end, command.x, command.y);
+            path.push_back(command);
+        }
+        paths.push_back(path);
+    }
+    return paths;
+}
+
+#ifdef CONTOUR_TOOL
+// Runs the contour tool in a scratch folder of its own per test, so that
+// the tests may run in parallel.
+class ToolTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+        folder = std::filesystem::temp_directory_path() /
+                 ("contour_" + std::to_string(getpid()) + "_" + test->test_suite_name() + "_" + test->name());
+        std::filesystem::remove_all(folder);
+        std::filesystem::create_directories(folder);
+    }
+    void TearDown() override { std::filesystem::remove_all(folder); }
+
+    // The exit code; arguments go to the shell as written, standard error
+    // lands in errors, standard output in stdout.txt.
+    int run(const std::string& arguments) {
+        const std::string command = "cd '" + folder.string() + "' && SOURCE_DATE_EPOCH=1717113600 '" CONTOUR_TOOL "' " +
+                                    arguments + " 2>stderr.txt >stdout.txt";
+        const int status = std::system(command.c_str());
+        errors = ReadFile(folder / "stderr.txt");
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    std::string read(const std::string& name) const { return ReadFile(folder / name); }
+    static std::string model(const std::string& relative) { return "'" + ModelPath(relative) + "'"; }
+
+    std::filesystem::path folder;
+    std::string errors;
+};
+#endif
 
 }  // namespace ctr_test
 

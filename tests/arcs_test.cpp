@@ -1,24 +1,11 @@
 // Paths of the layered sheet: arcs written as SVG arc commands where they are
 // circles on the page, and pieces that meet end to end chained into one path
 // (dashed hidden lines above all), every piece drawn once.
-#include <algorithm>
-#include <cmath>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
-#include <string>
-#include <unistd.h>
 #include <utility>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "ctr/drawing/ModelImport.h"
 #include "TestSupport.h"
 #include "ctr/ExportParameters.h"
-#include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/SheetLines.h"
 #include "ctr/SheetWriter.h"
 #include "export/PathWriting.h"
@@ -28,53 +15,14 @@ namespace {
 using V3 = Wm4::Vector3<float>;
 using SetPointer = qe::qePointer<ctr::LineSegmentSet>;
 
+using ctr_test::ParsePaths;
+using tCommand = ctr_test::SvgCommand;
+using tPath = ctr_test::SvgPath;
+
 struct tPoint {
     double x, y;
 };
-
-// One command of a path's data: its letter, its end point as written, and
-// for an arc the radius and sweep flag.
-struct tCommand {
-    char letter;
-    std::string end;
-    double radius = 0.0;
-    int sweep = 0;
-};
-using tPath = std::vector<tCommand>;
-
-tPoint ParsePoint(const std::string& text) {
-    const size_t comma = text.find(',');
-    return tPoint{std::stod(text.substr(0, comma)), std::stod(text.substr(comma + 1))};
-}
-
-// The paths of one layer of a sheet (the whole text when layer is empty),
-// as the writers print them: M x,y, L x,y and A r,r 0 0 s x,y.
-std::vector<tPath> ParsePaths(const std::string& svg, const std::string& layer) {
-    size_t from = 0, to = svg.size();
-    if (!layer.empty()) {
-        from = svg.find("<g id=\"" + layer + "\"");
-        if (from == std::string::npos) return {};
-        to = svg.find("</g>", from);
-    }
-    std::vector<tPath> paths;
-    for (size_t at = svg.find(" d=\"", from); at < to; at = svg.find(" d=\"", at + 1)) {
-        std::istringstream data(svg.substr(at + 4, svg.find('"', at + 4) - at - 4));
-        tPath path;
-        std::string token;
-        while (data >> token) {
-            tCommand command{token[0], token.substr(1)};
-            if (command.letter == 'A') {
-                command.radius = ParsePoint(command.end).x;
-                std::string rotation, large;
-                data >> rotation >> large >> command.sweep >> command.end;
-                EXPECT_EQ(rotation + large, "00");
-            }
-            path.push_back(command);
-        }
-        paths.push_back(path);
-    }
-    return paths;
-}
+tPoint At(const tCommand& c) { return {c.x, c.y}; }
 
 double DistanceToSegment(const tPoint& p, const tPoint& a, const tPoint& b) {
     const double dx = b.x - a.x, dy = b.y - a.y, length = dx * dx + dy * dy;
@@ -102,7 +50,7 @@ size_t ExpectArcsFollowSegments(const tPath& arcs, const tPath& segments, const 
         }
         if (arcs[c].letter != 'A') continue;
         ++count;
-        const tPoint p = ParsePoint(arcs[c - 1].end), q = ParsePoint(arcs[c].end);
+        const tPoint p = At(arcs[c - 1]), q = At(arcs[c]);
         const double half = 0.5 * std::hypot(q.x - p.x, q.y - p.y);
         const double r = std::max(arcs[c].radius, half);
         const double h = std::sqrt(std::max(r * r - half * half, 0.0));
@@ -122,7 +70,7 @@ size_t ExpectArcsFollowSegments(const tPath& arcs, const tPath& segments, const 
             double nearest = 1e30;
             for (size_t s = from; s < at; ++s)
                 nearest = std::min(
-                    nearest, DistanceToSegment(sample, ParsePoint(segments[s].end), ParsePoint(segments[s + 1].end)));
+                    nearest, DistanceToSegment(sample, At(segments[s]), At(segments[s + 1])));
             worst = std::max(worst, nearest);
         }
         EXPECT_LE(worst, ctr::kArcDeviationMM + 2e-3) << what << ": arc " << c;
@@ -134,30 +82,18 @@ size_t ExpectArcsFollowSegments(const tPath& arcs, const tPath& segments, const 
 // A circle of radius 1 around the origin in the plane z = 0, as `count`
 // chords; each chord with vertices of its own when `pieces`.
 SetPointer Circle(int count, bool pieces) {
-    std::vector<V3> ring;
+    std::vector<V3> ring, points;
+    std::vector<unsigned> indices;
     for (int k = 0; k < count; ++k) {
         const double angle = 2.0 * 3.14159265358979323846 * k / count;
         ring.emplace_back(static_cast<float>(std::cos(angle)), static_cast<float>(std::sin(angle)), 0.0f);
     }
-    qe::qeAttributes attributes;
-    attributes.SetPositionChannels(3);
-    SetPointer set = new ctr::LineSegmentSet;
-    set->VBuffer = new qe::qeVertexBuffer(attributes, pieces ? 2 * count : count);
-    set->IBuffer = new qe::qeIndexBuffer(2 * count, qe::qeIndexBuffer::IBT_LINE_LIST);
-    unsigned int* index = set->IBuffer->GetData();
-    for (int k = 0; k < count; ++k) {
-        if (pieces) {
-            set->VBuffer->Position3(2 * k) = ring[static_cast<size_t>(k)];
-            set->VBuffer->Position3(2 * k + 1) = ring[static_cast<size_t>((k + 1) % count)];
-            index[2 * k] = static_cast<unsigned int>(2 * k);
-            index[2 * k + 1] = static_cast<unsigned int>(2 * k + 1);
-        } else {
-            set->VBuffer->Position3(k) = ring[static_cast<size_t>(k)];
-            index[2 * k] = static_cast<unsigned int>(k);
-            index[2 * k + 1] = static_cast<unsigned int>((k + 1) % count);
-        }
+    for (unsigned k = 0; k < static_cast<unsigned>(count); ++k) {
+        const unsigned next = (k + 1) % static_cast<unsigned>(count);
+        if (pieces) points.insert(points.end(), {ring[k], ring[next]});
+        indices.insert(indices.end(), {pieces ? 2 * k : k, pieces ? 2 * k + 1 : next});
     }
-    return set;
+    return ctr_test::LineSet(pieces ? points : ring, indices);
 }
 
 std::string Sheet(const ctr::DiscreteProjectionSpace& space, const ctr::LineSegmentSet& set, bool arcs) {
@@ -210,64 +146,6 @@ TEST(SheetArcs, CirclesFaceOnOnlyAndOnTheSegmentPoints) {
     }
 }
 
-// The page circle test on its own: three segments at least, every point on
-// the circle, turning one way.
-TEST(SheetArcs, PageCircleTest) {
-    const auto on = [](const std::vector<double>& degrees, double radius) {
-        std::vector<Wm4::Vector2<float>> points;
-        for (const double d : degrees)
-            points.emplace_back(static_cast<float>(100.0 + radius * std::cos(d * 3.14159265358979323846 / 180.0)),
-                                static_cast<float>(100.0 + radius * std::sin(d * 3.14159265358979323846 / 180.0)));
-        return points;
-    };
-    float radius = 0.0f;
-    std::vector<ctr::PageArc> arcs;
-    EXPECT_TRUE(ctr::FitPageArcs(on({0, 10, 20, 30}, 20.0), radius, arcs));
-    EXPECT_NEAR(radius, 20.0f, 1e-3f);
-    ASSERT_EQ(arcs.size(), 1u);
-    EXPECT_EQ(arcs[0].end, 3u);
-    EXPECT_EQ(arcs[0].sweep, 1);
-    EXPECT_TRUE(ctr::FitPageArcs(on({30, 20, 10, 0}, 20.0), radius, arcs));
-    EXPECT_EQ(arcs[0].sweep, 0);
-    // 200 degrees in steps of 10: split before a half turn.
-    std::vector<double> wide;
-    for (int d = 0; d <= 200; d += 10) wide.push_back(d);
-    EXPECT_TRUE(ctr::FitPageArcs(on(wide, 20.0), radius, arcs));
-    ASSERT_EQ(arcs.size(), 2u);
-    EXPECT_EQ(arcs[0].end, 16u);                                             // 160 degrees, under 0.9 of a half turn
-    EXPECT_FALSE(ctr::FitPageArcs(on({0, 10, 20}, 20.0), radius, arcs));     // two segments
-    EXPECT_FALSE(ctr::FitPageArcs(on({0, 10, 5, 30}, 20.0), radius, arcs));  // turns back
-    const std::vector<Wm4::Vector2<float>> straight = {{0.0f, 0.0f}, {1.0f, 1.0f}, {2.0f, 2.0f}, {3.0f, 3.0f}};
-    EXPECT_FALSE(ctr::FitPageArcs(straight, radius, arcs));
-    // Off the circle through the others by 0.01 mm.
-    std::vector<Wm4::Vector2<float>> off = on({0, 10, 20, 30, 40}, 20.0);
-    off[3][0] += 0.01f;
-    EXPECT_FALSE(ctr::FitPageArcs(off, radius, arcs));
-}
-
-// Segments drawn through one place: a line that ends on another keeps the
-// other one path, as the exporter chains it; two ends alone at one place join.
-TEST(SheetArcs, EndsJoinOnlyWhereTwoMeet) {
-    qe::qeAttributes attributes;
-    attributes.SetPositionChannels(3);
-    SetPointer set = new ctr::LineSegmentSet;
-    // 0-1-2 shares vertex 1; 3-4 ends on 1's position with vertex 3; 5-6
-    // starts where 2 is.
-    const V3 positions[] = {V3(0, 0, 0), V3(1, 0, 0), V3(2, 0, 0), V3(1, 0, 0), V3(1, 1, 0), V3(2, 0, 0), V3(3, 1, 0)};
-    const unsigned int indices[] = {0, 1, 1, 2, 3, 4, 5, 6};
-    set->VBuffer = new qe::qeVertexBuffer(attributes, 7);
-    set->IBuffer = new qe::qeIndexBuffer(8, qe::qeIndexBuffer::IBT_LINE_LIST);
-    for (int v = 0; v < 7; ++v) set->VBuffer->Position3(v) = positions[v];
-    std::copy(indices, indices + 8, set->IBuffer->GetData());
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::OrthoCamera(space, V3(1.5f, 0.5f, 5.0f), V3(1.5f, 0.5f, 0.0f), 2.0f, 2.0f, 1.0f, 10.0f);
-    const std::vector<tPath> paths = ParsePaths(Sheet(space, *set, false), "");
-    std::vector<size_t> lengths;
-    for (const tPath& path : paths) lengths.push_back(path.size());
-    std::sort(lengths.begin(), lengths.end());
-    EXPECT_EQ(lengths, (std::vector<size_t>{2, 4}));
-}
-
 // The printed end points of the pieces of a set on the page.
 std::map<std::pair<std::string, std::string>, int> PieceCounts(const ctr::LineSegmentSet& set,
                                                                const ctr::ExportParameters& parameters) {
@@ -290,21 +168,9 @@ std::map<std::pair<std::string, std::string>, int> PieceCounts(const ctr::LineSe
 // vertices of its own, chain into far fewer paths, and every piece is drawn
 // once.
 TEST(SheetArcs, HiddenPiecesChainAndAreEachDrawnOnce) {
-    contour::ImportedModel model;
-    std::string error;
-    ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath("cad-brep/box_holes.obj"), model, error)) << error;
-    V3 lo(1e30f, 1e30f, 1e30f), hi(-1e30f, -1e30f, -1e30f);
-    for (const qe::qeTriMesh* mesh : model.meshList())
-        for (int i = 0; i < mesh->VBuffer->GetVertexQuantity(); ++i)
-            for (int a = 0; a < 3; ++a) {
-                lo[a] = std::min(lo[a], mesh->VBuffer->Position3(i)[a]);
-                hi[a] = std::max(hi[a], mesh->VBuffer->Position3(i)[a]);
-            }
-    const V3 centre = (lo + hi) * 0.5f;
-    const float radius = 0.5f * (hi - lo).Length();
+    const contour::ImportedModel model = ctr_test::LoadModel("cad-brep/box_holes.obj");
     ctr::DiscreteProjectionSpace space;
-    ctr_test::OrthoCamera(space, centre + V3(1.0f, 1.0f, 1.0f) * (2.0f * radius), centre, 1.2f * radius, 1.2f * radius,
-                          0.2f * radius, 6.0f * radius);
+    ctr_test::FrameMeshes(space, model.meshList(), V3(2.0f, 2.0f, 2.0f), false);
     ctr_test::DrawnFeatures computed = ctr_test::ComputeFeatures(space, model.meshList());
     ctr::GeometricFeatures& features = computed.features;
     const SetPointer& hiddenIntersections = computed.hiddenIntersections;
@@ -345,25 +211,14 @@ TEST(SheetArcs, HiddenPiecesChainAndAreEachDrawnOnce) {
 }
 
 #ifdef CONTOUR_TOOL
-std::string ReadText(const std::filesystem::path& path) {
-    std::stringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
 // The tool on a box with holes seen from the top, where the holes are round:
 // --arcs writes them as arcs on the very points the segments have, in a
 // smaller file; --layers alone keeps segments.
-TEST(SheetArcs, ToolWritesTheRoundHolesAsArcs) {
-    namespace fs = std::filesystem;
-    const fs::path folder = fs::temp_directory_path() / ("contour_arcs_" + std::to_string(getpid()));
-    fs::create_directories(folder);
+using ArcsTool = ctr_test::ToolTest;
+TEST_F(ArcsTool, WritesTheRoundHolesAsArcs) {
     const auto draw = [&](const std::string& option) {
-        const fs::path svg = folder / ("box" + option + ".svg");
-        const std::string command = "'" CONTOUR_TOOL "' '" + ctr_test::ModelPath("cad-brep/box_holes.obj") +
-                                    "' --view top -q " + option + " -o '" + svg.string() + "'";
-        EXPECT_EQ(std::system(command.c_str()), 0) << command;
-        return ReadText(svg);
+        EXPECT_EQ(run(model("cad-brep/box_holes.obj") + " --view top -q " + option + " -o box.svg"), 0) << errors;
+        return read("box.svg");
     };
     const std::string layered = draw("--layers"), arcs = draw("--arcs");
     EXPECT_LT(arcs.size() * 2, layered.size());
@@ -378,7 +233,6 @@ TEST(SheetArcs, ToolWritesTheRoundHolesAsArcs) {
     }
     // Five holes, the large one with a counterbore: six circles.
     EXPECT_GE(arcCommands, 12u);
-    fs::remove_all(folder);
 }
 #endif
 

@@ -3,15 +3,10 @@
 // ranks against a plain sort, and crease extraction against a direct
 // implementation that sorts edges with the position comparator, on meshes
 // full of repeated, signed-zero and NaN positions.
-#include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
 #include <random>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "Wm4Math.h"
 
@@ -32,53 +27,6 @@ float FromBits(uint32_t bits) {
     float value;
     std::memcpy(&value, &bits, sizeof value);
     return value;
-}
-
-int Sign(uint32_t a, uint32_t b) { return a < b ? -1 : (b < a ? 1 : 0); }
-
-TEST(EdgeOrder, FloatKeyOrdersLikeTheFloatComparison) {
-    std::vector<uint32_t> bits = {0x00000000u, 0x80000000u, 0x00000001u, 0x80000001u, 0x007FFFFFu, 0x807FFFFFu,
-                                  0x3F800000u, 0xBF800000u, 0x7F7FFFFFu, 0xFF7FFFFFu, 0x7F800000u, 0xFF800000u,
-                                  0x7F800001u, 0x7FC00000u, 0x7FFFFFFFu, 0xFF800001u, 0xFFC00000u, 0xFFFFFFFFu};
-    std::mt19937 random(7);
-    for (int i = 0; i < 400; ++i) bits.push_back(static_cast<uint32_t>(random()));
-    for (const uint32_t p : bits)
-        for (const uint32_t q : bits) {
-            const float a = FromBits(p);
-            const float b = FromBits(q);
-            ASSERT_EQ(Sign(ctr::edges::FloatOrderKey(a), ctr::edges::FloatOrderKey(b)), ctr::edges::CompareFloat(a, b))
-                << std::hex << p << " " << q;
-        }
-}
-
-TEST(EdgeOrder, RanksFollowTheKeyOrderOnBothSortPaths) {
-    // Below and above the size at which ranking switches to a radix sort;
-    // words spread over the whole range so that every digit pass runs.
-    std::mt19937 random(11);
-    for (const size_t count : {size_t{40}, size_t{5000}}) {
-        std::vector<ctr::edges::RankRecord> records(count);
-        for (size_t i = 0; i < count; ++i) {
-            const uint32_t pick = static_cast<uint32_t>(random() % 300);  // repeated keys
-            records[i] = {{pick * 2654435761u, static_cast<uint32_t>(random() % 2), pick ^ 0x80000001u},
-                          static_cast<uint32_t>(i)};
-        }
-        const std::vector<ctr::edges::RankRecord> original = records;
-        std::vector<uint32_t> rank(count);
-        ctr::edges::RankScratch scratch;
-        const uint32_t distinct = ctr::edges::RankByKeys(records, rank, scratch);
-        const auto less = [](const ctr::edges::RankRecord& p, const ctr::edges::RankRecord& q) {
-            return std::lexicographical_compare(p.key, p.key + 3, q.key, q.key + 3);
-        };
-        uint32_t highest = 0;
-        for (size_t i = 0; i < count; ++i) {
-            highest = std::max(highest, rank[i]);
-            for (size_t j = 0; j < count; j += 37) {
-                const int expected = less(original[i], original[j]) ? -1 : (less(original[j], original[i]) ? 1 : 0);
-                ASSERT_EQ(Sign(rank[i], rank[j]), expected) << count << ": " << i << " " << j;
-            }
-        }
-        EXPECT_EQ(distinct, highest + 1);
-    }
 }
 
 // Crease records as a comparison sort of edge numbers by the position

@@ -1,18 +1,10 @@
 // Sheet parameters and the SVG file: the fit of the view onto the sheet, the
 // drawing scale, and the exact text of the files the exporter writes.
 #include <cstdio>
-#include <fstream>
 #include <locale>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 #include "ctr/ExportParameters.h"
-#include "ctr/GeometricFeaturesGenerator.h"
-#include "ctr/LineSegmentSet.h"
 #include "ctr/SVGExporter.h"
 #include "ctr/SvgText.h"
 
@@ -59,38 +51,6 @@ TEST(ExportParameters, FitsTheViewAgainstTheLimitingSheetEdge) {
     EXPECT_EQ(a4.getPageOffset(), V2(105, 148.5f));
 }
 
-TEST(ExportParameters, WorldUnitsPerMM) {
-    // Ten world units across a 210 mm wide drawing.
-    ExportParameters parameters(OrthoView(5, 5));
-    EXPECT_FLOAT_EQ(parameters.getWorldUnitsPerMM(), 10.0f / 210.0f);
-
-    // A new size alone keeps the old transform, whose scale does not depend
-    // on the sheet width; refitting lets the height limit the drawing.
-    parameters.setPageSizeInMM(V2(420, 297));
-    EXPECT_EQ(parameters.getBestFitTransform(), Wm4::Matrix2<float>(105, 0, 0, 105));
-    EXPECT_FLOAT_EQ(parameters.getWorldUnitsPerMM(), 10.0f / 210.0f);
-    parameters.computeBestFitTransform();
-    EXPECT_FLOAT_EQ(parameters.getWorldUnitsPerMM(), 10.0f / 297.0f);
-
-    // No sheet height makes the transform singular: the distance is 0.
-    parameters.setPageSizeInMM(V2(210, 0));
-    parameters.computeBestFitTransform();
-    EXPECT_EQ(parameters.getWorldUnitsPerMM(), 0.0f);
-
-    // A perspective camera is measured on its near plane, 1 unit from the
-    // eye with a 90 degree field: 2 world units across the sheet width.
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::PerspectiveCamera(space, V3(0, 0, 10), V3(0, 0, 0), 90.0f, 1.0f, 1.0f, 100.0f);
-    EXPECT_NEAR(ExportParameters(space).getWorldUnitsPerMM(), 2.0f / 210.0f, 1e-7f);
-}
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 std::string TempPath(const std::string& name) { return ::testing::TempDir() + "ctr_export_" + name + ".svg"; }
 
 const char kHeader[] =
@@ -110,13 +70,7 @@ const std::vector<V3> kPoints = {V3(0, 0, 0), V3(0.5f, 0.5f, 0), V3(0.5f, -0.5f,
 const char* const kDrawn[] = {"105,148.5", "157.5,96", "157.5,201", "52.5,122.25"};
 
 // A set without occlusion data: every segment counts as visible.
-SetPointer LineSet(const std::vector<unsigned>& indices) {
-    SetPointer set = new LineSegmentSet;
-    set->VBuffer = ctr_test::MakeMesh(kPoints, {})->VBuffer;
-    set->IBuffer = new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_LINE_LIST);
-    for (size_t i = 0; i < indices.size(); ++i) set->IBuffer->GetData()[i] = indices[i];
-    return set;
-}
+SetPointer LineSet(const std::vector<unsigned>& indices) { return ctr_test::LineSet(kPoints, indices); }
 
 class SVGExporter : public testing::Test {
 protected:
@@ -129,7 +83,7 @@ protected:
         EXPECT_TRUE(exporter.openFile(path));
         EXPECT_TRUE(exporter.streamLineSegments(*LineSet(indices), "crease"));
         EXPECT_TRUE(exporter.closeFile());
-        const std::string text = ReadFile(path);
+        const std::string text = ctr_test::ReadFile(path);
         std::remove(path.c_str());
         const size_t header = sizeof(kHeader) - 1;
         if (text.compare(0, header, kHeader) != 0 || text.size() < header + 7) return "bad frame: " + text;
@@ -138,27 +92,6 @@ protected:
 
     ctr::SVGExporter exporter;
 };
-
-TEST_F(SVGExporter, HeaderTitleDescriptionAndEndTag) {
-    const std::string path = TempPath("header");
-    // The later copy of the parameters is the one used.
-    ExportParameters small(OrthoView(1, 1));
-    small.setPageSizeInMM(V2(100, 100));
-    exporter.setExportParameters(small);
-    exporter.setExportParameters(ExportParameters(OrthoView(1, 1)));
-    ASSERT_TRUE(exporter.openFile(path));
-    const std::string header = std::string(kHeader) + "<title>Illustration</title>\n";
-    EXPECT_EQ(ReadFile(path), header);
-    ASSERT_TRUE(exporter.closeFile());
-    EXPECT_EQ(ReadFile(path), header + "</svg>\n");
-
-    exporter.setTitle("");
-    exporter.setDescription("a < b & c");
-    ASSERT_TRUE(exporter.openFile(path));
-    ASSERT_TRUE(exporter.closeFile());
-    EXPECT_EQ(ReadFile(path), std::string(kHeader) + "<desc>a < b & c</desc>\n</svg>\n");
-    std::remove(path.c_str());
-}
 
 // One path line through the drawn points, in order.
 std::string Path(const std::vector<int>& points) {
@@ -199,7 +132,7 @@ TEST_F(SVGExporter, StylesColoursAndPlacement) {
     EXPECT_TRUE(exporter.streamLineSegments(*LineSet({2, 3}), "odd"));
     EXPECT_FALSE(exporter.streamLineSegments(*LineSet({0, 1}), "missing"));
     ASSERT_TRUE(exporter.closeFile());
-    EXPECT_EQ(ReadFile(path), std::string(kHeader) + GroupStart("255,127,0", "0.133333") +
+    EXPECT_EQ(ctr_test::ReadFile(path), std::string(kHeader) + GroupStart("255,127,0", "0.133333") +
                                   "  <path d=\"M210,96 L157.5,148.5 \"/>\n</g>\n" +
                                   GroupStart("382,4294967041,254", "0.5") + Path({3, 2}) + "</g>\n</svg>\n");
     std::remove(path.c_str());
@@ -214,36 +147,10 @@ TEST_F(SVGExporter, FeatureRecordUsesCreaseAndSilhouetteStyles) {
     ASSERT_TRUE(exporter.openFile(path));
     EXPECT_TRUE(exporter.streamGeometricFeatures(features));
     ASSERT_TRUE(exporter.closeFile());
-    EXPECT_EQ(ReadFile(path), std::string(kHeader) + kCreaseGroup + Path({1, 0}) + "</g>\n" + kSilhouetteGroup +
+    EXPECT_EQ(ctr_test::ReadFile(path), std::string(kHeader) + kCreaseGroup + Path({1, 0}) + "</g>\n" + kSilhouetteGroup +
                                   Path({3, 2}) + "</g>\n</svg>\n");
     EXPECT_EQ(exporter.pathsWritten(), 2u);
     std::remove(path.c_str());
-}
-
-TEST_F(SVGExporter, FileStates) {
-    const SetPointer set = LineSet({0, 1});
-    ctr::GeometricFeatures features;
-    features.creaseEdges = set;
-    EXPECT_FALSE(exporter.streamLineSegments(*set, "crease"));
-    EXPECT_FALSE(exporter.streamGeometricFeatures(features));
-    EXPECT_FALSE(exporter.closeFile());
-
-    // A second open fails and leaves the first file in use.
-    const std::string first = TempPath("first"), second = TempPath("second");
-    std::remove(second.c_str());
-    ASSERT_TRUE(exporter.openFile(first));
-    EXPECT_FALSE(exporter.openFile(second));
-    ASSERT_TRUE(exporter.closeFile());
-    EXPECT_EQ(ReadFile(first), std::string(kHeader) + "<title>Illustration</title>\n</svg>\n");
-    EXPECT_FALSE(std::ifstream(second).good());
-
-    // Without parameters the header fails, but the file stays open.
-    ctr::SVGExporter bare;
-    EXPECT_FALSE(bare.openFile(first));
-    EXPECT_FALSE(bare.openFile(first));
-    EXPECT_TRUE(bare.closeFile());
-    EXPECT_EQ(ReadFile(first), "</svg>\n");
-    std::remove(first.c_str());
 }
 
 TEST_F(SVGExporter, WriteFailuresAreReported) {
@@ -286,7 +193,7 @@ TEST_F(SVGExporter, IgnoresTheGlobalLocale) {
     later.setTitle("");
     ASSERT_TRUE(later.openFile(path));
     ASSERT_TRUE(later.closeFile());
-    EXPECT_EQ(ReadFile(path),
+    EXPECT_EQ(ctr_test::ReadFile(path),
               "<?xml version=\"1.0\"?>\n<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"1234.5mm\" "
               "height=\"1.23457e+06mm\" viewBox=\"0 0 1234.5 1.23457e+06\" >\n</svg>\n");
     std::remove(path.c_str());

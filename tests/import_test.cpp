@@ -1,23 +1,14 @@
 // The model importer shared by the tool, the tests and the benchmarks: real
 // files load with their triangle counts, broken ones fail with a reason.
-#include <algorithm>
 #include <array>
 #include <cctype>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <random>
 #include <set>
-#include <string>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "ctr/drawing/ModelImport.h"
 #include "ScratchArray.h"
 #include "TestSupport.h"
 
@@ -75,34 +66,6 @@ TEST(ModelImport, JoiningDropsPositionsNoFaceUses) {
     EXPECT_EQ(bunny.vertexCount, 35947u - 1113u);
 }
 
-TEST(ModelImport, GeneratedNormalsSplitOnlySharpEdges) {
-    // A unit cube stored as positions only, with a roof over its top face
-    // folded by 10 degrees: the cube's 90-degree edges split their corners,
-    // the shallow fold of the roof does not.
-    const std::string path = ::testing::TempDir() + "generated_normals.obj";
-    {
-        std::ofstream file(path);
-        file << "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 1\nv 1 0 1\nv 1 1 1\nv 0 1 1\n"
-                "f 1 4 3\nf 1 3 2\nf 5 6 7\nf 5 7 8\nf 1 2 6\nf 1 6 5\n"
-                "f 2 3 7\nf 2 7 6\nf 3 4 8\nf 3 8 7\nf 4 1 5\nf 4 5 8\n"
-                "o roof\nv 0 0 3\nv 1 0 3\nv 1 0.5 3.0881\nv 0 0.5 3.0881\nv 1 1 3\nv 0 1 3\n"
-                "f 9 10 11\nf 9 11 12\nf 12 11 13\nf 12 13 14\n";
-    }
-    contour::ImportedModel model;
-    std::string error;
-    ASSERT_TRUE(contour::ImportModel(path, model, error)) << error;
-    ASSERT_EQ(model.meshes.size(), 2u);
-    EXPECT_TRUE(model.hasNormals);
-    const qe::qeVertexBuffer& cube = *model.meshes[0]->VBuffer;
-    ASSERT_EQ(cube.GetVertexQuantity(), 24);
-    for (int i = 0; i < 24; ++i) {
-        const Wm4::Vector3<float>& n = cube.Normal3(i);
-        EXPECT_EQ(std::fabs(n[0]) + std::fabs(n[1]) + std::fabs(n[2]), 1.0f) << "face normal of an axis: " << i;
-    }
-    EXPECT_EQ(model.meshes[1]->VBuffer->GetVertexQuantity(), 6);
-    std::remove(path.c_str());
-}
-
 TEST(ModelImport, BrokenFilesFailWithAReason) {
     for (const char* file :
          {"malformed/empty.stl", "malformed/empty_solid.stl", "malformed/truncated_binary.stl",
@@ -127,12 +90,6 @@ TEST(ModelImport, BrokenFilesFailWithAReason) {
 
 namespace {
 
-uint32_t Bits(float value) {
-    uint32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
 // Both models hold the same meshes, names, transformations and buffers, bit
 // for bit.
 void ExpectSameModel(const contour::ImportedModel& a, const contour::ImportedModel& b, const std::string& what) {
@@ -141,33 +98,24 @@ void ExpectSameModel(const contour::ImportedModel& a, const contour::ImportedMod
     EXPECT_EQ(a.triangleCount, b.triangleCount) << what;
     EXPECT_EQ(a.vertexCount, b.vertexCount) << what;
     EXPECT_EQ(a.hasNormals, b.hasNormals) << what;
+    // Placements, then vertex and index buffers, compared bit for bit.
+    const auto bytes = [](const auto* data, size_t count) {
+        return std::string(reinterpret_cast<const char*>(data), count * sizeof(*data));
+    };
     for (size_t m = 0; m < a.meshes.size(); ++m) {
-        const qe::qeTriMesh& meshA = *a.meshes[m];
-        const qe::qeTriMesh& meshB = *b.meshes[m];
-        for (int row = 0; row < 4; ++row)
-            for (int column = 0; column < 4; ++column) {
-                EXPECT_EQ(Bits(meshA.Local.GetMatrix()[row][column]), Bits(meshB.Local.GetMatrix()[row][column]))
-                    << what << " mesh " << m;
-                EXPECT_EQ(Bits(meshA.World.GetMatrix()[row][column]), Bits(meshB.World.GetMatrix()[row][column]))
-                    << what << " mesh " << m;
-            }
-        const qe::qeVertexBuffer& verticesA = *meshA.VBuffer;
-        const qe::qeVertexBuffer& verticesB = *meshB.VBuffer;
-        ASSERT_EQ(verticesA.GetVertexQuantity(), verticesB.GetVertexQuantity()) << what << " mesh " << m;
-        const bool normals = verticesA.GetAttributes().HasNormal();
-        ASSERT_EQ(normals, verticesB.GetAttributes().HasNormal()) << what << " mesh " << m;
-        size_t differing = 0;
-        for (int v = 0; v < verticesA.GetVertexQuantity(); ++v)
-            for (int k = 0; k < 3; ++k) {
-                differing += Bits(verticesA.Position3(v)[k]) != Bits(verticesB.Position3(v)[k]);
-                if (normals) differing += Bits(verticesA.Normal3(v)[k]) != Bits(verticesB.Normal3(v)[k]);
-            }
-        EXPECT_EQ(differing, 0u) << what << " mesh " << m << ": coordinates that differ";
-        const qe::qeIndexBuffer& indicesA = *meshA.IBuffer;
-        const qe::qeIndexBuffer& indicesB = *meshB.IBuffer;
-        ASSERT_EQ(indicesA.GetIndexQuantity(), indicesB.GetIndexQuantity()) << what << " mesh " << m;
-        EXPECT_TRUE(
-            std::equal(indicesA.GetData(), indicesA.GetData() + indicesA.GetIndexQuantity(), indicesB.GetData()))
+        const qe::qeTriMesh &p = *a.meshes[m], &q = *b.meshes[m];
+        EXPECT_EQ(bytes(&p.Local.GetMatrix()[0][0], 16) + bytes(&p.World.GetMatrix()[0][0], 16),
+                  bytes(&q.Local.GetMatrix()[0][0], 16) + bytes(&q.World.GetMatrix()[0][0], 16))
+            << what << " mesh " << m;
+        ASSERT_EQ(p.VBuffer->GetAttributes().HasNormal(), q.VBuffer->GetAttributes().HasNormal()) << what;
+        std::string vertices[2];
+        for (const qe::qeTriMesh* mesh : {&p, &q})
+            for (int v = 0; v < mesh->VBuffer->GetVertexQuantity(); ++v)
+                vertices[mesh == &q] += bytes(&mesh->VBuffer->Position3(v)[0], 3) +
+                                        (mesh->VBuffer->GetAttributes().HasNormal() ? bytes(&mesh->VBuffer->Normal3(v)[0], 3) : "");
+        EXPECT_TRUE(vertices[0] == vertices[1]) << what << " mesh " << m << ": vertices differ";
+        EXPECT_TRUE(bytes(p.IBuffer->GetData(), size_t(p.IBuffer->GetIndexQuantity())) ==
+                    bytes(q.IBuffer->GetData(), size_t(q.IBuffer->GetIndexQuantity())))
             << what << " mesh " << m << ": index buffers differ";
     }
 }
@@ -208,155 +156,6 @@ std::vector<std::string> FilesWithExtensions(const std::string& folder) {
     return files;
 }
 
-// With generated normals, corners share a vertex exactly when they agree bit
-// for bit in position and normal; vertices come in the order of their first
-// corner, and each corner keeps the position the file gives it.
-void ExpectExactJoining(const std::string& path) {
-    contour::ImportOptions asStored;
-    asStored.generateNormals = false;
-    contour::ImportedModel generated;
-    contour::ImportedModel stored;
-    std::string error;
-    ASSERT_TRUE(contour::ImportModel(path, generated, error)) << path << ": " << error;
-    ASSERT_TRUE(contour::ImportModel(path, stored, error, asStored)) << path << ": " << error;
-    ASSERT_EQ(generated.meshes.size(), stored.meshes.size()) << path;
-    for (size_t m = 0; m < generated.meshes.size(); ++m) {
-        const qe::qeVertexBuffer& vertices = *generated.meshes[m]->VBuffer;
-        const qe::qeIndexBuffer& indices = *generated.meshes[m]->IBuffer;
-        const qe::qeVertexBuffer& storedVertices = *stored.meshes[m]->VBuffer;
-        const qe::qeIndexBuffer& storedIndices = *stored.meshes[m]->IBuffer;
-        ASSERT_EQ(indices.GetIndexQuantity(), storedIndices.GetIndexQuantity()) << path;
-        ASSERT_TRUE(vertices.GetAttributes().HasNormal()) << path;
-        std::set<std::array<uint32_t, 6>> distinct;
-        for (int v = 0; v < vertices.GetVertexQuantity(); ++v) {
-            const Wm4::Vector3<float>& p = vertices.Position3(v);
-            const Wm4::Vector3<float>& n = vertices.Normal3(v);
-            distinct.insert({Bits(p[0]), Bits(p[1]), Bits(p[2]), Bits(n[0]), Bits(n[1]), Bits(n[2])});
-            const float length = n.Length();
-            EXPECT_TRUE(length == 0.0f || std::fabs(length - 1.0f) < 1e-5f) << path << " vertex " << v;
-        }
-        EXPECT_EQ(distinct.size(), static_cast<size_t>(vertices.GetVertexQuantity())) << path << ": repeated vertices";
-        unsigned int seen = 0;
-        size_t misplaced = 0;
-        for (int c = 0; c < indices.GetIndexQuantity(); ++c) {
-            const unsigned int index = indices.GetData()[c];
-            ASSERT_LE(index, seen) << path << " corner " << c << ": not in the order of first corners";
-            if (index == seen) ++seen;
-            const Wm4::Vector3<float>& p = vertices.Position3(static_cast<int>(index));
-            const Wm4::Vector3<float>& q = storedVertices.Position3(static_cast<int>(storedIndices.GetData()[c]));
-            for (int k = 0; k < 3; ++k) misplaced += Bits(p[k]) != Bits(q[k]);
-        }
-        EXPECT_EQ(seen, static_cast<unsigned int>(vertices.GetVertexQuantity())) << path << ": unused vertices";
-        EXPECT_EQ(misplaced, 0u) << path << ": corners moved";
-
-        // Each corner's normal, recomputed from its definition: the area-
-        // weighted mean over its fan, the faces at its position reached
-        // across shared edges that turn by at most 30 degrees. Corners of a
-        // face without area are left to the synthetic cases.
-        using Vector3d = Wm4::Vector3<double>;
-        const int cornerCount = storedIndices.GetIndexQuantity();
-        const auto key = [&](int c) {
-            const Wm4::Vector3<float>& p = storedVertices.Position3(static_cast<int>(storedIndices.GetData()[c]));
-            return std::array<uint32_t, 3>{Bits(p[0]), Bits(p[1]), Bits(p[2])};
-        };
-        const auto position = [&](int c) {
-            const Wm4::Vector3<float>& p = storedVertices.Position3(static_cast<int>(storedIndices.GetData()[c]));
-            return Vector3d(p[0], p[1], p[2]);
-        };
-        std::vector<Vector3d> weighted(static_cast<size_t>(cornerCount / 3));
-        std::vector<Vector3d> direction(weighted.size());
-        for (size_t f = 0; f < weighted.size(); ++f) {
-            const int c = 3 * static_cast<int>(f);
-            weighted[f] = (position(c + 1) - position(c)).Cross(position(c + 2) - position(c));
-            const double length = weighted[f].Length();
-            direction[f] = length > 0.0 ? weighted[f] / length : Vector3d(0.0, 0.0, 0.0);
-        }
-        std::map<std::array<uint32_t, 3>, std::vector<int>> cornersAt;
-        for (int c = 0; c < cornerCount; ++c)
-            if (direction[static_cast<size_t>(c / 3)] != Vector3d(0.0, 0.0, 0.0)) cornersAt[key(c)].push_back(c);
-        const double cosLimit = std::cos(30.0 * 3.14159265358979323846 / 180.0);
-        const auto smoothNeighbours = [&](int c, int d) {
-            const int f = c / 3, e = d / 3;
-            if (direction[static_cast<size_t>(f)].Dot(direction[static_cast<size_t>(e)]) < cosLimit) return false;
-            for (const int i : {1, 2})
-                for (const int j : {1, 2})
-                    if (key(3 * f + (c + i) % 3) == key(3 * e + (d + j) % 3) && key(3 * f + (c + i) % 3) != key(c))
-                        return true;
-            return false;
-        };
-        size_t wrongNormals = 0;
-        size_t splitFans = 0;
-        for (const auto& at : cornersAt) {
-            const std::vector<int>& group = at.second;
-            std::vector<size_t> fan(group.size());
-            for (size_t i = 0; i < group.size(); ++i) fan[i] = i;
-            for (bool changed = true; changed;) {
-                changed = false;
-                for (size_t i = 0; i < group.size(); ++i)
-                    for (size_t j = 0; j < group.size(); ++j)
-                        if (fan[j] < fan[i] && smoothNeighbours(group[i], group[j])) {
-                            fan[i] = fan[j];
-                            changed = true;
-                        }
-            }
-            for (size_t i = 0; i < group.size(); ++i) {
-                Vector3d sum(0.0, 0.0, 0.0);
-                for (size_t j = 0; j < group.size(); ++j)
-                    if (fan[j] == fan[i]) {
-                        sum += weighted[static_cast<size_t>(group[j] / 3)];
-                        splitFans += indices.GetData()[group[j]] != indices.GetData()[group[i]];
-                    }
-                const double length = sum.Length();
-                const Wm4::Vector3<float>& n = vertices.Normal3(static_cast<int>(indices.GetData()[group[i]]));
-                for (int k = 0; k < 3; ++k) wrongNormals += std::fabs(n[k] - sum[k] / length) > 1e-5;
-            }
-        }
-        EXPECT_EQ(splitFans, 0u) << path << ": corners of one fan on different vertices";
-        EXPECT_EQ(wrongNormals, 0u) << path << ": normals that differ from their definition";
-    }
-}
-
-TEST(ModelImport, GeneratedNormalsJoinExactlyTheEqualCorners) {
-    // Repeated positions under different numbers, a negative zero, faces
-    // without area, an unused vertex, and a fan around a hub vertex.
-    const std::string path = ::testing::TempDir() + "joining.obj";
-    {
-        std::ofstream file(path);
-        file << "v 0 0 0\nv 1 0 0\nv 0 1 0\nv -0 0 0\nv 1 0 0\nv 0 0 1\nv 0 0 0\nv 2 2 2\nv 1 1 0\n"
-                "f 1 2 3\nf 4 5 6\nf 7 2 6\nf 1 1 2\nf 2 5 9\nf 9 3 2\nf 7 7 7\nf 1 6 3\n";
-        file << "o fan\nv 0 0 5\n";
-        for (int i = 0; i < 24; ++i)
-            file << "v " << std::cos(i * 0.2618) << " " << std::sin(i * 0.2618) << " " << 5 + (i % 3) * 0.4 << "\n";
-        for (int i = 0; i < 24; ++i) file << "f 10 " << 11 + i << " " << 11 + (i + 1) % 24 << "\n";
-    }
-    ExpectExactJoining(path);
-    std::remove(path.c_str());
-    // Real models; the bunny only when the shared collection is there.
-    for (const char* file : {"organic/stanford-bunny.obj", "cad/anchor.stl", "cad/couplingdown.ply"}) {
-        const std::string model = ctr_test::FindModel(file);
-        if (!model.empty()) ExpectExactJoining(model);
-    }
-}
-
-// The importer's arrays keep their contents while they grow, from the heap
-// to mappings of their own.
-TEST(ModelImport, ScratchArraysKeepTheirContents) {
-    contour::ScratchArray<uint64_t> values;
-    for (uint64_t i = 0; i < 300000; ++i) values.push_back(i * i);
-    ASSERT_EQ(values.size(), 300000u);
-    size_t wrong = 0;
-    for (uint64_t i = 0; i < values.size(); ++i) wrong += values[i] != i * i;
-    EXPECT_EQ(wrong, 0u);
-    values.reserve(2000000);
-    EXPECT_EQ(values.size(), 300000u);
-    EXPECT_EQ(values.back(), uint64_t{299999} * 299999u);
-    contour::ScratchArray<uint64_t> moved(std::move(values));
-    EXPECT_TRUE(values.empty());
-    EXPECT_EQ(moved[12345], 12345u * 12345u);
-    moved.assign(5, 7);
-    EXPECT_EQ(std::count(moved.begin(), moved.end(), 7u), 5);
-}
-
 TEST(ModelImport, BuiltInReadersMatchAssimpOnEveryModel) {
     // The carried models, then those of the shared collection that are not
     // copies of them.
@@ -369,100 +168,6 @@ TEST(ModelImport, BuiltInReadersMatchAssimpOnEveryModel) {
     for (const std::string& file : FilesWithExtensions(CTR_MODELS_DIR))
         if (relatives.count(file.substr(shared.size())) == 0) files.push_back(file);
     for (const std::string& file : files) ExpectBothReadersAgree(file);
-}
-
-// Small files for what the model collection lacks: each either goes through
-// a built-in reader or is declined to assimp, and the result is the same.
-TEST(ModelImport, BuiltInReadersMatchAssimpOnEdgeCases) {
-    const std::string folder = ::testing::TempDir();
-    const auto check = [&](const std::string& name, const std::string& content) {
-        const std::string path = folder + name;
-        std::ofstream(path, std::ios::binary) << content;
-        ExpectBothReadersAgree(path);
-        std::remove(path.c_str());
-    };
-    const std::string square = "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\n";
-    // Objects and groups: names, repeats, empty ones, faces before any.
-    check("objects.obj", square + "f 1 2 3\no a\nf 1 3 4\ng b\ng b\nf 1 2 4\no c\no d\nf 2 3 4\ng a\nf 1 2 3\n");
-    check("reopened.obj", square + "o a\nf 1 2 3\no b\nf 1 3 4\no a\nf 2 3 4\n");
-    check("group_then_object.obj", square + "g a\nf 1 2 3\no b\nf 1 3 4\ng a\nf 2 3 4\ng c\nf 1 2 4\n");
-    // Index forms, relative and forward indices, out of range and zero.
-    check("forms.obj",
-          "vn 0 0 1\nvt 0 0\n" + square + "o n\nf 1//1 2//1 3//1\no t\nf 1/1 3/1 4/1\no tn\nf 1/1/1 2/1/1 4/1/1\n");
-    check("relative.obj", square + "f -4 -3 -2\nf -4 -2 -1\n");
-    check("forward.obj", "f 1 2 3\n" + square);
-    check("out_of_range.obj", square + "f 1 2 5\n");
-    check("zero_index.obj", square + "f 0 1 2\n");
-    check("mixed_normals.obj", "vn 0 0 1\n" + square + "f 1//1 2//1 3//1\nf 1 3 4\n");
-    check("normal_without_records.obj", square + "f 1//1 2//1 3//1\n");
-    // Number spellings: exponents, long fractions, signs, crlf, a leading dot.
-    check("numbers.obj", "v 1e-06 -2.5E+2 0.123456789012345678\nv .5 +1 3.\nv 1e3 2 -0\r\nf 1 2 3\r\n");
-    check("numbers_plain.obj",
-          "v 1e-06 -2.5E+2 0.123456789012345678\r\nv 3. 1e3 -0\r\nv 123456789012 0.000001 1E-40\r\nf 1 2 3\r\n");
-    // Many spellings of random values: the last bit of every float must
-    // come out as assimp rounds it.
-    std::mt19937 random(7);
-    std::uniform_real_distribution<double> mantissa(-1.0, 1.0);
-    std::uniform_int_distribution<int> exponent(-12, 12);
-    std::string floats;
-    char text[64];
-    for (int i = 0; i < 3000; ++i) {
-        const double value = mantissa(random) * std::pow(10.0, exponent(random));
-        const char* const formats[] = {"%.9g", "%.17f", "%.6f", "%.12e", "%.3E", "%.20g"};
-        std::snprintf(text, sizeof text, formats[i % 6], value);
-        floats += std::string(i % 3 == 0 ? "v " : " ") + text + (i % 3 == 2 ? "\n" : "");
-    }
-    for (int f = 1; f + 2 <= 1000; f += 3)
-        floats += "f " + std::to_string(f) + " " + std::to_string(f + 1) + " " + std::to_string(f + 2) + "\n";
-    check("random_floats.obj", floats);
-    check("quad.obj", square + "f 1 2 3 4\n");
-    check("line.obj", square + "l 1 2\nf 1 2 3\n");
-    check("blank_start.obj", square + " f 1 2 3\nf 1 3 4\n");
-    check("no_faces.obj", square + square);
-    check("material.obj", square + "usemtl red\nf 1 2 3\nusemtl blue\nf 1 3 4\n");
-    // PLY: ascii with normals and colours, a polygon, a bad index, an extra element.
-    const std::string header =
-        "ply\nformat ascii 1.0\nelement vertex 4\nproperty float x\nproperty float y\n"
-        "property float z\n";
-    const std::string vertices = "0 0 0\n1 0 0\n1 1 0.1\n0 1 0\n";
-    check("ascii.ply", header + "element face 2\nproperty list uchar int vertex_indices\nend_header\n" + vertices +
-                           "3 0 1 2\n3 0 2 3\n");
-    check("quad.ply",
-          header + "element face 1\nproperty list uchar int vertex_indices\nend_header\n" + vertices + "4 0 1 2 3\n");
-    check("bad_index.ply",
-          header + "element face 1\nproperty list uchar int vertex_indices\nend_header\n" + vertices + "3 0 1 9\n");
-    check("colours.ply",
-          "ply\nformat ascii 1.0\ncomment colours\nelement vertex 3\nproperty float x\nproperty float y\n"
-          "property float z\nproperty float nx\nproperty float ny\nproperty float nz\nproperty uchar red\n"
-          "element face 1\nproperty list uchar uint vertex_index\nproperty uchar red\nend_header\n"
-          "0 0 0 0 0 1 255\n1 0 0 0 0 1 0\n0 1 0 0 0.6 0.8 7\n3 0 1 2 9\n");
-    check("edges.ply", header +
-                           "element face 1\nproperty list uchar int vertex_indices\nelement edge 1\n"
-                           "property int vertex1\nproperty int vertex2\nend_header\n" +
-                           vertices + "3 0 1 2\n0 1\n");
-    // Binary PLY and STL, built byte by byte; a short one is truncated.
-    const auto bytes = [](const auto& value) {
-        return std::string(reinterpret_cast<const char*>(&value), sizeof value);
-    };
-    std::string ply =
-        "ply\nformat binary_little_endian 1.0\nelement vertex 4\nproperty float x\nproperty float y\n"
-        "property float z\nelement face 2\nproperty list uchar int vertex_indices\nend_header\n";
-    for (const float value : {0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 1.0f, 1.0f, 0.1f, 0.0f, 1.0f, 0.0f})
-        ply += bytes(value);
-    for (const int index : {0, 1, 2, 0, 2, 3}) {
-        if (index == 0) ply += '\3';
-        ply += bytes(index);
-    }
-    check("binary.ply", ply);
-    check("binary_truncated.ply", ply.substr(0, ply.size() - 2));
-    std::string stl = "solid but binary" + std::string(64, ' ') + bytes(uint32_t{2});
-    for (const float value : {0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 1.0f, 1.0f, 0.0f,
-                              0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 1.0f, 0.0f, 0.0f, 1.0f, 0.0f}) {
-        stl += bytes(value);
-        if (stl.size() == 84 + 48 || stl.size() == 84 + 50 + 48) stl += std::string(2, '\0');
-    }
-    check("binary.stl", stl);
-    check("binary_truncated.stl", stl.substr(0, stl.size() - 1));
 }
 
 }  // namespace

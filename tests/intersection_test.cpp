@@ -2,17 +2,11 @@
 // of the lines and the drawable set, on small hand-checked scenes in a space
 // whose grid coordinates are the world coordinates, and a cross-check of the
 // hierarchy search against testing every pair on a real scene.
-#include <algorithm>
 #include <array>
-#include <string>
 #include <tuple>
 
-#include <gtest/gtest.h>
-
-#include "ctr/drawing/ModelImport.h"
 #include "OcclusionReference.h"
 #include "TestSupport.h"
-#include "ctr/BakedTriangles.h"
 #include "ctr/TrianglesIntersection.h"
 #include "visibility/IntersectionInternal.h"
 
@@ -130,42 +124,13 @@ TEST(TriangleIntersection, TouchingAndCoplanarPairs) {
     EXPECT_TRUE(Scene(Join(wall, {V3(0, 1000, 0), V3(2004, 1000, 0), V3(1002, 1200, 500)})).edges().empty());
 }
 
-TEST(TriangleIntersection, EachPairOnceAndCancellation) {
+TEST(TriangleIntersection, EachPairOnce) {
     // Triangles 0 and 1 cross, and so do 2 and 3, moved away along x.
     const V3 away(2000, 0, 0);
     const Scene scene(Join(Join(kCrossA, CrossB(0)), Join(Shifted(kCrossA, away), Shifted(CrossB(0), away))));
     EXPECT_EQ(scene.edges(2).size(), 1u);
     EXPECT_TRUE(scene.edges(3).empty());
     EXPECT_EQ(scene.edges().size(), 2u);
-
-    // One advance of 1 per triangle; cancelled at the second, only triangle
-    // 0's edge is kept, and the line set is not built. Uncancelled, the
-    // remaining 10 are advanced over the two edges.
-    struct CancelAfter : qe::qeProgressNotifierInterface {
-        int allowed, queries = 0;
-        double advanced = 0.0;
-        explicit CancelAfter(int limit) : allowed(limit) {}
-        bool shouldCancel() override { return ++queries > allowed; }
-        void setTotalProgress(double) override {}
-        void advanceProgress(double amount) override { advanced += amount; }
-        double getRemainingProgress() const override { return 10.0; }
-    };
-    ctr::TrianglesIntersection intersection(scene.triangles);
-    CancelAfter cancel(1), never(1000);
-    intersection.setProgressNotifier(&cancel);
-    Internal::tEdgeList partial;
-    intersection.getInternal().findIntersectionEdges(partial);
-    ASSERT_EQ(partial.size(), 1u);
-    EXPECT_EQ(partial.front().first.point.x, 300);
-    EXPECT_DOUBLE_EQ(cancel.advanced, 2.0);
-    cancel.queries = 0;
-    EXPECT_EQ(intersection.computeIntersectionEdges(), nullptr);
-
-    intersection.setProgressNotifier(&never);
-    const SetPointer set = intersection.computeIntersectionEdges();
-    ASSERT_NE(set, nullptr);
-    EXPECT_EQ(set->getSegmentQuantity(), 2);
-    EXPECT_DOUBLE_EQ(never.advanced, 4.0 + 10.0);
 }
 
 // An X pair meeting exactly at x 300 .. 700, y = 450, depth 1450, then the
@@ -252,35 +217,6 @@ TEST(IntersectionLines, VisiblePieces) {
 
     // Covered wholly: nothing to draw.
     EXPECT_EQ(ExactCross({V3(0, 0, 10), V3(3000, 0, 10), V3(0, 1200, 1570)}).lines(), nullptr);
-}
-
-TEST(IntersectionLines, DepthOnlyPieceAndSharedEnds) {
-    // The planes meet on a line that drifts one grid unit per 1000 in depth.
-    // A crosses it within one grid cell (depth 10500 .. 11000), inside the
-    // long stretch of B: the edge is found but has no extent on screen.
-    const Scene steep({V3(500, 449, 10500), V3(500, 451, 10500), V3(501, 450, 11500),  //
-                       V3(490, 445, 5500), V3(500, 445, 5500), V3(504, 455, 15500)});
-    const auto edges = steep.edges();
-    ASSERT_EQ(edges.size(), 1u);
-    const auto [p, q] = Ends(edges.front());
-    EXPECT_TRUE(p.x == q.x && p.y == q.y && p.z != q.z);
-    EXPECT_EQ(steep.lines(), nullptr);
-
-    // Two triangles sharing an edge that pierces a wall: two edges meeting at
-    // (1500, 1500, 500), written with four vertices.
-    const V3 s(1500, 1000, 100), t(1500, 2000, 900);
-    const SetPointer set =
-        Scene({V3(0, 0, 500), V3(4000, 0, 500), V3(0, 4000, 500), s, t, V3(1000, 1500, 100), s, t, V3(2000, 1500, 100)})
-            .lines();
-    ASSERT_NE(set, nullptr);
-    ASSERT_EQ(set->getSegmentQuantity(), 2);
-    ASSERT_EQ(set->VBuffer->GetVertexQuantity(), 4);
-    int atJoin = 0;
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(set->IBuffer->GetData()[i], static_cast<unsigned>(i));
-        atJoin += set->VBuffer->Position3(i) == V3(1500, 1500, 500);
-    }
-    EXPECT_EQ(atJoin, 2);
 }
 
 // The hierarchy search against every pair i < j tested directly, on a real

@@ -2,23 +2,14 @@
 // normals, an edge is drawn exactly when its two faces meet at more than the
 // smoothing angle, and never across a smooth surface.
 #include <array>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
-#include <string>
 #include <utility>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "ctr/drawing/ModelImport.h"
 #include "TestSupport.h"
-#include "ctr/LineSegmentSet.h"
 
 namespace {
 
@@ -137,73 +128,6 @@ TEST(GeneratedNormals, CreasesAreExactlyTheSharpEdges) {
         const size_t wrapped = ExpectCreasesFollowTheAngle(file);
         RecordProperty(std::string("wrapped ") + file, static_cast<int>(wrapped));
     }
-}
-
-// Writes an OBJ, imports it with generated normals and returns its one mesh.
-qe::qePointer<qe::qeTriMesh> ImportText(const std::string& name, const std::string& text) {
-    const std::string path = ::testing::TempDir() + name;
-    std::ofstream(path) << text;
-    contour::ImportedModel model;
-    std::string error;
-    const bool ok = contour::ImportModel(path, model, error);
-    std::remove(path.c_str());
-    EXPECT_TRUE(ok) << error;
-    EXPECT_EQ(model.meshes.size(), 1u);
-    return ok && !model.meshes.empty() ? model.meshes[0] : nullptr;
-}
-
-TEST(GeneratedNormals, FaceWithoutAreaDoesNotJoinAcrossACrease) {
-    // A floor (z = 0) and a wall (y = 0) meeting at a right angle along the x
-    // axis, where the wall has a vertex (4) in the middle of the floor's edge:
-    // a zero-area face 1-4-2 closes the gap and touches both sides, and a
-    // face with a repeated corner hangs on the floor.
-    const qe::qePointer<qe::qeTriMesh> mesh =
-        ImportText("degenerate_crease.obj",
-                   "v 0 0 0\nv 2 0 0\nv 2 1 0\nv 1 0 0\nv 0 0 1\nv 1 0 1\nv 2 0 1\nv 0 1 0\n"
-                   "f 1 3 2\nf 1 8 3\nf 1 4 5\nf 4 6 5\nf 4 2 7\nf 4 7 6\nf 1 4 2\nf 1 1 8\n");
-    ASSERT_TRUE(mesh);
-    const unsigned int* indices = mesh->IBuffer->GetData();
-    const auto normal = [&](int corner) { return mesh->VBuffer->Normal3(static_cast<int>(indices[corner])); };
-    // Floor corners keep the floor's normal, wall corners the wall's,
-    // exactly, also at the ends of the crease that the sliver touches.
-    for (const int corner : {0, 1, 2, 3, 4, 5}) EXPECT_EQ(std::fabs(normal(corner)[2]), 1.0f) << corner;
-    for (const int corner : {6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17})
-        EXPECT_EQ(std::fabs(normal(corner)[1]), 1.0f) << corner;
-    // The zero-area faces take one side's normal each.
-    for (const int corner : {18, 19, 20, 21, 22, 23})
-        EXPECT_EQ(std::fabs(normal(corner)[1]) + std::fabs(normal(corner)[2]), 1.0f) << corner;
-}
-
-TEST(GeneratedNormals, HubVerticesOfManyFaces) {
-    constexpr int kFaces = 6000;
-    const auto ring = [](int i, double height) {
-        const double angle = 2.0 * 3.14159265358979323846 * i / kFaces;
-        char line[96];
-        std::snprintf(line, sizeof line, "v %.9g %.9g %g\n", std::cos(angle), std::sin(angle), height);
-        return std::string(line);
-    };
-    // A cone over a flat cap: one fan at the apex, one at the cap's centre,
-    // two at each rim vertex.
-    std::string cone = "v 0 0 2\nv 0 0 0\n";
-    for (int i = 0; i < kFaces; ++i) cone += ring(i, 0.0);
-    for (int i = 0; i < kFaces; ++i) {
-        const std::string a = std::to_string(3 + i), b = std::to_string(3 + (i + 1) % kFaces);
-        cone += "f 1 " + a + " " + b + "\nf 2 " + b + " " + a + "\n";
-    }
-    qe::qePointer<qe::qeTriMesh> mesh = ImportText("cone.obj", cone);
-    ASSERT_TRUE(mesh);
-    EXPECT_EQ(mesh->VBuffer->GetVertexQuantity(), 2 + 2 * kFaces);
-    const int centre = static_cast<int>(mesh->IBuffer->GetData()[3]);
-    EXPECT_EQ(mesh->VBuffer->Normal3(centre), Wm4::Vector3<float>(0.0f, 0.0f, -1.0f));
-    // A pleated cone whose neighbouring faces fold sharply: every face at the
-    // apex (off centre, so that no two come out parallel) is a fan of its own.
-    std::string pleats = "v 0.31 0.17 0.5\n";
-    for (int i = 0; i < kFaces; ++i) pleats += ring(i, i % 2 ? 1.0 : 0.0);
-    for (int i = 0; i < kFaces; ++i)
-        pleats += "f 1 " + std::to_string(2 + i) + " " + std::to_string(2 + (i + 1) % kFaces) + "\n";
-    mesh = ImportText("pleats.obj", pleats);
-    ASSERT_TRUE(mesh);
-    EXPECT_EQ(mesh->VBuffer->GetVertexQuantity(), kFaces + 2 * kFaces);
 }
 
 }  // namespace

@@ -1,16 +1,11 @@
 // The exact occlusion query: hand-checked cases on a grid where world
 // coordinates are grid coordinates, and cross-checks of the hierarchy walk
 // against testing every triangle on real meshes.
-#include <algorithm>
 #include <numeric>
 #include <random>
 
-#include <gtest/gtest.h>
-
-#include "ctr/drawing/ModelImport.h"
 #include "OcclusionReference.h"
 #include "TestSupport.h"
-#include "ctr/BakedTriangles.h"
 
 namespace {
 
@@ -18,16 +13,6 @@ using V3 = Wm4::Vector3<float>;
 using ctr_test::BruteForce;
 using ctr_test::Canonical;
 using ctr_test::Int128;
-
-// A space whose grid coordinates equal the (integer) world coordinates:
-// identity matrices and a cube of 0 .. 2^20 - 1 give scales of exactly 1.
-ctr::DiscreteProjectionSpace UnitGridSpace() {
-    ctr::DiscreteProjectionSpace space;
-    const float range = 1048575.0f;
-    space.setDomain(V3(0, 0, 0), V3(range, range, range));
-    space.updateRatios();
-    return space;
-}
 
 struct Baked {
     ctr::DiscreteProjectionSpace space;
@@ -51,73 +36,6 @@ std::vector<ctr::RationalInterval> Query(const ctr::BakedTriangles& baked, ctr::
     std::vector<ctr::RationalInterval> list;
     baked.computeOcclusionIntervals(a, b, list);
     return list;
-}
-
-bool SameValue(const ctr::RationalInterval& r, int64_t sn, int64_t sd, int64_t en, int64_t ed) {
-    return Int128(r.startNumerator) * sd == Int128(sn) * r.startDenominator &&
-           Int128(r.endNumerator) * ed == Int128(en) * r.endDenominator;
-}
-
-TEST(OcclusionQuery, SingleTriangleCases) {
-    // Corners (100,100), (300,100), (100,300) at depth 500; at y = 150 the
-    // triangle spans x from 100 to 250.
-    const auto mesh = ctr_test::MakeMesh({V3(100, 100, 500), V3(300, 100, 500), V3(100, 300, 500)}, {0, 1, 2});
-    const auto baked = BakeAll(UnitGridSpace(), {mesh});
-    const ctr::BakedTriangles& t = baked->triangles;
-    ASSERT_EQ(t.getTriangleQuantity(), 1u);
-
-    // Edges hidden over one interval (start sn/sd, end en/ed).
-    struct Hidden {
-        ctr::BakedVertex a, b;
-        int64_t sn, sd, en, ed;
-        const char* what;
-    };
-    for (const Hidden& c : {
-             Hidden{{0, 150, 900}, {400, 150, 900}, 1, 4, 5, 8, "behind, between the outline crossings"},
-             Hidden{{400, 150, 900}, {0, 150, 900}, 3, 8, 3, 4, "reversed: the mirrored interval"},
-             Hidden{{120, 150, 100}, {220, 150, 900}, 1, 2, 1, 1, "crossing the plane inside: from the crossing on"},
-             Hidden{{220, 150, 900}, {120, 150, 100}, 0, 1, 1, 2, "reversed: up to the crossing"},
-             Hidden{{120, 150, 900}, {220, 150, 500}, 0, 1, 1, 1, "ending on the plane: the rest is hidden"},
-             Hidden{{150, 150, 800}, {150, 150, 900}, 0, 1, 1, 1, "end-on inside and behind: all of it"},
-         }) {
-        const auto hidden = Query(t, c.a, c.b);
-        ASSERT_EQ(hidden.size(), 1u) << c.what;
-        EXPECT_TRUE(SameValue(hidden[0], c.sn, c.sd, c.en, c.ed)) << c.what;
-    }
-    // In front of it, lying in its plane, parallel to the side y = 100 just
-    // outside it, or passing beside it: nothing.
-    for (const auto& [a, b] :
-         std::vector<std::pair<ctr::BakedVertex, ctr::BakedVertex>>{{{0, 150, 100}, {400, 150, 100}},
-                                                                    {{0, 150, 500}, {400, 150, 500}},
-                                                                    {{50, 99, 900}, {350, 99, 900}},
-                                                                    {{0, 310, 900}, {400, 310, 900}}})
-        EXPECT_TRUE(Query(t, a, b).empty());
-    // Ends off the grid are clamped onto it instead of overflowing.
-    const auto hidden = Query(t, {INT32_MIN, 150, INT32_MAX}, {INT32_MAX, 150, INT32_MAX});
-    EXPECT_EQ(hidden.size(), 1u);
-}
-
-TEST(OcclusionQuery, NeighbouringTrianglesGiveTouchingIntervals) {
-    // A square of two triangles sharing the diagonal (200,100)-(100,200); an
-    // edge behind it crosses the diagonal at x = 150.
-    const auto mesh = ctr_test::MakeMesh({V3(100, 100, 500), V3(200, 100, 500), V3(100, 200, 500), V3(200, 200, 500)},
-                                         {0, 1, 2, 1, 3, 2});
-    const auto baked = BakeAll(UnitGridSpace(), {mesh});
-    auto hidden = Canonical(Query(baked->triangles, {0, 150, 900}, {300, 150, 900}), true);
-    ASSERT_EQ(hidden.size(), 2u);
-    EXPECT_TRUE(SameValue(hidden[0], 1, 3, 1, 2));
-    EXPECT_TRUE(SameValue(hidden[1], 1, 2, 2, 3));
-}
-
-TEST(OcclusionQuery, TiltedTriangleHidesOnlyBehindItsPlane) {
-    // Plane z = 300 + x: an edge at constant depth 500 is behind the plane
-    // for x < 200 and in front for x > 200.
-    const auto mesh = ctr_test::MakeMesh({V3(0, 0, 300), V3(400, 0, 700), V3(0, 400, 300)}, {0, 1, 2});
-    const auto baked = BakeAll(UnitGridSpace(), {mesh});
-    const auto hidden = Query(baked->triangles, {0, 100, 500}, {400, 100, 500});
-    ASSERT_EQ(hidden.size(), 1u);
-    EXPECT_TRUE(SameValue(hidden[0], 0, 1, 1, 2));
-    EXPECT_EQ(hidden, BruteForce(baked->triangles, {0, 100, 500}, {400, 100, 500}));
 }
 
 // Random edges and the model's own edges, clipped like feature edges are;

@@ -1,20 +1,14 @@
 // Parallel runs must give what the calling thread alone gives: the same line
 // sets to the bit and the same file bytes, whatever the number of threads.
 #include <atomic>
-#include <cmath>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "ctr/drawing/DemoScene.h"
 #include "ctr/drawing/Drawing.h"
-#include "ctr/drawing/ModelImport.h"
 #include "TestSupport.h"
+#include "ctr/drawing/ThreadPool.h"
+#include "ctr/drawing/DemoScene.h"
+#include "ctr/drawing/Drawing.h"
 #include "ctr/drawing/ThreadPool.h"
 #include "ctr/BakedTriangles.h"
 #include "ctr/GeometricFeaturesGenerator.h"
@@ -36,11 +30,6 @@ TEST(Parallel, PoolRunsEveryIndexOnceLoopAfterLoop) {
     pool.parallelFor(0, [](size_t) { FAIL(); });
 }
 
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 // The tool's camera for meshes on an A4 sheet; false when none can be made.
 bool FramedSpace(const std::vector<const qe::qeTriMesh*>& meshes, const contour::CameraOptions& options,
                  ctr::DiscreteProjectionSpace& space) {
@@ -57,38 +46,7 @@ bool FramedSpace(const std::vector<const qe::qeTriMesh*>& meshes, const contour:
 template <typename Use>
 void ForEachModel(std::initializer_list<const char*> relatives, const Use& use) {
     for (const char* relative : relatives) {
-        contour::ImportedModel model;
-        std::string error;
-        ASSERT_TRUE(contour::ImportModel(ctr_test::ModelPath(relative), model, error)) << error;
-        use(model, relative);
-    }
-}
-
-// Bit-for-bit equality of two sets: positions, indices, clips and intervals.
-void ExpectSameSet(const qe::qePointer<ctr::LineSegmentSet>& a, const qe::qePointer<ctr::LineSegmentSet>& b,
-                   const char* kind) {
-    ASSERT_EQ(a == nullptr, b == nullptr) << kind;
-    if (!a) return;
-    ASSERT_EQ(a->VBuffer->GetVertexQuantity(), b->VBuffer->GetVertexQuantity()) << kind;
-    ASSERT_EQ(a->IBuffer->GetIndexQuantity(), b->IBuffer->GetIndexQuantity()) << kind;
-    for (int i = 0; i < a->VBuffer->GetVertexQuantity(); ++i)
-        ASSERT_EQ(std::memcmp(&a->VBuffer->Position3(i), &b->VBuffer->Position3(i), sizeof(float) * 3), 0) << kind;
-    ASSERT_EQ(std::memcmp(a->IBuffer->GetData(), b->IBuffer->GetData(),
-                          sizeof(unsigned int) * static_cast<size_t>(a->IBuffer->GetIndexQuantity())),
-              0)
-        << kind;
-    ASSERT_EQ(a->segmentClips.size(), b->segmentClips.size()) << kind;
-    for (size_t i = 0; i < a->segmentClips.size(); ++i)
-        ASSERT_EQ(std::memcmp(&a->segmentClips[i], &b->segmentClips[i], sizeof a->segmentClips[i]), 0) << kind;
-    ASSERT_EQ(a->occlusionIntervals.size(), b->occlusionIntervals.size()) << kind;
-    for (size_t i = 0; i < a->occlusionIntervals.size(); ++i) {
-        const auto& x = a->occlusionIntervals[i];
-        const auto& y = b->occlusionIntervals[i];
-        ASSERT_EQ(x.size(), y.size()) << kind << " segment " << i;
-        for (size_t k = 0; k < x.size(); ++k)
-            ASSERT_TRUE(x[k].startNumerator == y[k].startNumerator && x[k].startDenominator == y[k].startDenominator &&
-                        x[k].endNumerator == y[k].endNumerator && x[k].endDenominator == y[k].endDenominator)
-                << kind << " segment " << i;
+        use(ctr_test::LoadModel(relative), relative);
     }
 }
 
@@ -100,34 +58,20 @@ void ExpectSameWithAnyThreads(const contour::ImportedModel& model, const std::st
     ctr::DiscreteProjectionSpace space;
     ASSERT_TRUE(FramedSpace(meshes, options.camera, space));
 
-    const auto features = [&](ctr::Executor* executor) {
-        ctr::GeometricFeaturesGenerator generator;
-        generator.setProjectionSpace(space);
-        generator.setExecutor(executor);
-        generator.setSingleExportCluster(meshes, &occluders);
-        ctr::GeometricFeatures result;
-        generator.computeGeometricFeatures(result, 0, true);
-        return result;
-    };
     const std::string folder = ::testing::TempDir();
     const auto draw = [&](ctr::Executor* executor, const std::string& file) {
         contour::DrawingStats stats;
         std::string failure;
         EXPECT_TRUE(contour::DrawToSVG(meshes, occluders, options, folder + file, stats, failure, executor)) << failure;
-        const std::string text = ReadFile(folder + file);
+        const std::string text = ctr_test::ReadFile(folder + file);
         std::filesystem::remove(folder + file);
         return text;
     };
 
-    const ctr::GeometricFeatures serial = features(nullptr);
     const std::string serialFile = draw(nullptr, "parallel_serial.svg");
     ASSERT_NE(serialFile.find("<path"), std::string::npos);
     for (const unsigned int threads : {2u, 3u}) {
         contour::ThreadPool pool(threads);
-        const ctr::GeometricFeatures parallel = features(&pool);
-        ExpectSameSet(serial.creaseEdges, parallel.creaseEdges, "creases");
-        ExpectSameSet(serial.silhouetteEdges, parallel.silhouetteEdges, "silhouettes");
-        ExpectSameSet(serial.intersectionEdges, parallel.intersectionEdges, "intersections");
         EXPECT_TRUE(draw(&pool, "parallel_pool.svg") == serialFile) << threads << " threads";
     }
 }
@@ -167,9 +111,7 @@ size_t ExpectSameBake(const std::vector<const qe::qeTriMesh*>& meshes, const ctr
         baked.initialize();
         return baked;
     };
-    const ctr::BakedTriangles serial = bake(nullptr);
-    std::string why;
-    EXPECT_TRUE(serial.validate(&why)) << why;
+    const ctr::BakedTriangles serial = ctr_test::Bake(space, meshes);
     size_t clipRecords = 0;
     for (const std::vector<uint32_t>& records : serial.getMeshClipRecords()) clipRecords += records.size();
     for (const unsigned int threads : {2u, 3u}) {
@@ -189,28 +131,6 @@ size_t ExpectSameBake(const std::vector<const qe::qeTriMesh*>& meshes, const ctr
     return clipRecords;
 }
 
-// A rippled torus of 4 r^2 triangles around the y axis, radii 2 and 0.7:
-// large enough for the builder to split it into many subtrees.
-qe::qePointer<qe::qeTriMesh> MakeTorus(int r) {
-    std::vector<Wm4::Vector3<float>> positions;
-    std::vector<unsigned int> indices;
-    const float pi = 3.14159265f;
-    for (int i = 0; i < r; ++i)
-        for (int j = 0; j < 2 * r; ++j) {
-            const float u = 2.0f * pi * static_cast<float>(i) / static_cast<float>(r);
-            const float v = 2.0f * pi * static_cast<float>(j) / static_cast<float>(2 * r);
-            const float tube = 0.7f + 0.05f * std::sin(7.0f * u) * std::cos(5.0f * v);
-            positions.push_back(Wm4::Vector3<float>((2.0f + tube * std::cos(v)) * std::cos(u), tube * std::sin(v),
-                                                    (2.0f + tube * std::cos(v)) * std::sin(u)));
-            const unsigned int a = static_cast<unsigned int>(i * 2 * r + j);
-            const unsigned int b = static_cast<unsigned int>(((i + 1) % r) * 2 * r + j);
-            const unsigned int c = static_cast<unsigned int>(((i + 1) % r) * 2 * r + (j + 1) % (2 * r));
-            const unsigned int d = static_cast<unsigned int>(i * 2 * r + (j + 1) % (2 * r));
-            indices.insert(indices.end(), {a, b, c, a, c, d});
-        }
-    return ctr_test::MakeMesh(positions, indices);
-}
-
 TEST(Parallel, BakeIsTheSameWithAnyThreadCount) {
     ctr::DiscreteProjectionSpace whole, close;
     ctr_test::OrthoCamera(whole, Wm4::Vector3<float>(0.5f, 6.0f, 5.0f), Wm4::Vector3<float>(0.0f, 0.0f, 0.0f), 3.5f,
@@ -220,8 +140,8 @@ TEST(Parallel, BakeIsTheSameWithAnyThreadCount) {
     ctr_test::PerspectiveCamera(close, Wm4::Vector3<float>(2.6f, 0.3f, -1.0f), Wm4::Vector3<float>(2.0f, 0.0f, 1.5f),
                                 50.0f, 1.0f, 0.3f, 6.0f);
 
-    const qe::qePointer<qe::qeTriMesh> torus = MakeTorus(96);
-    const qe::qePointer<qe::qeTriMesh> small = MakeTorus(12);
+    const qe::qePointer<qe::qeTriMesh> torus = ctr_test::MakeTorus(96);
+    const qe::qePointer<qe::qeTriMesh> small = ctr_test::MakeTorus(12);
     // Two meshes, so that ranges and clip records of a later mesh move too.
     const std::vector<const qe::qeTriMesh*> meshes = {torus.get(), small.get()};
     ExpectSameBake(meshes, whole, "torus, whole view");

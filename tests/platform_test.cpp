@@ -1,11 +1,8 @@
 // The host-framework layer: reference counting, the math conventions the
 // library's bit-exact results depend on, and the hierarchy builder.
-#include <atomic>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <random>
-#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -47,77 +44,6 @@ TEST(Platform, PointersShareOwnershipOfObjectsBornUnowned) {
         EXPECT_EQ(destroyed, 0);
     }
     EXPECT_EQ(destroyed, 1);
-}
-
-TEST(Platform, BuffersCloneByTheFrameworkContract) {
-    qe::qeIndexBuffer indices(4, qe::qeIndexBuffer::IBT_LINE_LIST);
-    for (unsigned i = 0; i < 4; ++i) indices.GetData()[i] = 10 + i;
-    indices.resizeIndexBuffer(6);
-    EXPECT_EQ(indices.GetIndexQuantity(), 6);
-    EXPECT_EQ(indices.GetData()[3], 13u);
-    EXPECT_EQ(indices.GetData()[5], 0u);
-    indices.resizeIndexBuffer(-3);
-    EXPECT_EQ(indices.GetIndexQuantity(), 0);
-
-    qe::qeAttributes attributes;
-    attributes.SetPositionChannels(3);
-    qe::qeVertexBuffer vertices(attributes, 2);
-    vertices.Position3(1) = V3(1, 2, 3);
-    qe::qeRttiInterface* target = nullptr;
-    ASSERT_TRUE(vertices.Clone(target));
-    qe::qePointer<qe::qeVertexBuffer> copy = dynamic_cast<qe::qeVertexBuffer*>(target);
-    ASSERT_TRUE(copy);
-    EXPECT_EQ(copy->Position3(1), V3(1, 2, 3));
-    // A target of another class is refused and left alone.
-    qe::qeRttiInterface* wrong = &indices;
-    EXPECT_FALSE(vertices.Clone(wrong));
-    EXPECT_EQ(wrong, &indices);
-    EXPECT_TRUE(copy->IsDerived(qe::qeObject::TYPE));
-    EXPECT_FALSE(copy->IsExactly(qe::qeObject::TYPE));
-}
-
-TEST(Platform, RowVectorConventionAndExactIdentity) {
-    // Translation sits in row 3 and applies to points, not to directions.
-    Wm4::Matrix4<float> m(false);
-    m[0][1] = 2.0f;  // x contributes to y
-    m[3][0] = 10.0f;
-    const Wm4::Vector4<float> p = Wm4::Vector4<float>(1, 1, 1, 1) * m;
-    EXPECT_EQ(p, Wm4::Vector4<float>(11, 3, 1, 1));
-    qe::qeGenericTransformation<float> transform(m);
-    EXPECT_EQ(transform.ApplyForward(V3(1, 1, 1), true), V3(11, 3, 1));
-    EXPECT_EQ(transform.ApplyForward(V3(1, 1, 1), false), V3(1, 3, 1));
-    // The identity hands back its input bit for bit, signed zeros and NaN
-    // payloads included.
-    const qe::qeGenericTransformation<float> identity;
-    const V3 odd(-0.0f, std::numeric_limits<float>::quiet_NaN(), 1e-40f);
-    const V3 same = identity.ApplyForward(odd, true);
-    EXPECT_TRUE(std::signbit(same[0]));
-    EXPECT_TRUE(std::isnan(same[1]));
-    EXPECT_EQ(same[2], 1e-40f);
-    // Composition: first, then second.
-    Wm4::Matrix4<float> scale(false);
-    scale[0][0] = 3.0f;
-    qe::qeGenericTransformation<float> both;
-    both.Product(transform, qe::qeGenericTransformation<float>(scale));
-    EXPECT_EQ(both.ApplyForward(V3(1, 1, 1), true), V3(33, 3, 1));
-}
-
-TEST(Platform, TriangleQueryRejectsOutOfRange) {
-    qe::qeAttributes attributes;
-    attributes.SetPositionChannels(3);
-    qe::qePointer<qe::qeIndexBuffer> indices = new qe::qeIndexBuffer(7, qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
-    qe::qeTriMesh mesh(new qe::qeVertexBuffer(attributes, 3), indices);
-    EXPECT_EQ(mesh.GetTriangleQuantity(), 2);  // the seventh index is ignored
-    int a = -1, b = -1, c = -1;
-    EXPECT_TRUE(mesh.GetTriangle(1, a, b, c));
-    EXPECT_FALSE(mesh.GetTriangle(2, a, b, c));
-    EXPECT_FALSE(mesh.GetTriangle(-1, a, b, c));
-}
-
-qe::qeBBox RandomBox(std::mt19937& random) {
-    std::uniform_real_distribution<float> position(-100.0f, 100.0f), size(0.0f, 3.0f);
-    const V3 low(position(random), position(random), position(random));
-    return qe::qeBBox(low, low + V3(size(random), size(random), size(random)));
 }
 
 // Boxes from a fixed integer recurrence, so the input is the same on every
@@ -176,119 +102,6 @@ TEST(Platform, BuilderMakesTheSameTreeAsEver) {
         qe::qeLinearGenericBVHBuilder::build(container, bvh, nullptr, 10, qe::qeLinearGenericBVHBuilder::SPLIT_MEDIAN));
     EXPECT_EQ(bvh.getNodes().size(), 2047u);
     EXPECT_EQ(TreeFingerprint(bvh), 0x734e878301c123e9ull);
-}
-
-TEST(Platform, BuilderMakesValidTreesForEveryInput) {
-    std::mt19937 random(7);
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const float inf = std::numeric_limits<float>::infinity();
-    struct Case {
-        const char* name;
-        std::vector<qe::qeBBox> boxes;
-    };
-    std::vector<Case> cases;
-    cases.push_back({"one", {RandomBox(random)}});
-    cases.push_back({"random", {}});
-    for (int i = 0; i < 5000; ++i) cases.back().boxes.push_back(RandomBox(random));
-    // Identical boxes give the heuristic nothing to split on; the builder
-    // must still bound leaves and depth.
-    cases.push_back({"identical", std::vector<qe::qeBBox>(3000, qe::qeBBox(V3(1, 1, 1), V3(2, 2, 2)))});
-    // A degenerate camera hands the builder non-finite boxes.
-    cases.push_back({"non-finite", {}});
-    for (int i = 0; i < 1000; ++i) {
-        qe::qeBBox box = RandomBox(random);
-        if (i % 3 == 0) box.Min[i % 2] = nan;
-        if (i % 5 == 0) box.Max[2] = inf;
-        if (i % 7 == 0) box = qe::qeBBox();
-        cases.back().boxes.push_back(box);
-    }
-    for (const Case& c : cases) {
-        qe::qeBVHPrimitiveContainer container;
-        for (const qe::qeBBox& box : c.boxes) container.add(box);
-        for (const auto method :
-             {qe::qeLinearGenericBVHBuilder::SPLIT_BINNED_SAH, qe::qeLinearGenericBVHBuilder::SPLIT_MEDIAN}) {
-            qe::qeGenericBVH bvh;
-            ASSERT_TRUE(qe::qeLinearGenericBVHBuilder::build(container, bvh, nullptr, 10, method)) << c.name;
-            std::string why;
-            EXPECT_TRUE(bvh.validate(container.size(), &why)) << c.name << ": " << why;
-            for (const qe::qeBVHNode& node : bvh.getNodes()) {
-                if (node.isLeaf()) {
-                    EXPECT_LE(node.primitiveCount(), 10u) << c.name;
-                }
-            }
-            EXPECT_LE(bvh.computeDepth(), 64u) << c.name;
-        }
-    }
-    // Nothing to build, and cancellation, leave an empty tree.
-    qe::qeBVHPrimitiveContainer empty;
-    qe::qeGenericBVH bvh;
-    EXPECT_FALSE(qe::qeLinearGenericBVHBuilder::build(empty, bvh, nullptr, 10));
-    EXPECT_TRUE(bvh.isEmpty());
-    bool cancelled = true;
-    const qe::qeCancelInterfaceProxyReadOnly cancel(cancelled);
-    qe::qeBVHPrimitiveContainer container;
-    for (int i = 0; i < 5000; ++i) container.add(RandomBox(random));
-    EXPECT_FALSE(qe::qeLinearGenericBVHBuilder::build(container, bvh, &cancel, 10));
-    EXPECT_TRUE(bvh.isEmpty());
-}
-
-// A hook that runs the tasks on two threads besides the caller, the last
-// index first, so that no result can lean on the order of the tasks.
-void RunOnThreeThreads(size_t count, const std::function<void(size_t)>& task) {
-    std::atomic<size_t> taken{0};
-    const auto work = [&]() {
-        for (size_t k; (k = taken.fetch_add(1)) < count;) task(count - 1 - k);
-    };
-    std::thread a(work), b(work);
-    work();
-    a.join();
-    b.join();
-}
-
-TEST(Platform, BuilderMakesTheSameTreeThroughAParallelHook) {
-    std::mt19937 random(11);
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    std::vector<std::pair<const char*, std::vector<qe::qeBBox>>> cases;
-    // The pinned boxes, shifted copies side by side: clusters at every level.
-    cases.push_back({"pinned copies", {}});
-    for (int copy = 0; copy < 4; ++copy)
-        for (qe::qeBBox box : PinnedBoxes()) {
-            box.Min[0] += 9.0f * static_cast<float>(copy);
-            box.Max[0] += 9.0f * static_cast<float>(copy);
-            cases.back().second.push_back(box);
-        }
-    // Equal centres, signed zeros and NaN: splits by count, and bounds whose
-    // bits depend on which box came first.
-    cases.push_back({"degenerate", {}});
-    // More than one chunk of the builder's first passes.
-    for (int i = 0; i < 140000; ++i) {
-        qe::qeBBox box = i % 4 == 0 ? qe::qeBBox(V3(1, 1, 1), V3(2, 2, 2)) : RandomBox(random);
-        // Nothing below y = 0 but zeros of either sign.
-        box.Min[1] = std::fabs(box.Min[1]);
-        box.Max[1] = std::fabs(box.Max[1]) + box.Min[1];
-        if (i % 6 == 1) box.Min[1] = i % 5 ? -0.0f : 0.0f;
-        if (i % 6 == 2) box.Min[1] = 0.0f, box.Max[1] = -0.0f;
-        if (i % 13 == 0) box.Min[2] = nan;
-        cases.back().second.push_back(box);
-    }
-    for (const auto& c : cases) {
-        qe::qeBVHPrimitiveContainer container;
-        for (const qe::qeBBox& box : c.second) container.add(box);
-        for (const auto method :
-             {qe::qeLinearGenericBVHBuilder::SPLIT_BINNED_SAH, qe::qeLinearGenericBVHBuilder::SPLIT_MEDIAN})
-            for (const uint32_t leafSize : {1u, 10u}) {
-                qe::qeGenericBVH serial, parallel;
-                ASSERT_TRUE(qe::qeLinearGenericBVHBuilder::build(container, serial, nullptr, leafSize, method));
-                ASSERT_TRUE(qe::qeLinearGenericBVHBuilder::build(container, parallel, nullptr, leafSize, method,
-                                                                 RunOnThreeThreads));
-                ASSERT_EQ(serial.getNodes().size(), parallel.getNodes().size()) << c.first;
-                EXPECT_EQ(std::memcmp(serial.getNodes().data(), parallel.getNodes().data(),
-                                      serial.getNodes().size() * sizeof(qe::qeBVHNode)),
-                          0)
-                    << c.first << " method " << method << " leaves of " << leafSize;
-                EXPECT_EQ(serial.getPrimitives(), parallel.getPrimitives()) << c.first;
-            }
-    }
 }
 
 }  // namespace

@@ -1,29 +1,19 @@
 // From hidden intervals to drawable polylines: the visible pieces of a set,
 // welding of equal vertices, chaining, and the straight and circular
 // stretches found along the chains.
-#include <cmath>
 #include <limits>
 #include <set>
 
-#include <gtest/gtest.h>
-
 #include "TestSupport.h"
-#include "ctr/LineSegmentSet.h"
 
 namespace {
 
+using ctr_test::Indices;
+using ctr_test::LineSet;
 using V3 = Wm4::Vector3<float>;
 using ctr::LineSegmentSet;
 using SetPointer = qe::qePointer<LineSegmentSet>;
 using Segments = std::vector<std::pair<V3, V3>>;
-
-SetPointer LineSet(const std::vector<V3>& positions, const std::vector<unsigned>& indices) {
-    SetPointer set = new LineSegmentSet;
-    set->VBuffer = ctr_test::MakeMesh(positions, {})->VBuffer;
-    set->IBuffer = new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_LINE_LIST);
-    std::copy(indices.begin(), indices.end(), set->IBuffer->GetData());
-    return set;
-}
 
 Segments Geometry(const LineSegmentSet& set) {
     Segments out;
@@ -32,10 +22,6 @@ Segments Geometry(const LineSegmentSet& set) {
         out.emplace_back(set.VBuffer->Position3(static_cast<int>(indices[2 * s])),
                          set.VBuffer->Position3(static_cast<int>(indices[2 * s + 1])));
     return out;
-}
-
-std::vector<unsigned> Indices(const LineSegmentSet& set) {
-    return std::vector<unsigned>(set.IBuffer->GetData(), set.IBuffer->GetData() + set.IBuffer->GetIndexQuantity());
 }
 
 ctr::RationalInterval Interval(int64_t sn, int64_t sd, int64_t en, int64_t ed) { return {sn, sd, en, ed}; }
@@ -92,37 +78,6 @@ TEST(VisibleSegments, ClippedEndsAndPerspectiveCuts) {
     baked = LineSegmentSet::BakeVisibleSegments(set);
     ASSERT_NE(baked, nullptr);
     EXPECT_EQ(Geometry(*baked), (Segments{{V3(0, 0, 0), V3(2, 0, 0)}}));
-}
-
-TEST(FilteredVertices, WeldsExactlyEqualPositionsOnly) {
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const float above1 = std::nextafter(1.0f, 2.0f);
-    // Vertices 1 and 2 are equal (-0 and +0 alike), vertex 4 is one unit in
-    // the last place off vertex 3, vertices 5 and 6 share NaN bits, vertex 7
-    // is used by no segment; the odd last index is ignored.
-    SetPointer set = LineSet({V3(2, 0, 0), V3(1, 0, 0), V3(1, -0.0f, 0), V3(1, 1, 0), V3(1, above1, 0), V3(nan, 0, 0),
-                              V3(nan, 0, 0), V3(0, 0, 0)},
-                             {0, 1, 2, 3, 3, 4, 5, 6, 7});
-    std::vector<unsigned> remap;
-    qe::qePointer<qe::qeVertexBuffer> filtered;
-    LineSegmentSet::CreateFilteredVertexBuffer(*set->VBuffer, *set->IBuffer, filtered, remap);
-    ASSERT_NE(filtered, nullptr);
-    ASSERT_EQ(filtered->GetVertexQuantity(), 6);
-    EXPECT_EQ(remap[1], remap[2]);
-    EXPECT_NE(remap[3], remap[4]);
-    EXPECT_NE(remap[5], remap[6]);
-    EXPECT_EQ(remap[7], 0u);
-    // Numbered by position.
-    EXPECT_LT(remap[1], remap[3]);
-    EXPECT_LT(remap[3], remap[4]);
-    EXPECT_LT(remap[4], remap[0]);
-    for (unsigned v : {0u, 1u, 3u, 4u})
-        EXPECT_EQ(filtered->Position3(static_cast<int>(remap[v])), set->VBuffer->Position3(static_cast<int>(v)));
-
-    LineSegmentSet::CreateFilteredVertexBufferPatched(*set->VBuffer, *set->IBuffer, filtered);
-    const std::vector<unsigned> patched = Indices(*set);
-    EXPECT_EQ(patched, (std::vector<unsigned>{remap[0], remap[1], remap[1], remap[3], remap[3], remap[4], remap[5],
-                                              remap[6], 0u}));
 }
 
 // The polylines as vertex sequences, each from its head record through its
@@ -213,14 +168,6 @@ TEST(Polylines, FindsArcsAndLines) {
     EXPECT_EQ(polylines->segmentFlags, std::vector<bool>(3, true));
     EXPECT_EQ(polylines->VBuffer->GetVertexQuantity(), 4);
     EXPECT_EQ(Chains(*polylines, arcs).size(), 1u);
-
-    // Reversing a stretch turns indices and flags around.
-    polylines->segmentFlags = {true, false, false};
-    std::vector<unsigned> before = Indices(*polylines);
-    arcs[0].reverseIndexBuffer(polylines->IBuffer->GetData(), &polylines->segmentFlags, nullptr);
-    std::reverse(before.begin(), before.end());
-    EXPECT_EQ(Indices(*polylines), before);
-    EXPECT_EQ(polylines->segmentFlags, (std::vector<bool>{false, false, true}));
 
     // Nothing to chain.
     EXPECT_EQ(SetPointer(LineSegmentSet::BuildPolylines(*LineSet({V3(0, 0, 0)}, {0}), arcs, true)), nullptr);

@@ -1,20 +1,13 @@
 // The camera, clipping and quantisation of the discrete projection space, and
 // the float-to-integer conversions and fraction comparison beneath it.
-#include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <iterator>
 #include <limits>
-#include <ostream>
 #include <random>
 #include <tuple>
 #include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
-#include "ctr/DiscreteProjectionSpace.h"
 #include "exact/Exact.h"
 
 namespace {
@@ -24,8 +17,6 @@ using V4 = Wm4::Vector4<float>;
 using Polygon = std::vector<V4>;
 using ctr::BakedVertex;
 
-constexpr float kInf = std::numeric_limits<float>::infinity();
-constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr unsigned int kCapacity = ctr::DiscreteProjectionSpace::kMaxClipVertices;
 
 // Grid coordinates must stay in [0, getGridLimit(axis)] whatever the camera.
@@ -80,25 +71,6 @@ TriangleResult ClipTriangle(const ctr::DiscreteProjectionSpace& space, const V4&
     return r;
 }
 
-unsigned int CodeOf(unsigned int codes, unsigned int vertex) { return (codes >> (2 * vertex)) & 3u; }
-
-// How many result vertices carry each code 0..3.
-std::vector<unsigned int> CodeCounts(const TriangleResult& r) {
-    std::vector<unsigned int> counts(4, 0);
-    for (unsigned int i = 0; i < r.count; ++i) ++counts[CodeOf(r.codes, i)];
-    return counts;
-}
-
-TEST(ProjectionSpace, DefaultScalesAndCorners) {
-    // Identity matrices: the 20-bit range 2^20 - 1 spans the cube, 2 wide, at
-    // the exact scale 524287.5; the centre truncates to 524287. A homogeneous
-    // point is divided by its w first.
-    const ctr::DiscreteProjectionSpace space;
-    EXPECT_EQ(space.getDiscreteScale(), V3(524287.5f, 524287.5f, 524287.5f));
-    EXPECT_EQ(space.quantizeClipPoint(V4(0, 0, 0, 1)), (BakedVertex{524287, 524287, 524287}));
-    EXPECT_EQ(space.quantizeClipPoint(V4(2, -2, 0, 2)), (BakedVertex{1048575, 0, 524287}));
-}
-
 TEST(ProjectionSpace, VoxelBitSizes) {
     // The bound is zBits + 2 * xyBits <= 59, with more than one bit per axis.
     // The last two refused pairs sum to 2^32 + 2 and 2^32 + 9, which wrap to
@@ -130,33 +102,6 @@ TEST(ProjectionSpace, VoxelBitSizes) {
     EXPECT_EQ(deep.quantizeClipPoint(V4(1, 1, 1, 1)), (BakedVertex{3, 3, std::numeric_limits<int32_t>::max()}));
 }
 
-TEST(ProjectionSpace, LongerSideGetsTheWholeRange) {
-    // A view 4 wide and 2 high: x gets the range 1048575 and y half of it,
-    // both exact, so a grid step is the same world length on both axes, bit
-    // for bit (the inverse scales differ by exactly a power of two).
-    ctr::DiscreteProjectionSpace space;
-    const ctr_test::CameraMatrices camera =
-        ctr_test::OrthoMatrices(V3(0, 0, 5), V3(0, 0, 0), V3(0, 1, 0), 2.0f, 1.0f, 0.1f, 100.0f);
-    space.setViewProjection(camera.worldToClip, camera.clipToWorld);
-    space.updateRatios();
-    EXPECT_EQ(space.getDiscreteScale()[0], 524287.5f);
-    EXPECT_EQ(space.getDiscreteScale()[1], 262143.75f);
-    EXPECT_EQ(space.getDiscreteInvScale()[0] * 2.0f, space.getDiscreteInvScale()[1]);
-    // World (1, 0.5) is NDC (0.5, 0.5): grid 786431.25 and 393215.625.
-    const EdgeResult r = ClipEdge(space, V3(1, 0.5f, 0), V3(2, 1, 0));
-    EXPECT_EQ(std::make_pair(r.a.x, r.a.y), std::make_pair(786431, 393215));
-
-    // A tall view takes the other branch; an extremely flat one would give y
-    // less than one unit and keeps 1.
-    ctr::DiscreteProjectionSpace tall, flat;
-    ctr_test::PerspectiveCamera(tall, V3(0, 0, 10), V3(0, 0, 0), 40.0f, 0.5f);
-    EXPECT_EQ(tall.getDiscreteScale()[1], 524287.5f);
-    EXPECT_NEAR(tall.getDiscreteScale()[0], 524287.5f / 2.0f, 1.0f);
-    ctr_test::OrthoCamera(flat, V3(0, 0, 5), V3(0, 0, 0), 1.0e6f, 1.0e-3f);
-    EXPECT_EQ(flat.getDiscreteScale()[1], 0.5f);
-    EXPECT_EQ(flat.quantizeClipPoint(V4(0, 1, 0, 1)).y, 1);
-}
-
 // With the default identity camera a world point is its own clip point with
 // w = 1; the coordinates below make every float step exact.
 TEST(ProjectionClipEdge, RejectionAndCutsMeasuredOnTheGivenEdge) {
@@ -181,26 +126,6 @@ TEST(ProjectionClipEdge, RejectionAndCutsMeasuredOnTheGivenEdge) {
               (EdgeResult{0.5f, 17.0f / 32.0f, {0, 524287, 786431}, {262143, 1048575, 786431}, 1, 1}));
     EXPECT_EQ(ClipEdge(space, V3(7, 16, 0.5f), V3(-9, -16, 0.5f)),
               (EdgeResult{15.0f / 32.0f, 0.5f, {262143, 1048575, 786431}, {0, 524287, 786431}, 1, 1}));
-}
-
-TEST(ProjectionClipEdge, PerspectiveDepthAndW) {
-    // Eye at the origin looking down -z, near 1, far 100: clip w is the
-    // distance in front of the eye, and smaller z is nearer.
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::PerspectiveCamera(space, V3(0, 0, 0), V3(0, 0, -1), 60.0f, 1.0f, 1.0f, 100.0f);
-    EdgeResult r = ClipEdge(space, V3(0, 0, -2), V3(0.5f, 0.25f, -50));
-    EXPECT_EQ(std::make_tuple(r.tA, r.tB, r.wA, r.wB), std::make_tuple(0.0f, 1.0f, 2.0f, 50.0f));
-    EXPECT_LT(r.a.z, r.b.z);
-
-    // From behind the eye (w = -1) to beyond the far plane (w = 200): cut at
-    // depths 1 and 100, t = 2/201 and 101/201, the ends of the depth range.
-    r = ClipEdge(space, V3(0, 0, 1), V3(0, 0, -200));
-    EXPECT_NEAR(r.tA, 2.0f / 201.0f, 1e-6f);
-    EXPECT_NEAR(r.tB, 101.0f / 201.0f, 1e-6f);
-    EXPECT_NEAR(r.wA, 1.0f, 1e-5f);
-    EXPECT_NEAR(r.wB, 100.0f, 1e-3f);
-    EXPECT_TRUE(r.a.z <= 1 && r.b.z >= 1048575 - 1) << r.a.z << " " << r.b.z;
-    EXPECT_TRUE(IsRejected(ClipEdge(space, V3(0, 0, 1), V3(0.5f, 0, 3))));  // wholly behind the eye
 }
 
 // Random edges before a perspective camera, so that w varies strongly along
@@ -266,25 +191,6 @@ TEST(ProjectionClipTriangle, InsideOneCornerOutAndRejection) {
     for (const auto& t : rejected) EXPECT_FALSE(ClipTriangle(space, t[0], t[1], t[2]).kept);
 }
 
-TEST(ProjectionClipTriangle, ManyPlanes) {
-    // The cube's section by x + y + z = 0 is the hexagon with corners (1, -1,
-    // 0) and permutations. Scaling three alternate corners by 1.5 gives a
-    // triangle whose edges each cut off one of the other three: 9 corners,
-    // six edges on planes and one piece of each triangle edge.
-    const ctr::DiscreteProjectionSpace space;
-    TriangleResult r = ClipTriangle(space, V4(1.5f, -1.5f, 0, 1), V4(0, 1.5f, -1.5f, 1), V4(-1.5f, 0, 1.5f, 1));
-    ASSERT_TRUE(r.kept && r.count == 9u) << r.count;
-    EXPECT_EQ(CodeCounts(r), (std::vector<unsigned int>{6, 1, 1, 1}));
-    for (const V4& p : r.polygon) {
-        EXPECT_EQ(p[3], 1.0f);
-        for (int axis = 0; axis < 3; ++axis) EXPECT_LE(std::fabs(p[axis]), 1.0f + 1e-6f);
-        EXPECT_NEAR(p[0] + p[1] + p[2], 0.0f, 1e-6f);
-    }
-    // A much larger triangle covers the whole hexagon: six corners on planes.
-    r = ClipTriangle(space, V4(10, -5, -5, 1), V4(-5, 10, -5, 1), V4(-5, -5, 10, 1));
-    EXPECT_TRUE(r.kept && r.count == 6u && r.codes == 0u);
-}
-
 // Baking skips the clipper for triangles whose corners are inside every
 // plane, so the per-point plane bits must agree with what the clipper does:
 // no bits on any corner means the triangle comes back untouched, and a bit
@@ -339,102 +245,6 @@ TEST(ProjectionClipTriangle, OutsidePlaneBitsAgreeWithTheClipper) {
     }
     EXPECT_GT(untouched, 100u);
     EXPECT_GT(clipped, 100u);
-}
-
-TEST(ProjectionClipTriangle, CornerBehindTheViewer) {
-    // C has w = -1: the image of the edges to C runs off to infinity and
-    // comes back from the other side, so the projected corners do not bound
-    // it. Homogeneous clipping keeps only the part with w > 0.
-    const ctr::DiscreteProjectionSpace space;
-    const V4 a(0, 0, 0, 1), b(0.5f, 0, 0, 1), c(0.5f, 0.25f, 0, -1);
-    const TriangleResult r = ClipTriangle(space, a, b, c);
-    ASSERT_TRUE(r.kept && r.count >= 3 && r.count <= kCapacity) << r.count;
-    for (const V4& p : r.polygon) {
-        EXPECT_GT(p[3], 0.0f);
-        for (int axis = 0; axis < 3; ++axis) EXPECT_LE(std::fabs(p[axis]), p[3] * (1.0f + 1e-6f));
-    }
-    EXPECT_NE(std::find(r.polygon.begin(), r.polygon.end(), a), r.polygon.end());
-    EXPECT_NE(std::find(r.polygon.begin(), r.polygon.end(), b), r.polygon.end());
-    // Each source edge keeps one piece (A->B whole, B->C for t <= 1/4, C->A
-    // near A); the rest of the boundary lies on planes.
-    const std::vector<unsigned int> counts = CodeCounts(r);
-    EXPECT_EQ(std::vector<unsigned int>(counts.begin() + 1, counts.end()), (std::vector<unsigned int>{1, 1, 1}));
-    for (unsigned int i = 0; i < r.count; ++i) {
-        EXPECT_TRUE(r.polygon[i] != a || CodeOf(r.codes, i) == 1u);
-        EXPECT_TRUE(r.polygon[i] != b || CodeOf(r.codes, i) == 2u);
-    }
-}
-
-// Degenerate cameras: nothing guards the matrices, so scales and clip points
-// may be infinite or NaN. Nothing may crash or invoke undefined behaviour, and
-// whatever reaches the grid stays on it.
-Wm4::Matrix4<float> IdentityWith(int row, int column, float value) {
-    Wm4::Matrix4<float> m(false);
-    m[row][column] = value;
-    return m;
-}
-
-Wm4::Matrix4<float> Filled(float value) {
-    Wm4::Matrix4<float> m;
-    std::fill_n(static_cast<float*>(m), 16, value);
-    return m;
-}
-
-void ExerciseEverything(ctr::DiscreteProjectionSpace& space, const Wm4::Matrix4<float>& worldToClip,
-                        const Wm4::Matrix4<float>& clipToWorld) {
-    space.setViewProjection(worldToClip, clipToWorld);
-    space.updateRatios();
-    static const V3 points[] = {V3(0, 0, 0),    V3(0.5f, -0.25f, 0.75f), V3(3, -2, 7),   V3(1e30f, -1e30f, 1e30f),
-                                V3(kInf, 0, 0), V3(kNaN, 1, 1),          V3(-1, -1, -1), V3(1, 1, 1)};
-    const auto clip = [&](const V3& p) { return V4(p[0], p[1], p[2], 1.0f) * space.getWorldToClip(); };
-    for (const V3& a : points)
-        for (const V3& b : points) {
-            const EdgeResult r = ClipEdge(space, a, b);
-            if (IsRejected(r)) continue;
-            ExpectOnGrid(space, r.a);
-            ExpectOnGrid(space, r.b);
-        }
-    for (size_t i = 0; i + 2 < std::size(points); ++i) {
-        const TriangleResult r = ClipTriangle(space, clip(points[i]), clip(points[i + 1]), clip(points[i + 2]));
-        ASSERT_TRUE(!r.kept || r.count <= kCapacity);
-        for (const V4& p : r.polygon) ExpectOnGrid(space, space.quantizeClipPoint(p));
-    }
-    for (float scaled : {kNaN, kInf, -kInf, 3e9f, -3e9f, -0.5f})
-        ExpectOnGrid(
-            space, {space.quantizeScaled(scaled, 0), space.quantizeScaled(scaled, 1), space.quantizeScaled(scaled, 2)});
-    (void)space.discreteToWorld(0, space.getGridLimit(1), space.getGridLimit(2));
-}
-
-TEST(ProjectionDegenerate, NoCrashAndOnGrid) {
-    const Wm4::Matrix4<float> identity(false), zero(true);
-    std::vector<Wm4::Matrix4<float>> cameras{zero, Filled(kNaN), Filled(kInf), Filled(1e38f), IdentityWith(0, 0, kInf)};
-    for (const float w : {kNaN, -kInf, 1e-38f, 0.0f}) cameras.push_back(IdentityWith(3, 3, w));
-    const unsigned int bitSizes[][2] = {{20, 20}, {28, 3}, {2, 55}};
-    for (size_t c = 0; c < std::size(cameras); ++c)
-        for (const auto& bits : bitSizes) {
-            SCOPED_TRACE(testing::Message() << "camera " << c << ", bits " << bits[0] << "/" << bits[1]);
-            ctr::DiscreteProjectionSpace space;
-            // 20/20, the default, exceeds the budget that setVoxelBitSize applies.
-            ASSERT_TRUE(bits[0] == 20 || space.setVoxelBitSize(bits[0], bits[1]));
-            ExerciseEverything(space, cameras[c], cameras[c]);
-            ExerciseEverything(space, cameras[c], identity);
-            ExerciseEverything(space, identity, cameras[c]);
-        }
-
-    // A zero clipToWorld gives NaN frustum sizes. NaN >= NaN is false, so y
-    // takes the whole range and x gets NaN, which passes the lower bound of 1
-    // and quantises x to 0.
-    ctr::DiscreteProjectionSpace space;
-    space.setViewProjection(identity, zero);
-    space.updateRatios();
-    EXPECT_TRUE(std::isnan(space.getDiscreteScale()[0]));
-    EXPECT_EQ(space.getDiscreteScale()[1], 524287.5f);
-    EXPECT_EQ(ClipEdge(space, V3(1, 1, 1), V3(-1, -1, -1)).a, (BakedVertex{0, 1048575, 1048575}));
-    // A zero worldToClip sends every point to (0, 0, 0, 0), which no strict
-    // plane test calls outside; its quantisation 0/0 is NaN and gives 0.
-    space.setViewProjection(zero, identity);
-    space.updateRatios();
-    EXPECT_EQ(ClipEdge(space, V3(1, 2, 3), V3(4, 5, 6)), (EdgeResult{0, 1, {0, 0, 0}, {0, 0, 0}, 0, 0}));
 }
 
 }  // namespace

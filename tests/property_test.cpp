@@ -4,22 +4,14 @@
 // or listing the triangles and meshes in another order draws the same
 // lines. Each property runs on carried models and on seeded random scenes of
 // solids passing through each other.
-#include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdint>
 #include <map>
 #include <random>
-#include <string>
 #include <tuple>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "ctr/drawing/ModelImport.h"
 #include "OcclusionReference.h"
 #include "TestSupport.h"
-#include "ctr/GeometricFeaturesGenerator.h"
 
 namespace {
 
@@ -428,83 +420,6 @@ TEST(DrawingProperties, AnOccluderBehindEverythingOrOutOfViewChangesNothing) {
             with.occluders.push_back(occluder);
             ExpectIdentical(before, Draw(with), scene.name + ", " + what);
         }
-    }
-}
-
-TEST(DrawingProperties, ScalingSceneAndCameraByAPowerOfTwoDrawsTheSameLines) {
-    for (const Scene& scene : Scenes()) {
-        const Drawing before = Draw(scene);
-        for (const int k : {-3, 5}) {
-            const float f = std::ldexp(1.0f, k);
-            Scene scaled = scene;
-            for (Mesh& m : scaled.meshes)
-                for (V3& p : m.positions) p *= f;
-            // Clip coordinates stay bit for bit: (x f)(m / f) = x m exactly.
-            for (int i = 0; i < 4; ++i)
-                for (int j = 0; j < 3; ++j) scaled.camera.worldToClip[j][i] /= f, scaled.camera.clipToWorld[i][j] *= f;
-            const Drawing after = Draw(scaled);
-            const auto grow = [f](const V3& p) { return p * f; };
-            const std::string what = scene.name + " scaled by 2^" + std::to_string(k);
-            ExpectSameList(FeatureSegments(before, grow), FeatureSegments(after), what);
-            ExpectSameList(IntersectionPieces(before), IntersectionPieces(after), what + ", intersections");
-        }
-    }
-}
-
-// Coordinates on a grid of 2^-10 within +-4, and a parallel camera whose
-// matrix entries have few bits (shears, a power-of-two scale): every product
-// and sum from world to clip space is exact, so translating the scene and
-// folding the inverse translation into the camera gives the same clip
-// coordinates bit for bit.
-TEST(DrawingProperties, TranslatingSceneAndCameraDrawsTheSameLines) {
-    const auto dyadic = [](float x) { return std::ldexp(std::nearbyint(std::ldexp(x, 10)), -10); };
-    // A = L U with unit-diagonal dyadic shears, so A^-1 is dyadic too.
-    const double L[3][3] = {{1, 0, 0}, {0.5, 1, 0}, {-0.25, 0.75, 1}},
-                 U[3][3] = {{1, -0.5, 0.25}, {0, 1, 0.5}, {0, 0, 1}};
-    double A[3][3] = {}, Li[3][3] = {}, Ui[3][3] = {}, Ai[3][3] = {};
-    for (int i = 0; i < 3; ++i) {
-        Li[i][i] = Ui[i][i] = 1;
-        for (int j = 0; j < 3; ++j)
-            for (int k = 0; k < 3; ++k) A[i][j] += L[i][k] * U[k][j];
-    }
-    // Unit triangular inverses by substitution, then A^-1 = U^-1 L^-1.
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < i; ++j) {
-            for (int k = j; k < i; ++k) Li[i][j] -= L[i][k] * Li[k][j];
-            for (int k = j; k < i; ++k) Ui[j][i] -= Ui[j][k] * U[k][i];
-        }
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j)
-            for (int k = 0; k < 3; ++k) Ai[i][j] += Ui[i][k] * Li[k][j];
-    const auto camera = [&](const V3& centre) {
-        // clip = (p - centre) A / 8; world = clip 8 A^-1 + centre.
-        ctr_test::CameraMatrices m{M4(), M4()};
-        for (int i = 0; i < 4; ++i)
-            for (int j = 0; j < 4; ++j) m.worldToClip[i][j] = m.clipToWorld[i][j] = i == j ? 1.0f : 0.0f;
-        for (int i = 0; i < 3; ++i)
-            for (int j = 0; j < 3; ++j) {
-                m.worldToClip[i][j] = float(A[i][j] / 8);
-                m.clipToWorld[i][j] = float(Ai[i][j] * 8);
-                m.worldToClip[3][j] -= float(centre[i] * A[i][j] / 8);
-            }
-        for (int j = 0; j < 3; ++j) m.clipToWorld[3][j] = centre[j];
-        return m;
-    };
-    for (Scene scene : Scenes()) {
-        for (Mesh& m : scene.meshes)
-            for (V3& p : m.positions)
-                for (int c = 0; c < 3; ++c) p[c] = dyadic((p[c] - scene.centre[c]) * 3 / scene.radius);
-        scene.camera = camera(V3(0, 0, 0));
-        const Drawing before = Draw(scene);
-        const V3 shift(dyadic(1.375f), dyadic(-0.6f), dyadic(2.1f));
-        Scene moved = scene;
-        for (Mesh& m : moved.meshes)
-            for (V3& p : m.positions) p += shift;
-        moved.camera = camera(shift);
-        const Drawing after = Draw(moved);
-        ExpectSameList(FeatureSegments(before, [&shift](const V3& p) { return p + shift; }), FeatureSegments(after),
-                       scene.name);
-        ExpectSameList(IntersectionPieces(before), IntersectionPieces(after), scene.name + ", intersections");
     }
 }
 

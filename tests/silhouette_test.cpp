@@ -1,31 +1,19 @@
 // Silhouette edges of baked meshes, checked against the facing of the source
 // triangles seen from the eye, and the removal of segments common to two sets.
-#include <algorithm>
-#include <cmath>
 #include <map>
 #include <set>
 
-#include <gtest/gtest.h>
-
 #include "TestSupport.h"
-#include "ctr/BakedTriangles.h"
-#include "ctr/LineSegmentSet.h"
 
 namespace {
 
+using ctr_test::Bake;
+using ctr_test::Indices;
 using V3 = Wm4::Vector3<float>;
 using ctr::LineSegmentSet;
 using Edge = std::pair<unsigned, unsigned>;
 using SetPointer = qe::qePointer<LineSegmentSet>;
 using MeshPointer = qe::qePointer<qe::qeTriMesh>;
-
-ctr::BakedTriangles Bake(const ctr::DiscreteProjectionSpace& space, const std::vector<const qe::qeTriMesh*>& meshes) {
-    ctr::BakedTriangles baked;
-    baked.setProjectionSpace(&space);
-    baked.setMeshes(meshes);
-    baked.initialize();
-    return baked;
-}
 
 // The sets of every mesh, owned here, with null entries kept.
 std::vector<SetPointer> Silhouettes(const ctr::BakedTriangles& baked) {
@@ -113,40 +101,6 @@ TEST(SilhouetteEdges, ClosedConvexMeshFoldsBetweenFrontAndBackFaces) {
     }
 }
 
-TEST(SilhouetteEdges, OpenMeshesGiveTheirBordersWhicheverWayTheyFace) {
-    // A triangle facing the eye and one facing away: each mesh its own entry,
-    // indexed in its own vertex buffer. Interior edges of open meshes are
-    // checked with the quads below.
-    const MeshPointer facing =
-        ctr_test::MakeMesh({V3(-1.0f, -1.0f, 0.0f), V3(0.0f, -1.0f, 0.2f), V3(-1.0f, 0.0f, 0.0f)}, {0, 1, 2});
-    const MeshPointer away =
-        ctr_test::MakeMesh({V3(0.2f, 0.3f, 0.0f), V3(1.0f, 0.9f, 0.1f), V3(1.1f, 0.2f, 0.0f)}, {0, 1, 2});
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::PerspectiveCamera(space, V3(0.4f, 0.3f, 4.0f), V3(0.0f, -0.2f, 0.0f));
-    const std::vector<SetPointer> sets = Silhouettes(Bake(space, {facing, away}));
-    ASSERT_TRUE(sets.size() == 2 && sets[0] && sets[1]);
-    const std::set<Edge> triangle{{0, 1}, {0, 2}, {1, 2}};
-    EXPECT_EQ(Undirected(*sets[0]), triangle);
-    EXPECT_EQ(Undirected(*sets[1]), triangle);
-}
-
-TEST(SilhouetteEdges, WindingAndSplitVerticesDoNotOpenInteriorEdges) {
-    // Both quads face the eye. The first has its triangles wound opposite
-    // ways around a shared edge; the second repeats the diagonal's vertices.
-    const MeshPointer mixed =
-        ctr_test::MakeMesh({V3(-1.0f, -1.0f, 0.0f), V3(0.0f, -1.0f, 0.0f), V3(-1.0f, 0.0f, 0.0f), V3(0.0f, 0.0f, 0.1f)},
-                           {0, 1, 2, 1, 2, 3});
-    const MeshPointer split = ctr_test::MakeMesh({V3(0.2f, 0.2f, 0.0f), V3(1.0f, 0.2f, 0.0f), V3(0.2f, 1.0f, 0.0f),
-                                                  V3(1.0f, 0.2f, 0.0f), V3(1.0f, 1.0f, -0.1f), V3(0.2f, 1.0f, 0.0f)},
-                                                 {0, 1, 2, 3, 4, 5});
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::PerspectiveCamera(space, V3(0.1f, 0.2f, 4.0f), V3(0.0f, 0.0f, 0.0f));
-    const std::vector<SetPointer> sets = Silhouettes(Bake(space, {mixed, split}));
-    ASSERT_TRUE(sets.size() == 2 && sets[0] && sets[1]);
-    EXPECT_EQ(Undirected(*sets[0]), (std::set<Edge>{{0, 1}, {0, 2}, {1, 3}, {2, 3}}));
-    EXPECT_EQ(Undirected(*sets[1]), (std::set<Edge>{{0, 1}, {0, 2}, {3, 4}, {4, 5}}));
-}
-
 TEST(SilhouetteEdges, ClippedTrianglesGiveWholeSourceEdges) {
     // Vertex 3 lies far right of the view: triangle 1 3 2 is cut into a fan
     // whose side on the clip plane and whose diagonal are no mesh edges.
@@ -161,62 +115,10 @@ TEST(SilhouetteEdges, ClippedTrianglesGiveWholeSourceEdges) {
         ctr_test::PerspectiveCamera(space, V3(0.0f, 0.0f, side), V3(0.0f, 0.0f, 0.0f));
         const ctr::BakedTriangles baked = Bake(space, {quad});
         ASSERT_FALSE(baked.getMeshClipRecords()[0].empty());
-        std::vector<SetPointer> sets = Silhouettes(baked);
+        const std::vector<SetPointer> sets = Silhouettes(baked);
         ASSERT_TRUE(sets.size() == 1 && sets[0]);
         EXPECT_EQ(Undirected(*sets[0]), borders);
-
-        // Changed behind the baking's back, the source triangle is no longer
-        // readable: its edges go, the unclipped triangle's stay.
-        const qe::qePointer<qe::qeIndexBuffer> original = quad->IBuffer;
-        const unsigned broken[] = {0, 1, 2, 1, 99, 2};
-        for (const int count : {6, 0}) {
-            quad->IBuffer = new qe::qeIndexBuffer(count, qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
-            std::copy_n(broken, count, quad->IBuffer->GetData());
-            sets = Silhouettes(baked);
-            ASSERT_TRUE(sets.size() == 1 && sets[0]);
-            EXPECT_EQ(Undirected(*sets[0]), (std::set<Edge>{{0, 1}, {0, 2}}));
-        }
-        quad->IBuffer = original;
     }
-}
-
-TEST(SilhouetteEdges, EmptyResultsAndRefusedCalls) {
-    const MeshPointer inView = ctr_test::MakeMesh({V3(0, 0, 0), V3(0.5f, 0, 0), V3(0, 0.5f, 0)}, {0, 1, 2});
-    const MeshPointer behind = ctr_test::MakeMesh({V3(0, 0, 9), V3(0.5f, 0, 9), V3(0, 0.5f, 9)}, {0, 1, 2});
-    ctr::DiscreteProjectionSpace space;
-    ctr_test::PerspectiveCamera(space, V3(0.0f, 0.0f, 4.0f), V3(0.0f, 0.0f, 0.0f));
-    const std::vector<SetPointer> sets = Silhouettes(Bake(space, {behind, inView}));
-    ASSERT_EQ(sets.size(), 2u);
-    EXPECT_TRUE(!sets[0] && sets[1]);
-
-    // A non-empty vector is refused as it is.
-    const SetPointer existing = new LineSegmentSet;
-    std::vector<LineSegmentSet*> used{existing.get()};
-    EXPECT_FALSE(Bake(space, {inView}).computeSilhouetteEdges(used));
-    EXPECT_EQ(used, std::vector<LineSegmentSet*>{existing.get()});
-    // No mesh, or no baked triangle in any mesh.
-    std::vector<LineSegmentSet*> out;
-    EXPECT_FALSE(Bake(space, {}).computeSilhouetteEdges(out));
-    EXPECT_TRUE(out.empty());
-    EXPECT_FALSE(Bake(space, {behind, nullptr}).computeSilhouetteEdges(out));
-    EXPECT_EQ(out, (std::vector<LineSegmentSet*>{nullptr, nullptr}));
-}
-
-// A set over its own copy of the points.
-SetPointer MakeSet(const std::vector<V3>& points, const std::vector<unsigned>& indices) {
-    SetPointer set = new LineSegmentSet;
-    set->VBuffer = ctr_test::MakeMesh(points, {})->VBuffer;
-    if (!indices.empty()) {
-        set->IBuffer = new qe::qeIndexBuffer(static_cast<int>(indices.size()), qe::qeIndexBuffer::IBT_LINE_LIST);
-        std::copy(indices.begin(), indices.end(), set->IBuffer->GetData());
-    }
-    return set;
-}
-
-std::vector<unsigned> Indices(const LineSegmentSet& set) {
-    if (!set.IBuffer) return {};
-    const unsigned* data = set.IBuffer->GetData();
-    return std::vector<unsigned>(data, data + set.IBuffer->GetIndexQuantity());
 }
 
 // Interval list and clip record that name segment s.
@@ -230,7 +132,7 @@ TEST(CommonSegments, RemovesWholeSegmentsMatchedByPositionInEitherDirection) {
     // 5 s-u, 6 a NaN end, 7 an index past the buffer.
     const V3 p(0, 0, 0), q(1, 0, 0), r(1, 1, 0), s(0, 1, 0), u(0, 1, 2);
     const SetPointer a =
-        MakeSet({p, q, r, s, V3(nextToOne, 1, 1), u, V3(nan, 0, 0)}, {0, 1, 1, 2, 2, 3, 1, 0, 2, 4, 3, 5, 6, 0, 0, 40});
+        ctr_test::LineSet({p, q, r, s, V3(nextToOne, 1, 1), u, V3(nan, 0, 0)}, {0, 1, 1, 2, 2, 3, 1, 0, 2, 4, 3, 5, 6, 0, 0, 40});
     for (int k = 0; k < 8; ++k) {
         a->occlusionIntervals.push_back(Tag(k));
         a->segmentClips.push_back(Clip(k));
@@ -238,7 +140,7 @@ TEST(CommonSegments, RemovesWholeSegmentsMatchedByPositionInEitherDirection) {
     }
     // b, in its own buffer and order: q-p, r-q, p-q again, r-(1, 1, 1), the
     // same NaN segment, an index past its buffer.
-    const SetPointer b = MakeSet({q, p, r, V3(1, 1, 1), V3(nan, 0, 0)}, {0, 1, 2, 0, 1, 0, 2, 3, 4, 1, 2, 9});
+    const SetPointer b = ctr_test::LineSet({q, p, r, V3(1, 1, 1), V3(nan, 0, 0)}, {0, 1, 2, 0, 1, 0, 2, 3, 4, 1, 2, 9});
     const std::vector<unsigned> bIndices = Indices(*b);
 
     LineSegmentSet::RemoveCommonSegments(a, b);
@@ -264,7 +166,7 @@ TEST(CommonSegments, DuplicatesWithinASetGoOnceEach) {
     const V3 p(0, 0, 0), q(1, 0, 0), r(1, 1, 0);
     // 0 p-q, 1 q-r, 2 q-p, 3 p-q, 4 r-(q one ulp off), 5 NaN-p, 6 NaN-p,
     // 7 an index past the buffer, 8 q-r from other vertices at equal positions.
-    const SetPointer set = MakeSet({p, q, r, V3(std::nextafter(1.0f, 2.0f), 0, 0), V3(nan, 0, 0), q, r},
+    const SetPointer set = ctr_test::LineSet({p, q, r, V3(std::nextafter(1.0f, 2.0f), 0, 0), V3(nan, 0, 0), q, r},
                                    {0, 1, 1, 2, 1, 0, 0, 1, 2, 3, 4, 0, 4, 0, 0, 40, 6, 5});
     for (int k = 0; k < 9; ++k) {
         set->occlusionIntervals.push_back(Tag(k));
@@ -281,46 +183,6 @@ TEST(CommonSegments, DuplicatesWithinASetGoOnceEach) {
     EXPECT_EQ(LineSegmentSet::RemoveDuplicateSegments(set), 0);
     EXPECT_EQ(LineSegmentSet::RemoveDuplicateSegments(nullptr), 0);
     EXPECT_EQ(LineSegmentSet::RemoveDuplicateSegments(SetPointer(new LineSegmentSet)), 0);
-}
-
-TEST(CommonSegments, EmptyResultsAndUnusableInputs) {
-    const V3 p(0, 0, 0), q(1, 2, 3);
-    // Every segment removed: no index buffer, side tables emptied.
-    const SetPointer a = MakeSet({p, q}, {0, 1, 1, 0});
-    a->occlusionIntervals = {Tag(0), Tag(1)};
-    a->segmentClips = {Clip(0)};
-    LineSegmentSet::RemoveCommonSegments(a, MakeSet({q, p}, {0, 1}));
-    EXPECT_TRUE(!a->IBuffer && a->occlusionIntervals.empty() && a->segmentClips.empty());
-
-    // A set against itself, whose indices are being compacted while read.
-    const SetPointer self = MakeSet({p, q, V3(std::nanf(""), 0, 0)}, {0, 1, 2, 0, 1, 0});
-    LineSegmentSet::RemoveCommonSegments(self, self);
-    EXPECT_EQ(Indices(*self), (std::vector<unsigned>{2, 0}));
-
-    // Nothing usable in b leaves a alone; so do null sets.
-    const SetPointer keep = MakeSet({p, q}, {0, 1});
-    keep->segmentClips = {Clip(5)};
-    for (const SetPointer& useless : {MakeSet({p, q}, {}), MakeSet({p, q}, {0, 7}), SetPointer(new LineSegmentSet)}) {
-        LineSegmentSet::RemoveCommonSegments(keep, useless);
-        EXPECT_EQ(Indices(*keep), (std::vector<unsigned>{0, 1}));
-        EXPECT_EQ(keep->segmentClips.size(), 1u);
-    }
-    LineSegmentSet::RemoveCommonSegments(keep, nullptr);
-    LineSegmentSet::RemoveCommonSegments(nullptr, keep);
-    EXPECT_EQ(Indices(*keep), (std::vector<unsigned>{0, 1}));
-
-    // A set without a whole segment loses its buffer; short side tables are
-    // filled up to one entry per kept segment.
-    const SetPointer odd = MakeSet({p, q}, {1});
-    LineSegmentSet::RemoveCommonSegments(odd, keep);
-    EXPECT_FALSE(odd->IBuffer);
-    const SetPointer partial = MakeSet({p, q, V3(5, 5, 5)}, {0, 2, 2, 1, 0, 1});
-    partial->segmentClips = {Clip(0)};
-    LineSegmentSet::RemoveCommonSegments(partial, keep);
-    EXPECT_EQ(Indices(*partial), (std::vector<unsigned>{0, 2, 2, 1}));
-    EXPECT_EQ(partial->occlusionIntervals.size(), 2u);
-    ASSERT_EQ(partial->segmentClips.size(), 2u);
-    EXPECT_EQ(partial->segmentClips[1].tEnd, 0.0f);
 }
 
 }  // namespace
