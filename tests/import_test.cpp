@@ -82,7 +82,8 @@ TEST(ModelImport, BrokenFilesFailWithAReason) {
     EXPECT_NE(error.find("not a finite number"), std::string::npos) << error;
     // Legal but unusual files load.
     for (const char* file : {"malformed/binary_header_starts_with_solid.stl", "malformed/negative_indices.obj",
-                             "malformed/zero_area_triangle.stl", "malformed/nonmanifold_joined_tetrahedra.obj"})
+                             "malformed/zero_area_triangle.stl", "malformed/nonmanifold_joined_tetrahedra.obj",
+                             "malformed/relative_indices_in_range.obj"})
         EXPECT_TRUE(contour::ImportModel(ctr_test::ModelPath(file), model, error)) << file << ": " << error;
 }
 

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
 #include "TestSupport.h"
 
@@ -151,6 +152,7 @@ TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
         {"--demo --bits 20,x", 2, "--bits"},
         {"--demo --fov nan", 2, "--fov"},
         {"--demo --fov 180", 2, "--fov"},
+        {"--demo --perspective --fov 180", 2, "--fov"},
         {"--demo --threads 0", 2, "--threads"},
         {"--demo --threads 2.5", 2, "--threads"},
         {"--demo --view sideways", 2, "--view"},
@@ -188,6 +190,23 @@ TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
     size_t entries = 0;
     for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder)) ++entries;
     EXPECT_EQ(entries, 4u);  // out.svg, part.obj, stdout.txt, stderr.txt
+}
+
+// Output as a shell user expects it: a new file with the permissions the
+// umask leaves, standard output written through a temporary that does not
+// outlive the run, and short colours widened digit by digit.
+TEST_F(ContourTool, WritesOutputAsTheShellWould) {
+    const mode_t mask = ::umask(022);
+    EXPECT_EQ(run("--demo -q -o new.svg"), 0) << errors;
+    ::umask(mask);
+    EXPECT_EQ(fs::status(folder / "new.svg").permissions(), fs::perms(0644));
+
+    fs::create_directory(folder / "tmp");
+    ::setenv("TMPDIR", (folder / "tmp").c_str(), 1);
+    EXPECT_EQ(run("--demo -q --color '#fa0' -o -"), 0) << errors;
+    ::unsetenv("TMPDIR");
+    EXPECT_TRUE(fs::is_empty(folder / "tmp"));
+    EXPECT_NE(read("stdout.txt").find("stroke=\"rgb(255,170,0)\""), std::string::npos);
 }
 
 // Meshes with split normals hold each crease once per side, and a box's
