@@ -58,7 +58,9 @@ void ExpectSameWithAnyThreads(const contour::ImportedModel& model, const std::st
     ctr::DiscreteProjectionSpace space;
     ASSERT_TRUE(FramedSpace(meshes, options.camera, space));
 
-    const std::string folder = ::testing::TempDir();
+    // Tests run side by side in processes of their own: each draws into files
+    // of its own.
+    const std::string folder = ::testing::TempDir() + std::to_string(getpid()) + "_";
     const auto draw = [&](ctr::Executor* executor, const std::string& file) {
         contour::DrawingStats stats;
         std::string failure;
