@@ -28,6 +28,7 @@
 #include "qe/qeTriMesh.h"
 #include "qe/qeVertexBuffer.h"
 
+#include "ctr/drawing/Camera.h"
 #include "ctr/drawing/ModelImport.h"
 #include "ctr/BakedTriangles.h"
 #include "ctr/DiscreteProjectionSpace.h"
@@ -291,17 +292,23 @@ inline Bounds MeshBounds(const std::vector<const qe::qeTriMesh*>& meshes) {
 }
 
 // A camera on the meshes from direction (scaled by the bounding radius r),
-// viewing depths 0.2 r to 6 r: perspective with the given field and aspect, or
-// parallel over 1.2 r each way.
+// framed as the tool frames its views: the window fitted to the meshes on a
+// page of the given aspect (width / height), parallel, or in perspective
+// with the eye right there.
 inline void FrameMeshes(ctr::DiscreteProjectionSpace& space, const std::vector<const qe::qeTriMesh*>& meshes,
                         const Wm4::Vector3<float>& direction, bool perspective, float fovYDegrees = 50.0f,
                         float aspect = 1.0f) {
     const Bounds b = MeshBounds(meshes);
     const Wm4::Vector3<float> eye = b.centre + direction * b.radius;
-    if (perspective)
-        PerspectiveCamera(space, eye, b.centre, fovYDegrees, aspect, 0.2f * b.radius, 6.0f * b.radius);
-    else
-        OrthoCamera(space, eye, b.centre, 1.2f * b.radius, 1.2f * b.radius, 0.2f * b.radius, 6.0f * b.radius);
+    contour::CameraOptions options;
+    options.eye = Wm4::Vector3<double>(eye[0], eye[1], eye[2]);
+    options.target = Wm4::Vector3<double>(b.centre[0], b.centre[1], b.centre[2]);
+    options.perspective = perspective;
+    options.fovDegrees = fovYDegrees;
+    contour::CameraMatrices camera;
+    std::string error;
+    ASSERT_TRUE(contour::FrameCamera(meshes, {}, options, 200.0 * aspect, 200.0, camera, error)) << error;
+    space = contour::ProjectionSpaceOf(camera);
 }
 
 // One command of an SVG path as the writers print them (M x,y, L x,y and

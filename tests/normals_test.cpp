@@ -131,3 +131,32 @@ TEST(GeneratedNormals, CreasesAreExactlyTheSharpEdges) {
 }
 
 }  // namespace
+
+namespace {
+
+// A big face and a small one meeting at 20 degrees share one smooth fan: the
+// fan's normal leans towards the big face, as an area-weighted mean does,
+// not halfway, as a mean of unit normals would.
+TEST(GeneratedNormals, FansWeighTheirFacesByArea) {
+    const std::string path = ::testing::TempDir() + std::to_string(getpid()) + "_fan.obj";
+    std::ofstream(path) << "v 0 0 0\nv 10 0 0\nv 0 10 0\nv 0 -1 -0.36397\nf 1 2 3\nf 1 4 2\n";
+    contour::ImportedModel model;
+    std::string error;
+    ASSERT_TRUE(contour::ImportModel(path, model, error)) << error;
+    std::remove(path.c_str());
+    ASSERT_EQ(model.meshes.size(), 1u);
+    const qe::qeVertexBuffer& vertices = *model.meshes[0]->VBuffer;
+    const Vector3d weighted = Vector3d(0.0, 0.0, 100.0) + Vector3d(0.0, -3.6397, 10.0);
+    size_t checked = 0;
+    for (int v = 0; v < vertices.GetVertexQuantity(); ++v) {
+        const Wm4::Vector3<float>& p = vertices.Position3(v);
+        if (p[2] != 0.0f || p[1] != 0.0f) continue;  // the shared edge's two ends
+        const Wm4::Vector3<float>& n = vertices.Normal3(v);
+        EXPECT_NEAR(n[1], weighted[1] / weighted.Length(), 1e-5) << "at x = " << p[0];
+        EXPECT_NEAR(n[2], weighted[2] / weighted.Length(), 1e-5) << "at x = " << p[0];
+        ++checked;
+    }
+    EXPECT_EQ(checked, 2u);
+}
+
+}  // namespace
