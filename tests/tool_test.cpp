@@ -200,6 +200,21 @@ TEST_F(ContourTool, WritesOutputAsTheShellWould) {
     EXPECT_EQ(run("--demo -q -o new.svg"), 0) << errors;
     ::umask(mask);
     EXPECT_EQ(fs::status(folder / "new.svg").permissions(), fs::perms(0644));
+    // A drawing that replaces a file keeps that file's permissions.
+    fs::permissions(folder / "new.svg", fs::perms(0600));
+    EXPECT_EQ(run("--demo -q -o new.svg"), 0) << errors;
+    EXPECT_EQ(fs::status(folder / "new.svg").permissions(), fs::perms(0600));
+    // A relative output's temporary is made beside it: from a folder on
+    // another file system than the root's, one made anywhere else could not
+    // be renamed into place.
+    struct stat root {}, shm {};
+    if (::stat("/", &root) == 0 && ::stat("/dev/shm", &shm) == 0 && root.st_dev != shm.st_dev) {
+        const fs::path elsewhere = fs::path("/dev/shm") / folder.filename();
+        fs::create_directories(elsewhere);
+        EXPECT_EQ(std::system(("cd '" + elsewhere.string() + "' && '" CONTOUR_TOOL "' --demo -q -o here.svg").c_str()), 0);
+        EXPECT_TRUE(fs::exists(elsewhere / "here.svg"));
+        fs::remove_all(elsewhere);
+    }
 
     fs::create_directory(folder / "tmp");
     ::setenv("TMPDIR", (folder / "tmp").c_str(), 1);
