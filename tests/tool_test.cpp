@@ -192,14 +192,19 @@ TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
     EXPECT_EQ(entries, 4u);  // out.svg, part.obj, stdout.txt, stderr.txt
 }
 
-// Output as a shell user expects it: a new file with the permissions the
-// umask leaves, standard output written through a temporary that does not
-// outlive the run, and short colours widened digit by digit.
+// Output as a shell user expects it: a drawing named after its model, a new
+// file with the permissions the umask leaves, a replaced one with its own,
+// standard output written through a temporary that does not outlive the
+// run, and short colours widened digit by digit.
 TEST_F(ContourTool, WritesOutputAsTheShellWould) {
     const mode_t mask = ::umask(022);
     EXPECT_EQ(run("--demo -q -o new.svg"), 0) << errors;
     ::umask(mask);
     EXPECT_EQ(fs::status(folder / "new.svg").permissions(), fs::perms(0644));
+    // Without -o, the drawing is named after the model.
+    fs::copy_file(ctr_test::ModelPath("cad-brep/box_holes.obj"), folder / "part.obj");
+    EXPECT_EQ(run("part.obj -q"), 0) << errors;
+    EXPECT_TRUE(fs::exists(folder / "part.svg"));
     // A drawing that replaces a file keeps that file's permissions.
     fs::permissions(folder / "new.svg", fs::perms(0600));
     EXPECT_EQ(run("--demo -q -o new.svg"), 0) << errors;
