@@ -164,6 +164,48 @@ std::map<std::pair<std::string, std::string>, int> PieceCounts(const ctr::LineSe
     return counts;
 }
 
+// The page circle test on its own: three segments at least, every point on
+// the circle, turning one way, and no command of half a turn or more.
+TEST(SheetArcs, PageCircleTest) {
+    const auto on = [](const std::vector<double>& degrees) {
+        std::vector<Wm4::Vector2<float>> points;
+        for (const double d : degrees)
+            points.emplace_back(static_cast<float>(100.0 + 20.0 * std::cos(d * 3.14159265358979323846 / 180.0)),
+                                static_cast<float>(100.0 + 20.0 * std::sin(d * 3.14159265358979323846 / 180.0)));
+        return points;
+    };
+    float radius = 0.0f;
+    std::vector<ctr::PageArc> arcs;
+    EXPECT_TRUE(ctr::FitPageArcs(on({0, 10, 20, 30}), radius, arcs));
+    EXPECT_NEAR(radius, 20.0f, 1e-3f);
+    ASSERT_EQ(arcs.size(), 1u);
+    EXPECT_EQ(arcs[0].end, 3u);
+    EXPECT_EQ(arcs[0].sweep, 1);
+    // 200 degrees in steps of 10: split before a half turn.
+    std::vector<double> wide;
+    for (int d = 0; d <= 200; d += 10) wide.push_back(d);
+    EXPECT_TRUE(ctr::FitPageArcs(on(wide), radius, arcs));
+    ASSERT_EQ(arcs.size(), 2u);
+    EXPECT_EQ(arcs[0].end, 16u);                                    // 160 degrees, under 0.9 of a half turn
+    EXPECT_FALSE(ctr::FitPageArcs(on({0, 10, 20}), radius, arcs));  // two segments
+    EXPECT_FALSE(ctr::FitPageArcs(on({0, 10, 5, 30}), radius, arcs));  // turns back
+}
+
+// A line that ends on another leaves the other one path, as the exporter
+// chains it; two ends alone at one place join.
+TEST(SheetArcs, EndsJoinOnlyWhereTwoMeet) {
+    // 0-1-2 shares vertex 1; 3-4 ends on 1's position; 5-6 starts where 2 is.
+    const SetPointer set = ctr_test::LineSet(
+        {V3(0, 0, 0), V3(1, 0, 0), V3(2, 0, 0), V3(1, 0, 0), V3(1, 1, 0), V3(2, 0, 0), V3(3, 1, 0)},
+        {0, 1, 1, 2, 3, 4, 5, 6});
+    ctr::DiscreteProjectionSpace space;
+    ctr_test::OrthoCamera(space, V3(1.5f, 0.5f, 5.0f), V3(1.5f, 0.5f, 0.0f), 2.0f, 2.0f, 1.0f, 10.0f);
+    std::vector<size_t> lengths;
+    for (const tPath& path : ParsePaths(Sheet(space, *set, false))) lengths.push_back(path.size());
+    std::sort(lengths.begin(), lengths.end());
+    EXPECT_EQ(lengths, (std::vector<size_t>{2, 4}));
+}
+
 // The hidden holes of a box seen from a corner: the pieces, each with
 // vertices of its own, chain into far fewer paths, and every piece is drawn
 // once.

@@ -65,6 +65,13 @@ TEST(SheetScale, FrameAndTitleBlockLayer) {
     // The frame 10 mm in, the block in its bottom-right corner (y down).
     EXPECT_NE(text.find("<rect x=\"10\" y=\"10\" width=\"400\" height=\"277\""), std::string::npos);
     EXPECT_NE(text.find("<rect x=\"240\" y=\"257\" width=\"170\" height=\"30\""), std::string::npos);
+    // First angle: the circles of the symbol right of the cone.
+    const size_t cone = text.find(" Z\"", layer);
+    const size_t circle = text.find("<circle cx=\"", layer);
+    ASSERT_NE(cone, std::string::npos);
+    ASSERT_NE(circle, std::string::npos);
+    EXPECT_GT(std::strtof(text.c_str() + circle + 12, nullptr),
+              std::strtof(text.c_str() + text.rfind("<path d=\"M", cone) + 10, nullptr));
 }
 
 #ifdef CONTOUR_TOOL
