@@ -50,6 +50,7 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
 JobOutcome RunDrawingJob(const DrawingRequest& request, RunStats& run, DrawingStats& stats, std::string& error,
                          DrawingMonitor* monitor) {
     const auto start = std::chrono::steady_clock::now();
+    run = RunStats();
     if (monitor) monitor->phaseStarted("import");
     std::vector<ImportedModel> models(request.demo ? 1 : request.models.size());
     std::vector<ImportedModel> occluderModels(request.occluders.size());
@@ -60,7 +61,6 @@ JobOutcome RunDrawingJob(const DrawingRequest& request, RunStats& run, DrawingSt
             if (!load((*paths)[i], request.import, (*loaded)[i], error)) return JobOutcome::kFailed;
             if (monitor && monitor->shouldCancel()) return JobOutcome::kCancelled;
         }
-    run = RunStats();
     run.importSeconds = secondsSince(start);
 
     std::vector<std::string> inputs = request.models;
