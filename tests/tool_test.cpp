@@ -144,6 +144,9 @@ TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
         {"missing.obj", 1, "missing.obj"},
         {model("malformed/empty.stl"), 1, "empty.stl"},
         {model("malformed/nan_coordinates.obj"), 1, "finite"},
+        {model("malformed/face_without_corners.ply"), 1, "face_without_corners.ply"},
+        {model("malformed/header_bomb.ply"), 1, "declares"},
+        {"pipe.obj", 1, "not a regular file"},
         {"--demo --occluder " + model("malformed/truncated_binary.stl"), 1, "truncated_binary.stl"},
         {"--demo --page 0x100", 2, "--page"},
         {"--demo --page -210x297", 2, "--page"},
@@ -174,6 +177,7 @@ TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
         {model("cad-brep/box_holes.obj") + " --projection first", 2, "--projection"},
         {model("cad-brep/box_holes.obj") + " --sheet --projection second", 2, "--projection"},
     };
+    ASSERT_EQ(::mkfifo((folder / "pipe.obj").c_str(), 0600), 0);
     for (const tCase& c : cases) {
         std::ofstream(folder / "out.svg") << "precious";
         EXPECT_EQ(run("-q " + c.arguments + " -o out.svg"), c.exitCode) << c.arguments;
@@ -189,7 +193,7 @@ TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
     // Nothing but the files made here is left behind: no temporary.
     size_t entries = 0;
     for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder)) ++entries;
-    EXPECT_EQ(entries, 4u);  // out.svg, part.obj, stdout.txt, stderr.txt
+    EXPECT_EQ(entries, 5u);  // out.svg, part.obj, pipe.obj, stdout.txt, stderr.txt
 }
 
 // Output as a shell user expects it: a drawing named after its model, a new

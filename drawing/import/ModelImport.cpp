@@ -2,8 +2,16 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "AssimpImport.h"
+#include "HeaderChecks.h"
 #include "MappedFile.h"
 #include "MeshReaders.h"
 #include "Welding.h"
@@ -25,21 +33,16 @@ std::string lowerExtension(const std::string& path) {
 }
 
 // The built-in readers. False when the file is not theirs to read, in which
-// case assimp reads it (and reports whatever is wrong with it).
-bool importBuiltIn(const std::string& path, const std::string& extension, const ImportOptions& options,
-                   ImportedModel& model) {
+// case assimp reads it (and reports whatever is wrong with it), or when
+// they refuse it outright: refusal then says why.
+bool importBuiltIn(const tMappedFile& data, const std::string& extension, const ImportOptions& options,
+                   ImportedModel& model, std::string& refusal) {
     if (extension != ".stl" && extension != ".ply" && extension != ".obj") return false;
     std::vector<tSourceMesh> meshes;
-    {
-        // The readers copy what they need, so the file goes before the
-        // meshes are built.
-        const tMappedFile data(path);
-        if (!data.isOpen()) return false;
-        const bool read = extension == ".stl"   ? readBinaryStl(data, meshes)
-                          : extension == ".ply" ? readPly(data, meshes)
-                                                : readObj(data, meshes);
-        if (!read) return false;
-    }
+    const bool read = extension == ".stl"   ? readBinaryStl(data, meshes)
+                      : extension == ".ply" ? readPly(data, meshes, &refusal)
+                                            : readObj(data, meshes, &refusal);
+    if (!read) return false;
 
     // Assimp names the single mesh of binary STL and PLY files as below (its
     // unnamed mesh takes the name of the node that holds it).
@@ -61,6 +64,74 @@ bool importBuiltIn(const std::string& path, const std::string& extension, const 
     return !model.meshes.empty();
 }
 
+// Only regular files are read. A model is read more than once (checked,
+// then read by a built-in reader or by assimp, which also opens the
+// material files beside it), and its size bounds what the import may
+// allocate; a pipe or device has neither a second reading nor a size. It
+// is refused by its type, before anything opens it: opening a FIFO would
+// wait for, or consume, its writer.
+bool checkInputFile(const std::string& path, size_t& bytes, std::string& error) {
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0) {
+        error = "cannot open '" + path + "': " + std::strerror(errno);
+        return false;
+    }
+    if (S_ISDIR(status.st_mode)) {
+        error = "'" + path + "' is a directory, not a model file";
+        return false;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        error = "'" + path + "' is not a regular file: pipes and devices cannot be read";
+        return false;
+    }
+    // The system's reason for a file that cannot be opened (not allowed)
+    // reads better than a reader's.
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) {
+        error = "cannot open '" + path + "': " + std::strerror(errno);
+        return false;
+    }
+    ::close(descriptor);
+    if (status.st_size == 0) {
+        error = "cannot read '" + path + "': the file is empty";
+        return false;
+    }
+    bytes = static_cast<size_t>(status.st_size);
+    return true;
+}
+
+bool importFile(const std::string& path, ImportedModel& model, std::string& error, const ImportOptions& options) {
+    size_t bytes = 0;
+    if (!checkInputFile(path, bytes, error)) return false;
+    // STL stores one normal per facet, which assimp hands on per corner: they
+    // would make every edge between two facets a crease, curved surfaces
+    // included, so they are replaced like missing ones.
+    const std::string extension = lowerExtension(path);
+    if (extension == ".stl" || extension == ".ply" || extension == ".obj" || extension == ".off") {
+        // Mapped for the count checks and the built-in readers, and
+        // unmapped before assimp reads the file again.
+        const tMappedFile data(path);
+        if (!data.isOpen()) {
+            error = "cannot read '" + path + "': " + std::strerror(errno);
+            return false;
+        }
+        std::string refusal;
+        if (!checkDeclaredCounts(extension, data, refusal)) {
+            error = "cannot read '" + path + "': " + refusal;
+            return false;
+        }
+        if (!options.generalReaderOnly) {
+            if (importBuiltIn(data, extension, options, model, refusal)) return true;
+            model = ImportedModel();
+            if (!refusal.empty()) {
+                error = "cannot read '" + path + "': " + refusal;
+                return false;
+            }
+        }
+    }
+    return importWithAssimp(path, bytes, extension == ".stl", options, model, error);
+}
+
 }  // namespace
 
 }  // namespace importer
@@ -74,13 +145,15 @@ std::vector<const qe::qeTriMesh*> ImportedModel::meshList() const {
 
 bool ImportModel(const std::string& path, ImportedModel& model, std::string& error, const ImportOptions& options) {
     model = ImportedModel();
-    // STL stores one normal per facet, which assimp hands on per corner: they
-    // would make every edge between two facets a crease, curved surfaces
-    // included, so they are replaced like missing ones.
-    const std::string extension = importer::lowerExtension(path);
-    if (!options.generalReaderOnly && importer::importBuiltIn(path, extension, options, model)) return true;
+    try {
+        if (importer::importFile(path, model, error, options)) return true;
+    } catch (const std::bad_alloc&) {
+        error = "cannot read '" + path + "': not enough memory";
+    } catch (const std::exception& failure) {
+        error = "cannot read '" + path + "': " + failure.what();
+    }
     model = ImportedModel();
-    return importer::importWithAssimp(path, extension == ".stl", options, model, error);
+    return false;
 }
 
 }  // namespace contour

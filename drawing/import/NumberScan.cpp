@@ -1,6 +1,9 @@
 #include "NumberScan.h"
 
+#include <algorithm>
 #include <cmath>
+
+#include "MeshReaders.h"
 
 namespace contour::importer {
 
@@ -66,6 +69,45 @@ bool parseIndex(const char* begin, const char* end, uint64_t& out) {
     }
     out = value;
     return true;
+}
+
+bool isMisreadNumber(const char* begin, const char* end) {
+    const char* c = begin;
+    if (c < end && (*c == '-' || *c == '+')) ++c;
+    const char* const wholeBegin = c;
+    while (c < end && isDigit(*c)) ++c;
+    const char* const wholeEnd = c;
+    size_t digits = static_cast<size_t>(wholeEnd - wholeBegin);
+    if (c < end && *c == '.')
+        for (++c; c < end && isDigit(*c); ++c) ++digits;
+    if (digits == 0) return false;  // not a number at all; assimp says so
+    if (c < end && (*c == 'e' || *c == 'E')) {
+        const char* exponent = c + 1;
+        if (exponent < end && (*exponent == '-' || *exponent == '+')) ++exponent;
+        if (exponent == end || !isDigit(*exponent)) return true;
+        for (c = exponent; c < end && isDigit(*c); ++c) {
+        }
+    }
+    if (c != end) return true;
+    const char* significant = std::find_if(wholeBegin, wholeEnd, [](char d) { return d != '0'; });
+    return wholeEnd - significant > 19;
+}
+
+std::string printableExcerpt(const char* begin, const char* end, size_t maxBytes) {
+    const size_t length = static_cast<size_t>(end - begin);
+    const bool cut = length > maxBytes;
+    std::string excerpt(begin, cut ? begin + maxBytes : end);
+    for (char& c : excerpt)
+        if (c < 0x20 || c > 0x7e) c = '?';
+    if (cut) excerpt += "...";
+    return excerpt;
+}
+
+void refuseMisreadNumber(const tMappedFile& data, const char* begin, const char* end, std::string* refusal) {
+    if (!refusal || !isMisreadNumber(begin, end)) return;
+    const size_t line = 1 + static_cast<size_t>(std::count(data.begin(), begin, '\n'));
+    *refusal = "line " + std::to_string(line) + ": '" + printableExcerpt(begin, end) +
+               "' is not a number that can be read exactly";
 }
 
 void splitTokens(const char* begin, const char* end, std::vector<std::pair<const char*, const char*>>& tokens) {

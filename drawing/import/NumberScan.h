@@ -4,7 +4,9 @@
 #ifndef CONTOUR_NUMBERSCAN_H
 #define CONTOUR_NUMBERSCAN_H
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -20,6 +22,18 @@ bool parseFloat(const char* begin, const char* end, float& out);
 
 // Unsigned decimal integer without sign or leading zeros (a lone 0 is fine).
 bool parseIndex(const char* begin, const char* end, uint64_t& out);
+
+// Whether assimp would take the token for a number other than the one it
+// spells, without a word: it reads the leading digits of "0x1p3", "1.5.5",
+// "1,5" or "2e0x" and drops the rest, and wraps integer parts of twenty
+// and more digits round 2^64. Such a file is refused rather than drawn
+// wrong. Spellings assimp reads right, or refuses itself, are not flagged.
+bool isMisreadNumber(const char* begin, const char* end);
+
+// At most maxBytes of text as a quotable excerpt: bytes other than printable
+// ASCII become '?', and a cut is marked with "...". File contents quoted in
+// an error message go through it, so that a message stays one short line.
+std::string printableExcerpt(const char* begin, const char* end, size_t maxBytes = 32);
 
 inline bool isBlank(char c) { return c == ' ' || c == '\t'; }
 

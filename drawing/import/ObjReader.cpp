@@ -16,7 +16,7 @@ namespace contour::importer {
 // objects; empty ones are dropped. Every face corner becomes its own vertex
 // there; here a mesh without normals keeps shared positions instead, which
 // the corner joining numbers the same way.
-bool readObj(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
+bool readObj(const tMappedFile& data, std::vector<tSourceMesh>& meshes, std::string* refusal) {
     struct tFace {
         int64_t position[3];
         int64_t normal[3];  // -1 without
@@ -55,7 +55,13 @@ bool readObj(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
             ++c;
         }
         if (c < end) ++c;
-        if (lineBegin == lineEnd || *lineBegin == '#') continue;
+        if (lineBegin == lineEnd) continue;
+        if (*lineBegin == '#') {
+            // Assimp ends a line at a NUL byte, and continues a comment that
+            // ends in a backslash onto the next line; such files are its own.
+            if (lineEnd[-1] == '\\' || std::find(lineBegin, lineEnd, '\0') != lineEnd) return false;
+            continue;
+        }
         if (isBlank(*lineBegin)) {
             // Assimp skips a line that starts with a blank; only blank lines
             // are taken here.
@@ -71,16 +77,22 @@ bool readObj(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
         if (keyword == "v" || keyword == "vn") {
             if (tokens.size() != 4) return false;
             float value[3];
-            for (int k = 0; k < 3; ++k)
-                if (!parseFloat(tokens[static_cast<size_t>(k) + 1].first, tokens[static_cast<size_t>(k) + 1].second,
-                                value[k]))
+            for (int k = 0; k < 3; ++k) {
+                const auto& token = tokens[static_cast<size_t>(k) + 1];
+                if (!parseFloat(token.first, token.second, value[k])) {
+                    refuseMisreadNumber(data, token.first, token.second, refusal);
                     return false;
+                }
+            }
             (keyword == "v" ? positions : normals).push_back(tVec3{value[0], value[1], value[2]});
         } else if (keyword == "vt") {
             if (tokens.size() != 3 && tokens.size() != 4) return false;
             float value;
             for (size_t k = 1; k < tokens.size(); ++k)
-                if (!parseFloat(tokens[k].first, tokens[k].second, value)) return false;
+                if (!parseFloat(tokens[k].first, tokens[k].second, value)) {
+                    refuseMisreadNumber(data, tokens[k].first, tokens[k].second, refusal);
+                    return false;
+                }
             ++textureCount;
         } else if (keyword == "f") {
             if (tokens.size() != 4) return false;

@@ -43,7 +43,7 @@ int plyTypeSize(const std::string& type, bool& isFloat) {
 
 }  // namespace
 
-bool readPly(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
+bool readPly(const tMappedFile& data, std::vector<tSourceMesh>& meshes, std::string* refusal) {
     const char* c = data.begin();
     const char* const end = data.end();
     std::vector<std::pair<const char*, const char*>> tokens;
@@ -165,7 +165,10 @@ bool readPly(const tMappedFile& data, std::vector<tSourceMesh>& meshes) {
             if (tokens.size() != target.size()) return false;
             for (size_t k = 0; k < tokens.size(); ++k) {
                 float value;
-                if (!parseFloat(tokens[k].first, tokens[k].second, value)) return false;
+                if (!parseFloat(tokens[k].first, tokens[k].second, value)) {
+                    refuseMisreadNumber(data, tokens[k].first, tokens[k].second, refusal);
+                    return false;
+                }
                 store(v, target[k], value);
             }
         }

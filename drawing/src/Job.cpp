@@ -1,10 +1,7 @@
 #include "ctr/drawing/Job.h"
 
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "ctr/drawing/DemoScene.h"
 #include "ctr/drawing/OutputFile.h"
@@ -13,21 +10,6 @@
 namespace contour {
 
 namespace {
-
-bool load(const std::string& path, const ImportOptions& importOptions, ImportedModel& model, std::string& error) {
-    // A plain open gives the system's reason (missing, not allowed), which the
-    // importer's message would not.
-    std::error_code ignored;
-    if (std::filesystem::is_directory(path, ignored)) {
-        error = "'" + path + "' is a directory, not a model file";
-        return false;
-    }
-    if (!std::ifstream(path, std::ios::binary)) {
-        error = "cannot open '" + path + "': " + std::strerror(errno);
-        return false;
-    }
-    return ImportModel(path, model, error, importOptions);
-}
 
 void appendMeshes(const std::vector<ImportedModel>& models, const std::vector<std::string>& paths, const char* role,
                   std::vector<const qe::qeTriMesh*>& meshes, size_t& triangles, RunStats& run) {
@@ -58,7 +40,7 @@ JobOutcome RunDrawingJob(const DrawingRequest& request, RunStats& run, DrawingSt
     for (const auto& [paths, loaded] :
          {std::make_pair(&request.models, &models), std::make_pair(&request.occluders, &occluderModels)})
         for (size_t i = 0; i < paths->size(); ++i) {
-            if (!load((*paths)[i], request.import, (*loaded)[i], error)) return JobOutcome::kFailed;
+            if (!ImportModel((*paths)[i], (*loaded)[i], error, request.import)) return JobOutcome::kFailed;
             if (monitor && monitor->shouldCancel()) return JobOutcome::kCancelled;
         }
     run.importSeconds = secondsSince(start);
