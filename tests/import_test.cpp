@@ -15,6 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "NumberScan.h"
 #include "ScratchArray.h"
 #include "TestSupport.h"
 
@@ -102,11 +103,16 @@ TEST(ModelImport, HostileFilesAreRefusedWithAShortReason) {
         {"malformed/face_without_corners.ply", "crashed"},
         {"malformed/header_bomb.ply", "declares 999999999 'vertex' elements"},
         {"malformed/header_bomb_4g.ply", "declares 4000000000"},
+        {"malformed/header_bomb_faces.ply", "declares 18446744073709551617 'face' elements"},
         {"malformed/header_bomb.off", "declares 999999999 vertices"},
         {"malformed/misread_hex_float.obj", "line 1: '0x1p3'"},
         {"malformed/misread_overlong_number.obj", "line 3: '123456789012345678901234'"},
         {"malformed/long_token.stl", "\"zzzzzzzzzzzzzzzzzzzzzzzzzzzzzzzz...\""},
     };
+    for (const char* spelling : {"0x1p3", "1.5.5", "1,5", "2e", "1e0x", "123456789012345678901"})
+        EXPECT_TRUE(contour::importer::isMisreadNumber(spelling, spelling + std::strlen(spelling))) << spelling;
+    for (const char* spelling : {"+5", "5.", "-.5", "1e-5", "12345678901234567890", "0000000000000000000001", "nan"})
+        EXPECT_FALSE(contour::importer::isMisreadNumber(spelling, spelling + std::strlen(spelling))) << spelling;
     for (const auto& [file, reason] : cases) {
         contour::ImportedModel model;
         std::string error;

@@ -47,8 +47,9 @@ bool nextLine(const char*& c, const char* end, const char*& lineBegin, const cha
     return true;
 }
 
-std::string tooMany(uint64_t count, const std::string& what, size_t fileBytes) {
-    return "its header declares " + std::to_string(count) + " " + what + ", more than its " +
+// The count as the header spells it: a saturated one would misquote it.
+std::string tooMany(const std::pair<const char*, const char*>& count, const std::string& what, size_t fileBytes) {
+    return "its header declares " + printableExcerpt(count.first, count.second) + " " + what + ", more than its " +
            std::to_string(fileBytes) + " bytes can hold";
 }
 
@@ -60,6 +61,7 @@ bool checkPly(const tMappedFile& data, std::string& error) {
     if (!nextLine(c, end, lineBegin, lineEnd) || std::string(lineBegin, lineEnd) != "ply") return true;
     struct tElement {
         std::string name;
+        std::pair<const char*, const char*> spelled;
         uint64_t count = 0;
         uint64_t leastBytes = 0;
     };
@@ -78,6 +80,7 @@ bool checkPly(const tMappedFile& data, std::string& error) {
         } else if (keyword == "element" && tokens.size() >= 3) {
             tElement element;
             element.name = token(1);
+            element.spelled = tokens[2];
             if (!readCount(tokens[2].first, tokens[2].second, element.count)) return true;
             elements.push_back(element);
         } else if (keyword == "property" && !elements.empty() && tokens.size() >= 3) {
@@ -93,7 +96,7 @@ bool checkPly(const tMappedFile& data, std::string& error) {
         const uint64_t bytes = product(element.count, std::max<uint64_t>(element.leastBytes, ascii ? 1 : 0));
         needed = needed > UINT64_MAX - bytes ? UINT64_MAX : needed + bytes;
         if (needed > available) {
-            error = tooMany(element.count, "'" + printableExcerpt(element.name.data(), element.name.data() + element.name.size()) + "' elements", data.size());
+            error = tooMany(element.spelled, "'" + printableExcerpt(element.name.data(), element.name.data() + element.name.size()) + "' elements", data.size());
             return false;
         }
     }
@@ -127,11 +130,11 @@ bool checkOff(const tMappedFile& data, std::string& error) {
     // A vertex is at least three values, a face at least its corner count.
     const uint64_t available = static_cast<uint64_t>(end - c) + 1;
     if (product(vertices, 6) > available) {
-        error = tooMany(vertices, "vertices", data.size());
+        error = tooMany(tokens[first], "vertices", data.size());
         return false;
     }
     if (product(faces, 2) > available - product(vertices, 6)) {
-        error = tooMany(faces, "faces", data.size());
+        error = tooMany(tokens[first + 1], "faces", data.size());
         return false;
     }
     return true;
