@@ -109,9 +109,9 @@ TEST(ModelImport, HostileFilesAreRefusedWithAShortReason) {
         {"malformed/misread_overlong_number.obj", "line 3: '123456789012345678901234'"},
         {"malformed/long_token.stl", "\"zzzzzzzzzzzzzzzzzzzzzzzzzzzzzzzz...\""},
     };
-    for (const char* spelling : {"0x1p3", "1.5.5", "1,5", "2e", "1e0x", "123456789012345678901"})
+    for (const char* spelling : {"0x1p3", "1.5.5", "1,5", "2e", "1e0x", "18446744073709551616"})
         EXPECT_TRUE(contour::importer::isMisreadNumber(spelling, spelling + std::strlen(spelling))) << spelling;
-    for (const char* spelling : {"+5", "5.", "-.5", "1e-5", "12345678901234567890", "0000000000000000000001", "nan"})
+    for (const char* spelling : {"+5", "5.", "-.5", "1e-5", "18446744073709551615", "0000000000000000000001", "nan"})
         EXPECT_FALSE(contour::importer::isMisreadNumber(spelling, spelling + std::strlen(spelling))) << spelling;
     for (const auto& [file, reason] : cases) {
         contour::ImportedModel model;

@@ -90,7 +90,10 @@ bool isMisreadNumber(const char* begin, const char* end) {
     }
     if (c != end) return true;
     const char* significant = std::find_if(wholeBegin, wholeEnd, [](char d) { return d != '0'; });
-    return wholeEnd - significant > 19;
+    // Past 2^64 - 1 the integer part wraps.
+    static const char kLargest[] = "18446744073709551615";
+    const ptrdiff_t length = wholeEnd - significant;
+    return length > 20 || (length == 20 && std::lexicographical_compare(kLargest, kLargest + 20, significant, wholeEnd));
 }
 
 std::string printableExcerpt(const char* begin, const char* end, size_t maxBytes) {

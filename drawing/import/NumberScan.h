@@ -25,8 +25,8 @@ bool parseIndex(const char* begin, const char* end, uint64_t& out);
 
 // Whether assimp would take the token for a number other than the one it
 // spells, without a word: it reads the leading digits of "0x1p3", "1.5.5",
-// "1,5" or "2e0x" and drops the rest, and wraps integer parts of twenty
-// and more digits round 2^64. Such a file is refused rather than drawn
+// "1,5" or "2e0x" and drops the rest, and wraps integer parts above
+// 2^64 - 1. Such a file is refused rather than drawn
 // wrong. Spellings assimp reads right, or refuses itself, are not flagged.
 bool isMisreadNumber(const char* begin, const char* end);
 
