@@ -83,15 +83,13 @@ void limitChild(size_t inputBytes) {
 [[noreturn]] void runChild(int descriptor, size_t inputBytes, const std::function<std::string()>& work) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) std::signal(signal, SIG_DFL);
     limitChild(inputBytes);
-#ifndef CONTOUR_SANITIZED_ADDRESS_SPACE
     // Assimp prints its failed assertions; the parent's one-line reason
-    // says what happened. Sanitizer builds keep them, with their reports.
+    // says what happened.
     const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (null >= 0) {
         ::dup2(null, STDERR_FILENO);
         ::close(null);
     }
-#endif
     char status = kDone;
     std::string result;
     try {

@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <filesystem>
+#include <new>
+#include <stdexcept>
 
 #include "ctr/drawing/DemoScene.h"
 #include "ctr/drawing/OutputFile.h"
@@ -27,10 +29,8 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-}  // namespace
-
-JobOutcome RunDrawingJob(const DrawingRequest& request, RunStats& run, DrawingStats& stats, std::string& error,
-                         DrawingMonitor* monitor) {
+JobOutcome runJob(const DrawingRequest& request, RunStats& run, DrawingStats& stats, std::string& error,
+                  DrawingMonitor* monitor) {
     const auto start = std::chrono::steady_clock::now();
     run = RunStats();
     if (monitor) monitor->phaseStarted("import");
@@ -78,6 +78,23 @@ JobOutcome RunDrawingJob(const DrawingRequest& request, RunStats& run, DrawingSt
     if (!request.statsPath.empty() && !WriteStats(request.statsPath, request, run, stats, error))
         return JobOutcome::kFailed;
     return output.commit(error) ? JobOutcome::kDrawn : JobOutcome::kFailed;
+}
+
+}  // namespace
+
+JobOutcome RunDrawingJob(const DrawingRequest& request, RunStats& run, DrawingStats& stats, std::string& error,
+                         DrawingMonitor* monitor) {
+    // A host (an interpreter session above all) must outlive a drawing too
+    // large for its memory.
+    try {
+        return runJob(request, run, stats, error, monitor);
+    } catch (const std::bad_alloc&) {
+        error = "not enough memory for the drawing";
+    } catch (const std::exception& failure) {
+        error = failure.what();
+    }
+    run = RunStats();
+    return JobOutcome::kFailed;
 }
 
 }  // namespace contour

@@ -52,7 +52,8 @@ enum class JobOutcome { kDrawn, kFailed, kCancelled };
 // kCancelled when the monitor asked to stop (it is also asked between
 // files); either way nothing on disk has changed. The statistics file, when
 // asked for, is written before the drawing is committed, so that a run that
-// cannot write it leaves the old drawing too.
+// cannot write it leaves the old drawing too. Running out of memory, or any
+// other exception, ends in kFailed as well.
 JobOutcome RunDrawingJob(const DrawingRequest& request, RunStats& run, DrawingStats& stats, std::string& error,
                          DrawingMonitor* monitor = nullptr);
 
