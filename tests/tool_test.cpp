@@ -4,8 +4,10 @@
 #include <array>
 #include <csignal>
 #include <cstdio>
+#include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include "TestSupport.h"
 
@@ -216,11 +218,13 @@ TEST_F(ContourTool, WritesOutputAsTheShellWould) {
     // A relative output's temporary is made beside it: from a folder on
     // another file system than the root's, one made anywhere else could not
     // be renamed into place.
-    struct stat root {}, shm {};
+    struct stat root {
+    }, shm{};
     if (::stat("/", &root) == 0 && ::stat("/dev/shm", &shm) == 0 && root.st_dev != shm.st_dev) {
         const fs::path elsewhere = fs::path("/dev/shm") / folder.filename();
         fs::create_directories(elsewhere);
-        EXPECT_EQ(std::system(("cd '" + elsewhere.string() + "' && '" CONTOUR_TOOL "' --demo -q -o here.svg").c_str()), 0);
+        EXPECT_EQ(std::system(("cd '" + elsewhere.string() + "' && '" CONTOUR_TOOL "' --demo -q -o here.svg").c_str()),
+                  0);
         EXPECT_TRUE(fs::exists(elsewhere / "here.svg"));
         fs::remove_all(elsewhere);
     }
@@ -231,6 +235,48 @@ TEST_F(ContourTool, WritesOutputAsTheShellWould) {
     ::unsetenv("TMPDIR");
     EXPECT_TRUE(fs::is_empty(folder / "tmp"));
     EXPECT_NE(read("stdout.txt").find("stroke=\"rgb(255,170,0)\""), std::string::npos);
+}
+
+// Output goes where a shell user expects it to: through a chain of links
+// to the file at its end (the links stay, the file keeps its permissions),
+// to the file a dangling link names (beside the link), and straight into a
+// named pipe or a device node, which stay what they are.
+TEST_F(ContourTool, WritesThroughLinksIntoPipesAndDevices) {
+    ASSERT_EQ(run("--demo -q -o plain.svg"), 0) << errors;
+    const std::string drawing = read("plain.svg");
+    fs::create_directory(folder / "sub");
+    std::ofstream(folder / "sub/real.svg") << "old";
+    fs::permissions(folder / "sub/real.svg", fs::perms(0600));
+    fs::create_symlink("sub/real.svg", folder / "link.svg");
+    fs::create_symlink("link.svg", folder / "chain.svg");
+    fs::create_symlink("new.svg", folder / "sub/dangling.svg");
+    EXPECT_EQ(run("--demo -q -o chain.svg"), 0) << errors;
+    EXPECT_EQ(run("--demo -q -o sub/dangling.svg"), 0) << errors;
+    EXPECT_TRUE(fs::is_symlink(folder / "chain.svg") && fs::is_symlink(folder / "link.svg") &&
+                fs::is_symlink(folder / "sub/dangling.svg"));
+    EXPECT_TRUE(read("sub/real.svg") == drawing) << read("sub/real.svg").substr(0, 80);
+    EXPECT_EQ(fs::status(folder / "sub/real.svg").permissions(), fs::perms(0600));
+    EXPECT_TRUE(read("sub/new.svg") == drawing) << read("sub/new.svg").substr(0, 80);
+    size_t entries = 0;
+    for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder / "sub")) ++entries;
+    EXPECT_EQ(entries, 3u);  // real.svg, dangling.svg, new.svg
+
+    // Held open for reading and writing here, the pipe lets the tool open it
+    // at once and keeps the drawing, which fits in its buffer.
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0644), 0);
+    const int pipe = ::open((folder / "pipe").c_str(), O_RDWR | O_NONBLOCK);
+    EXPECT_EQ(run("--demo -q -o pipe"), 0) << errors;
+    std::string received(1 << 16, '\0');
+    received.resize(static_cast<size_t>(std::max<ssize_t>(::read(pipe, received.data(), received.size()), 0)));
+    ::close(pipe);
+    EXPECT_TRUE(received == drawing) << received.substr(0, 80);
+    EXPECT_TRUE(fs::is_fifo(fs::symlink_status(folder / "pipe")));
+    // A node like /dev/null, made here so that a fault cannot break the real
+    // one; only root may make it.
+    if (::mknod((folder / "null").c_str(), S_IFCHR | 0666, makedev(1, 3)) == 0) {
+        EXPECT_EQ(run("--demo -q -o null"), 0) << errors;
+        EXPECT_TRUE(fs::is_character_file(fs::symlink_status(folder / "null")));
+    }
 }
 
 // Meshes with split normals hold each crease once per side, and a box's
@@ -254,8 +300,7 @@ TEST_F(ContourTool, DrawsEachLineOnce) {
 // take the silhouette style, not the thinner crease style.
 TEST_F(ContourTool, DrawsIntersectionsInTheSilhouetteStyle) {
     ASSERT_EQ(
-        run(model("scenes/two_balls_intersecting.obj") + " --crease-width 0.1 --silhouette-width 0.5 -q -o out.svg")
-            ,
+        run(model("scenes/two_balls_intersecting.obj") + " --crease-width 0.1 --silhouette-width 0.5 -q -o out.svg"),
         0);
     const std::string text = read("out.svg");
     size_t groups = 0;
@@ -300,8 +345,8 @@ TEST_F(ContourTool, WritesAStatisticsRecord) {
     EXPECT_GT(record["peakMemoryMiB"], 0.0);
 }
 
-// Ctrl-C stops the drawing through the library's cancel query: the old file
-// stays and no temporary is left. The mesh is large enough for the signal
+// Ctrl-C stops the drawing through the library's cancel query, and kill -9
+// stops it at once: either way the old file stays and no temporary is left. The mesh is large enough for the signal
 // to arrive while the tool works.
 TEST_F(ContourTool, InterruptKeepsTheOutput) {
     {
@@ -318,23 +363,51 @@ TEST_F(ContourTool, InterruptKeepsTheOutput) {
     }
     std::ofstream(folder / "out.svg") << "precious";
     const std::string mesh = (folder / "big.obj").string(), output = (folder / "out.svg").string();
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        execl(CONTOUR_TOOL, CONTOUR_TOOL, "-q", "--threads", "1", mesh.c_str(), "-o", output.c_str(),
-              static_cast<char*>(nullptr));
-        _exit(127);
+    const auto start = [&] {
+        const pid_t child = fork();
+        if (child == 0) {
+            execl(CONTOUR_TOOL, CONTOUR_TOOL, "-q", "--threads", "1", mesh.c_str(), "-o", output.c_str(),
+                  static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        return child;
+    };
+    const auto entries = [&] {
+        size_t count = 0;
+        for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder)) ++count;
+        return count;
+    };
+
+    // Killed outright once it has made its output, the tool leaves nothing:
+    // the drawing has no name until it is complete. Made, it is a new name
+    // in the folder or, unnamed, a file the tool holds open there.
+    pid_t child = start();
+    ASSERT_GT(child, 0);
+    bool made = false;
+    for (int wait = 0; wait < 3000 && !made; ++wait) {
+        usleep(1000);
+        made = entries() > 2;
+        std::error_code ignored;
+        for (const auto& open : fs::directory_iterator("/proc/" + std::to_string(child) + "/fd", ignored)) {
+            const std::string file = fs::read_symlink(open, ignored).string();
+            made |= file.rfind(folder.string() + "/#", 0) == 0;
+        }
     }
+    kill(child, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(made) << "the tool ended before it made its output";
+    EXPECT_EQ(entries(), 2u);  // big.obj, out.svg
+
+    child = start();
+    ASSERT_GT(child, 0);
     usleep(150000);
     kill(child, SIGINT);
-    int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
     EXPECT_EQ(WEXITSTATUS(status), 130);
     EXPECT_EQ(read("out.svg"), "precious");
-    size_t entries = 0;
-    for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder)) ++entries;
-    EXPECT_EQ(entries, 2u);  // big.obj, out.svg
+    EXPECT_EQ(entries(), 2u);
 }
 
 }  // namespace

@@ -66,14 +66,16 @@ JobOutcome runJob(const DrawingRequest& request, RunStats& run, DrawingStats& st
     ThreadPool pool(request.threads ? request.threads : ThreadPool::DefaultThreadCount());
     run.threads = pool.threadCount();
     ctr::Executor* executor = pool.threadCount() > 1 ? &pool : nullptr;
-    const bool drawn =
-        output.create(request.output, error) &&
-        (request.sheet ? DrawSheet(meshes, occluders, request.drawing, request.sheetOptions, output.temporaryPath(),
-                                   stats, error, executor, monitor)
-                       : DrawToSVG(meshes, occluders, request.drawing, output.temporaryPath(), stats, error, executor,
-                                   monitor));
+    const bool drawn = output.create(request.output, error) &&
+                       (request.sheet ? DrawSheet(meshes, occluders, request.drawing, request.sheetOptions,
+                                                  output.writePath(), stats, error, executor, monitor)
+                                      : DrawToSVG(meshes, occluders, request.drawing, output.writePath(), stats, error,
+                                                  executor, monitor));
     if (stats.cancelled) return JobOutcome::kCancelled;
-    if (!drawn) return JobOutcome::kFailed;
+    if (!drawn) {
+        error = output.nameTheTarget(error);
+        return JobOutcome::kFailed;
+    }
     run.totalSeconds = secondsSince(start);
     if (!request.statsPath.empty() && !WriteStats(request.statsPath, request, run, stats, error))
         return JobOutcome::kFailed;

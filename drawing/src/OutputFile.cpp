@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -47,85 +46,159 @@ std::string systemError() { return std::strerror(errno); }
 AtomicOutput::~AtomicOutput() { discard(); }
 
 void AtomicOutput::discard() {
-    if (temporary.empty()) return;
     setPending("");
-    std::remove(temporary.c_str());
+    if (!temporary.empty()) unlink(temporary.c_str());
     temporary.clear();
+    if (descriptor >= 0) close(descriptor);
+    descriptor = -1;
+    unnamed = false;
+    writeTo.clear();
 }
 
 bool AtomicOutput::create(const std::string& targetPath, std::string& error) {
     discard();
-    target = targetPath;
-    namespace fs = std::filesystem;
-    std::string folder;
-    std::string name = "contour";
-    if (target == "-") {
+    given = target = targetPath;
+    const mode_t mask = umask(0);
+    umask(mask);
+    mode = 0666 & ~mask;
+    if (given == "-") {
         const char* tmp = std::getenv("TMPDIR");
         folder = tmp && *tmp ? tmp : "/tmp";
-    } else {
-        const fs::path path(target);
-        std::error_code ignored;
-        if (fs::is_directory(path, ignored)) {
-            error = "'" + target + "' is a directory";
+        name = "contour";
+        return makeFile(error);
+    }
+    struct stat status;
+    if (stat(given.c_str(), &status) == 0) {
+        if (S_ISDIR(status.st_mode)) {
+            error = "'" + given + "' is a directory";
             return false;
         }
-        folder = path.has_parent_path() ? path.parent_path().string() : ".";
-        name = path.filename().string();
+        // A device or a pipe takes the drawing as it comes; replacing the
+        // node would break it for everyone else.
+        if (!S_ISREG(status.st_mode)) {
+            writeTo = given;
+            return true;
+        }
+        mode = status.st_mode & 07777;
+    } else if (errno != ENOENT) {
+        error = "cannot write '" + given + "': " + systemError();
+        return false;
     }
-    // Hidden and unique, in the target's folder so that the rename cannot
-    // cross file systems.
+    // The name to replace is the end of the chain of links, so that the
+    // links stay; a dangling link gets the file it names. stat has already
+    // refused loops; the bound only guards against links changing meanwhile.
+    struct stat link;
+    for (int hops = 0; lstat(target.c_str(), &link) == 0 && S_ISLNK(link.st_mode); ++hops) {
+        if (hops == 40) {
+            error = "cannot follow the links from '" + given + "'";
+            return false;
+        }
+        std::string next(static_cast<size_t>(link.st_size) + 1, '\0');
+        const ssize_t length = readlink(target.c_str(), next.data(), next.size());
+        if (length < 0 || static_cast<size_t>(length) >= next.size()) {
+            error = "cannot follow the link '" + target + "'";
+            return false;
+        }
+        next.resize(static_cast<size_t>(length));
+        // A relative link names a file beside the link itself.
+        const size_t slash = target.rfind('/');
+        target = next[0] == '/' || slash == std::string::npos ? next : target.substr(0, slash + 1) + next;
+    }
+    const size_t slash = target.rfind('/');
+    folder = slash == std::string::npos ? "." : slash == 0 ? "/" : target.substr(0, slash);
+    name = target.substr(slash + 1);
+    return makeFile(error);
+}
+
+bool AtomicOutput::makeFile(std::string& error) {
+    // The drawing's permissions are set at commit: a replaced read-only
+    // file must not make its successor unwritable while it is drawn.
+    descriptor = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (descriptor >= 0) {
+        // Writers open the file by name; without /proc it has none.
+        writeTo = "/proc/self/fd/" + std::to_string(descriptor);
+        if (access(writeTo.c_str(), W_OK) == 0) {
+            unnamed = true;
+            return true;
+        }
+        close(descriptor);
+        descriptor = -1;
+    } else if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) {
+        error = "cannot create a file in '" + folder + "': " + systemError();
+        return false;
+    }
+    // The file system has no unnamed files: a hidden, unique name beside the
+    // target, which the signal handlers remove.
     std::string pattern = folder + "/." + name + ".tmp-XXXXXX";
-    const int descriptor = mkstemp(pattern.data());
+    descriptor = mkostemp(pattern.data(), O_CLOEXEC);
     if (descriptor < 0) {
         error = "cannot create a file in '" + folder + "': " + systemError();
         return false;
     }
-    // mkstemp makes the file private; the drawing gets the target's existing
-    // permissions, or those of any new file.
-    struct stat existing;
-    mode_t mode;
-    if (target != "-" && stat(target.c_str(), &existing) == 0 && S_ISREG(existing.st_mode)) {
-        mode = existing.st_mode & 07777;
-    } else {
-        const mode_t mask = umask(0);
-        umask(mask);
-        mode = 0666 & ~mask;
-    }
-    fchmod(descriptor, mode);
-    close(descriptor);
-    temporary = pattern;
+    writeTo = temporary = pattern;
     setPending(temporary);
     return true;
 }
 
+std::string AtomicOutput::nameTheTarget(std::string message) const {
+    if (writeTo.empty() || writeTo == given) return message;
+    const std::string from = "'" + writeTo + "'", to = given == "-" ? "standard output" : "'" + given + "'";
+    for (size_t at = message.find(from); at != std::string::npos; at = message.find(from, at + to.size()))
+        message.replace(at, from.size(), to);
+    return message;
+}
+
+bool AtomicOutput::toStandardOutput(std::string& error) {
+    char buffer[1 << 16];
+    bool ok = true;
+    off_t offset = 0;
+    for (ssize_t count; ok && (count = pread(descriptor, buffer, sizeof buffer, offset)) != 0; offset += count)
+        ok = count > 0 && std::fwrite(buffer, 1, static_cast<size_t>(count), stdout) == static_cast<size_t>(count);
+    ok = ok && std::fflush(stdout) == 0;
+    discard();
+    if (!ok) error = "cannot write the drawing to standard output";
+    return ok;
+}
+
 bool AtomicOutput::commit(std::string& error) {
-    if (temporary.empty()) {
+    if (writeTo.empty()) {
         error = "no drawing was written";
         return false;
     }
-    if (target == "-") {
-        std::FILE* in = std::fopen(temporary.c_str(), "rb");
-        if (!in) {
-            error = "cannot read back '" + temporary + "': " + systemError();
-            return false;
-        }
-        char buffer[1 << 16];
-        size_t count;
-        bool ok = true;
-        while (ok && (count = std::fread(buffer, 1, sizeof buffer, in)) > 0)
-            ok = std::fwrite(buffer, 1, count, stdout) == count;
-        ok = ok && !std::ferror(in) && std::fflush(stdout) == 0;
-        std::fclose(in);
-        discard();
-        if (!ok) error = "cannot write the drawing to standard output";
-        return ok;
+    if (descriptor < 0) {  // written directly
+        writeTo.clear();
+        return true;
     }
-    if (std::rename(temporary.c_str(), target.c_str()) != 0) {
-        error = "cannot replace '" + target + "': " + systemError();
+    if (given == "-") return toStandardOutput(error);
+    if (fchmod(descriptor, mode) != 0) {
+        error = "cannot set the permissions of '" + given + "': " + systemError();
         return false;
     }
-    setPending("");
+    if (unnamed) {
+        // A link cannot replace a name, so the file gets a fresh one beside
+        // the target and is renamed onto it at once: only the instant
+        // between the two calls leaves a name that a killed process would
+        // strand. The inode number makes the name unique in the folder.
+        struct stat status {};
+        fstat(descriptor, &status);
+        const std::string base = folder + "/." + name + ".tmp-" + std::to_string(status.st_ino);
+        for (int attempt = 0; temporary.empty(); ++attempt) {
+            const std::string staged = attempt ? base + "-" + std::to_string(attempt) : base;
+            if (linkat(AT_FDCWD, writeTo.c_str(), AT_FDCWD, staged.c_str(), AT_SYMLINK_FOLLOW) == 0)
+                temporary = staged;
+            else if (errno != EEXIST || attempt == 100) {
+                error = "cannot write '" + given + "': " + systemError();
+                return false;
+            }
+        }
+        setPending(temporary);
+    }
+    if (std::rename(temporary.c_str(), target.c_str()) != 0) {
+        error = "cannot replace '" + given + "': " + systemError();
+        return false;
+    }
     temporary.clear();
+    discard();
     return true;
 }
 

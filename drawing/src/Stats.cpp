@@ -103,7 +103,7 @@ bool WriteStats(const std::string& path, const DrawingRequest& options, const Ru
     AtomicOutput output;
     if (!output.create(path, error)) return false;
     {
-        std::ofstream file(output.temporaryPath(), std::ios::binary | std::ios::trunc);
+        std::ofstream file(output.writePath(), std::ios::binary | std::ios::trunc);
         file << full.dump(2) << '\n';
         if (!file.flush()) {
             error = "cannot write the statistics to '" + path + "'";

@@ -146,7 +146,9 @@ const char* kFooter = R"(Output:
   Without -o the drawing goes to MODEL.svg (the first model's name without
   its extension) in the current directory, or demo.svg with --demo; "-o -"
   writes it to standard output. An existing file is replaced only when the
-  drawing is complete; on any error it stays as it was.
+  drawing is complete; on any error it stays as it was. Through a symbolic
+  link the file it leads to is replaced; devices and named pipes are written
+  directly.
 
 Camera:
   Drawings are parallel (orthographic) projections, as technical drawings
