@@ -57,7 +57,10 @@ void AtomicOutput::discard() {
 
 bool AtomicOutput::create(const std::string& targetPath, std::string& error) {
     discard();
-    given = target = targetPath;
+    // The names of standard output go the way of "-": a shell's ">> file"
+    // behind them is appended to, which opening the name again would not do.
+    given = target =
+        targetPath == "/dev/stdout" || targetPath == "/dev/fd/1" || targetPath == "/proc/self/fd/1" ? "-" : targetPath;
     const mode_t mask = umask(0);
     umask(mask);
     mode = 0666 & ~mask;
@@ -103,6 +106,13 @@ bool AtomicOutput::create(const std::string& targetPath, std::string& error) {
         // A relative link names a file beside the link itself.
         const size_t slash = target.rfind('/');
         target = next[0] == '/' || slash == std::string::npos ? next : target.substr(0, slash + 1) + next;
+        // /dev/stdout and its kin lead to a descriptor the caller opened (a
+        // shell's "> file" or ">> file"): it is written as opened, not
+        // replaced under it.
+        if (target.rfind("/proc/", 0) == 0 || target.rfind("/dev/", 0) == 0) {
+            writeTo = given;
+            return true;
+        }
     }
     const size_t slash = target.rfind('/');
     folder = slash == std::string::npos ? "." : slash == 0 ? "/" : target.substr(0, slash);
