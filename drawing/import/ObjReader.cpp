@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
+#include <unordered_set>
 #include <utility>
 
 #include "MeshReaders.h"
@@ -35,10 +36,12 @@ bool readObj(const tMappedFile& data, std::vector<tSourceMesh>& meshes, std::str
     ScratchArray<tVec3> normals;
     int64_t textureCount = 0;
     std::vector<tObject> objects;
+    std::unordered_set<std::string> objectNames;  // an o naming an earlier object is assimp's to read
     std::vector<tObjMesh> objMeshes;
     std::string activeGroup;
     const auto createObject = [&](const std::string& name) {
         objects.push_back(tObject{name, {objMeshes.size()}});
+        objectNames.insert(name);
         objMeshes.push_back(tObjMesh{name, {}, false});
     };
 
@@ -151,8 +154,7 @@ bool readObj(const tMappedFile& data, std::vector<tSourceMesh>& meshes, std::str
         } else if (keyword == "o") {
             if (tokens.size() != 2 || tokens[1].second != lineEnd) return false;
             const std::string name(tokens[1].first, tokens[1].second);
-            for (const tObject& object : objects)
-                if (object.name == name) return false;
+            if (objectNames.count(name) != 0) return false;
             createObject(name);
         } else if (keyword == "g") {
             if (tokens.size() != 2 || tokens[1].second != lineEnd) return false;

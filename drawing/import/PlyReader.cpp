@@ -96,7 +96,10 @@ bool readPly(const tMappedFile& data, std::vector<tSourceMesh>& meshes, std::str
             } else {
                 return false;
             }
-            if (property.size == 0) return false;
+            // The properties read here are a dozen at most; the bound keeps
+            // the check for repeated names from growing with the square of
+            // a crafted header.
+            if (property.size == 0 || elements.back().properties.size() >= 32) return false;
             for (const tPlyProperty& other : elements.back().properties)
                 if (other.name == property.name) return false;
             elements.back().properties.push_back(property);
