@@ -265,7 +265,7 @@ std::vector<Normal> AllPairsNormals(const tSourceMesh& mesh, float angle) {
 // Books of many pages around one or two spines, some pages without area (the
 // far corner on the spine, or a repeated corner), some repeated in another
 // corner order, pages bunched in a few sheaves, and faces between the pages
-// that make fans at a spine end: the importer, which takes the pages of a
+// that make fans at a spine end, and spokes: the importer, which takes the pages of a
 // long spine in turn around it instead of pair by pair, gives the very
 // normals that comparing every pair gives.
 TEST(GeneratedNormals, ManyFacesAtAnEdgeMatchTheirPairwiseDefinition) {
@@ -309,6 +309,20 @@ TEST(GeneratedNormals, ManyFacesAtAnEdgeMatchTheirPairwiseDefinition) {
             }
             for (int fan = static_cast<int>(random() % 12); fan > 0 && tips.size() > 1; --fan)
                 faces.push_back({ia, tips[random() % tips.size()], tips[random() % tips.size()]});
+        }
+        // Spokes from the origin: faces with all three corners on one spoke
+        // have exactly no area; they meet each other and faces with a
+        // direction at single edges.
+        const unsigned int origin = vertex(Vector3d(0.0, 0.0, 0.0));
+        for (int spoke = static_cast<int>(random() % 4); spoke > 0; --spoke) {
+            const unsigned int tip = vertex(point());
+            const tVec3 end = mesh.positions[tip];
+            const unsigned int on[3] = {tip, vertex(Vector3d(end.x, end.y, end.z) / 2.0),
+                                        vertex(Vector3d(end.x, end.y, end.z) / 4.0)};
+            for (const unsigned int at : on)
+                if (random() % 3) faces.push_back({origin, at, vertex(point())});
+            for (int flat = static_cast<int>(random() % 3); flat > 0; --flat)
+                faces.push_back({origin, on[random() % 3], on[random() % 3]});
         }
         std::shuffle(faces.begin(), faces.end(), random);
         for (const auto& face : faces)

@@ -32,6 +32,30 @@ Wm4::Vector3<float> unitNormal(const Vector3d& sum) {
                                static_cast<float>(sum[2] / length));
 }
 
+// A face with a direction at an edge of many faces.
+struct tAround {
+    Vector3d direction;
+    double angle;  // about the edge, from an arbitrary start
+    uint32_t member;
+};
+
+// Puts the faces at the edge along axis in turn around it. Any two axes
+// perpendicular to the edge that turn the same way round it give the same
+// cyclic order.
+void sortAroundEdge(const Vector3d& axis, std::vector<tAround>& around) {
+    size_t least = 0;
+    for (size_t i = 1; i < 3; ++i)
+        if (std::fabs(axis[i]) < std::fabs(axis[least])) least = i;
+    Vector3d pole(0.0, 0.0, 0.0);
+    pole[least] = 1.0;
+    const Vector3d u = axis.Cross(pole);
+    const Vector3d v = axis.Cross(u);
+    for (tAround& at : around) at.angle = std::atan2(at.direction.Dot(v), at.direction.Dot(u));
+    std::sort(around.begin(), around.end(), [](const tAround& a, const tAround& b) {
+        return a.angle < b.angle || (a.angle == b.angle && a.member < b.member);
+    });
+}
+
 }  // namespace
 
 void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int* slotOfCorner,
@@ -106,11 +130,8 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
     std::vector<uint32_t> parent;
     std::vector<uint64_t> edges;
     std::vector<std::pair<uint32_t, uint32_t>> hangers;  // directionless member, member with a direction
-    struct tAround {
-        double angle;  // about the edge, from an arbitrary start
-        uint32_t member;
-    };
-    std::vector<tAround> aroundEdge;  // the members with a direction at one edge
+    std::vector<tAround> aroundEdge;                     // the members with a direction at an edge of many faces
+    constexpr size_t kReach = 8;                         // faces compared with each one around such an edge
     std::vector<uint32_t> hangOn;
     std::vector<Vector3d> sum;
     std::vector<unsigned char> directed;
@@ -134,59 +155,6 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
         const uint32_t count = groupStart[g + 1] - groupStart[g];
         const auto faceOf = [&](uint32_t k) -> const tFace& { return faces[member[k] / 3]; };
         const auto hasDirection = [&](uint32_t k) { return faceOf(k).direction != zero; };
-        const Vector3d here = toDouble(source.positions[groupVertex[g]]);
-
-        // Joins the members in aroundEdge (all with a direction, all at the
-        // edge along axis) wherever two turn by at most the smoothing angle:
-        // the fans that comparing every pair gives, without comparing every
-        // pair. The faces at an edge contain it, so their directions are
-        // perpendicular to it and lie on one circle. When two are within the
-        // angle, so is each step from one face to the next on the shorter arc
-        // between them, as no step is longer than the arc: taken in turn
-        // around the edge, comparing each member with the next joins every
-        // fan. Each is compared with the next kReach members (cyclically) all
-        // the same, for two reasons.
-        // - A run of at most 2 kReach + 1 members then has every pair
-        //   compared, whatever the order, so it needs no sorting and is
-        //   decided exactly as pair by pair: the usual edges, of two faces or
-        //   a few more, are.
-        // - In a longer run the order comes from computed directions, off by
-        //   about 1e-16. It can only part two faces that all pairs would join
-        //   where more than kReach directions within rounding of each other
-        //   lie between them and a step among them is within rounding of the
-        //   angle as well: a fan joined by the luck of rounding, not by a
-        //   margin.
-        // The sort is n log n and the comparisons kReach n.
-        const auto joinAroundEdge = [&](const Vector3d& axis) {
-            constexpr size_t kReach = 8;
-            const size_t around = aroundEdge.size();
-            if (around > 2 * kReach + 1) {
-                // Any two axes perpendicular to the edge that turn the same
-                // way round it give the same cyclic order.
-                size_t least = 0;
-                for (size_t i = 1; i < 3; ++i)
-                    if (std::fabs(axis[i]) < std::fabs(axis[least])) least = i;
-                Vector3d pole(0.0, 0.0, 0.0);
-                pole[least] = 1.0;
-                const Vector3d u = axis.Cross(pole);
-                const Vector3d v = axis.Cross(u);
-                for (tAround& at : aroundEdge) {
-                    const Vector3d& d = faceOf(at.member).direction;
-                    at.angle = std::atan2(d.Dot(v), d.Dot(u));
-                }
-                std::sort(aroundEdge.begin(), aroundEdge.end(), [](const tAround& a, const tAround& b) {
-                    return a.angle < b.angle || (a.angle == b.angle && a.member < b.member);
-                });
-            }
-            const size_t reach = std::min(kReach, around / 2);
-            for (size_t i = 0; i < around; ++i)
-                for (size_t step = 1; step <= reach; ++step) {
-                    if (2 * step == around && i >= step) break;  // that pair was compared from its other end
-                    const uint32_t a = aroundEdge[i].member;
-                    const uint32_t b = aroundEdge[(i + step) % around].member;
-                    if (faceOf(a).direction.Dot(faceOf(b).direction) >= cosLimit) unite(a, b);
-                }
-        };
         for (uint32_t k = 0; k < count; ++k) {
             constexpr size_t kAhead = 16;
             const size_t ahead = groupStart[g] + k + kAhead;
@@ -219,23 +187,58 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
                 // neighbours. Their pairs are not visited one by one, as the
                 // n pages of a book have n^2 / 2: each kind of pair is
                 // settled for the whole run at once, with the same fans.
-                // Two directionless members are joined: a chain from the
-                // first joins them all. A directionless member hangs on
-                // every member with a direction, and only the least of
-                // those counts (see below); the run's directionless members
-                // being joined, one hanger from the first of them to the
-                // first with a direction (the keys are sorted, so the run is
-                // in member order) stands for them all. Members with a
-                // direction are joined by angle. A face with a repeated
-                // corner may appear twice in a run; it has no area.
+                // - Two directionless members are joined: a chain from the
+                //   first joins them all.
+                // - A directionless member hangs on every member with a
+                //   direction, and only the least of those counts (see
+                //   below). The run's directionless members being joined,
+                //   one hanger from the first of them to the first with a
+                //   direction (the keys are sorted, so the run is in member
+                //   order) stands for them all.
+                // - Two members with a direction are joined when they turn
+                //   by at most the smoothing angle. The faces at an edge
+                //   contain it, so their directions are perpendicular to it
+                //   and lie on one circle. When two are within the angle, so
+                //   is each step from one face to the next on the shorter
+                //   arc between them, as no step is longer than the arc:
+                //   taken in turn around the edge, comparing each member
+                //   with the next joins every fan. Each is compared with the
+                //   next kReach (cyclically) all the same. With at most
+                //   2 kReach + 1 members that is every pair, whatever the
+                //   order, so such a run, as the usual edges of two faces or
+                //   a few more are, is not sorted but compared pair by pair,
+                //   exactly. In a longer run the order comes from computed
+                //   directions, off by about 1e-16; it can only part two
+                //   faces that all pairs would join where more than kReach
+                //   directions within rounding of each other lie between
+                //   them and a step among them is within rounding of the
+                //   angle as well: a fan joined by the luck of rounding, not
+                //   by a margin. The sort is n log n, the comparisons
+                //   kReach n.
+                // A face with a repeated corner may appear twice in a run; it
+                // has no area.
+                if (runEnd - runStart == 2) {
+                    // The manifold edge, most edges of most meshes: one pair.
+                    const uint32_t a = static_cast<uint32_t>(edges[runStart]);
+                    const uint32_t b = static_cast<uint32_t>(edges[runStart + 1]);
+                    if (hasDirection(a) && hasDirection(b)) {
+                        if (faceOf(a).direction.Dot(faceOf(b).direction) >= cosLimit) unite(a, b);
+                    } else if (!hasDirection(a) && !hasDirection(b)) {
+                        unite(a, b);
+                    } else {
+                        hangers.emplace_back(hasDirection(a) ? b : a, hasDirection(a) ? a : b);
+                    }
+                    runStart = runEnd;
+                    continue;
+                }
                 uint32_t firstDirectionless = kNone;
                 uint32_t firstDirected = kNone;
-                aroundEdge.clear();
+                size_t directedCount = 0;
                 for (size_t i = runStart; i < runEnd; ++i) {
                     const uint32_t k = static_cast<uint32_t>(edges[i]);
                     if (hasDirection(k)) {
                         if (firstDirected == kNone) firstDirected = k;
-                        aroundEdge.push_back(tAround{0.0, k});
+                        ++directedCount;
                     } else if (firstDirectionless == kNone) {
                         firstDirectionless = k;
                     } else {
@@ -244,8 +247,32 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
                 }
                 if (firstDirectionless != kNone && firstDirected != kNone)
                     hangers.emplace_back(firstDirectionless, firstDirected);
-                if (aroundEdge.size() > 1)
-                    joinAroundEdge(toDouble(source.positions[groupVertex[edges[runStart] >> 32]]) - here);
+                if (directedCount > 2 * kReach + 1) {
+                    aroundEdge.clear();
+                    for (size_t i = runStart; i < runEnd; ++i) {
+                        const uint32_t k = static_cast<uint32_t>(edges[i]);
+                        if (hasDirection(k)) aroundEdge.push_back(tAround{faceOf(k).direction, 0.0, k});
+                    }
+                    sortAroundEdge(toDouble(source.positions[groupVertex[edges[runStart] >> 32]]) -
+                                       toDouble(source.positions[groupVertex[g]]),
+                                   aroundEdge);
+                    for (size_t i = 0; i < aroundEdge.size(); ++i)
+                        for (size_t step = 1; step <= kReach; ++step) {
+                            const tAround& a = aroundEdge[i];
+                            const tAround& b = aroundEdge[(i + step) % aroundEdge.size()];
+                            if (a.direction.Dot(b.direction) >= cosLimit) unite(a.member, b.member);
+                        }
+                } else if (directedCount > 1) {
+                    for (size_t i = runStart; i < runEnd; ++i) {
+                        const uint32_t a = static_cast<uint32_t>(edges[i]);
+                        if (!hasDirection(a)) continue;
+                        for (size_t j = i + 1; j < runEnd; ++j) {
+                            const uint32_t b = static_cast<uint32_t>(edges[j]);
+                            if (hasDirection(b) && faceOf(a).direction.Dot(faceOf(b).direction) >= cosLimit)
+                                unite(a, b);
+                        }
+                    }
+                }
                 runStart = runEnd;
             }
             if (!hangers.empty()) {
