@@ -203,18 +203,19 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
                 //   arc between them, as no step is longer than the arc:
                 //   taken in turn around the edge, comparing each member
                 //   with the next joins every fan. Each is compared with the
-                //   next kReach (cyclically) all the same. With at most
-                //   2 kReach + 1 members that is every pair, whatever the
-                //   order, so such a run, as the usual edges of two faces or
-                //   a few more are, is not sorted but compared pair by pair,
-                //   exactly. In a longer run the order comes from computed
-                //   directions, off by about 1e-16; it can only part two
-                //   faces that all pairs would join where more than kReach
-                //   directions within rounding of each other lie between
-                //   them and a step among them is within rounding of the
-                //   angle as well: a fan joined by the luck of rounding, not
-                //   by a margin. The sort is n log n, the comparisons
-                //   kReach n.
+                //   next kReach (cyclically) rather than one, for two
+                //   reasons. Up to 2 kReach + 1 members with a direction,
+                //   that is every pair, whatever the order: such a run, as
+                //   the usual edges of two faces or a few more are, is not
+                //   sorted but compared pair by pair, exactly as all pairs
+                //   would be. In a longer run the order comes from computed
+                //   directions, off by about 1e-16; a wider reach keeps it
+                //   from parting two faces that all pairs would join unless
+                //   more than kReach directions within rounding of each
+                //   other lie between them and a step among them is within
+                //   rounding of the angle as well: a fan joined by the luck
+                //   of rounding, not by a margin. The sort is n log n, the
+                //   comparisons kReach n.
                 // A face with a repeated corner may appear twice in a run; it
                 // has no area.
                 if (runEnd - runStart == 2) {
