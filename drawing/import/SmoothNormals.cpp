@@ -32,6 +32,30 @@ Wm4::Vector3<float> unitNormal(const Vector3d& sum) {
                                static_cast<float>(sum[2] / length));
 }
 
+// A face with a direction at an edge of many faces.
+struct tAround {
+    Vector3d direction;
+    double angle;  // about the edge, from an arbitrary start
+    uint32_t member;
+};
+
+// Puts the faces at the edge along axis in turn around it. Any two axes
+// perpendicular to the edge that turn the same way round it give the same
+// cyclic order.
+void sortAroundEdge(const Vector3d& axis, std::vector<tAround>& around) {
+    size_t least = 0;
+    for (size_t i = 1; i < 3; ++i)
+        if (std::fabs(axis[i]) < std::fabs(axis[least])) least = i;
+    Vector3d pole(0.0, 0.0, 0.0);
+    pole[least] = 1.0;
+    const Vector3d u = axis.Cross(pole);
+    const Vector3d v = axis.Cross(u);
+    for (tAround& at : around) at.angle = std::atan2(at.direction.Dot(v), at.direction.Dot(u));
+    std::sort(around.begin(), around.end(), [](const tAround& a, const tAround& b) {
+        return a.angle < b.angle || (a.angle == b.angle && a.member < b.member);
+    });
+}
+
 }  // namespace
 
 void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int* slotOfCorner,
@@ -106,6 +130,8 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
     std::vector<uint32_t> parent;
     std::vector<uint64_t> edges;
     std::vector<std::pair<uint32_t, uint32_t>> hangers;  // directionless member, member with a direction
+    std::vector<tAround> aroundEdge;                     // the members with a direction at an edge of many faces
+    constexpr size_t kReach = 8;                         // faces compared with each one around such an edge
     std::vector<uint32_t> hangOn;
     std::vector<Vector3d> sum;
     std::vector<unsigned char> directed;
@@ -156,24 +182,98 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
             for (size_t runStart = 0; runStart < edges.size();) {
                 size_t runEnd = runStart + 1;
                 while (runEnd < edges.size() && edges[runEnd] >> 32 == edges[runStart] >> 32) ++runEnd;
-                // Every pair of the run: two faces at a manifold edge, more
-                // at a non-manifold one. A face with a repeated corner may
-                // appear twice and is not paired with itself.
-                for (size_t i = runStart; i < runEnd; ++i)
-                    for (size_t j = i + 1; j < runEnd; ++j) {
+                // The members of a run meet at one edge: two at a manifold
+                // edge, more at a non-manifold one, and any two of them are
+                // neighbours. Their pairs are not visited one by one, as the
+                // n pages of a book have n^2 / 2: each kind of pair is
+                // settled for the whole run at once, with the same fans.
+                // - Two directionless members are joined: a chain from the
+                //   first joins them all.
+                // - A directionless member hangs on every member with a
+                //   direction, and only the least of those counts (see
+                //   below). The run's directionless members being joined,
+                //   one hanger from the first of them to the first with a
+                //   direction (the keys are sorted, so the run is in member
+                //   order) stands for them all.
+                // - Two members with a direction are joined when they turn
+                //   by at most the smoothing angle. The faces at an edge
+                //   contain it, so their directions are perpendicular to it
+                //   and lie on one circle. When two are within the angle, so
+                //   is each step from one face to the next on the shorter
+                //   arc between them, as no step is longer than the arc:
+                //   taken in turn around the edge, comparing each member
+                //   with the next joins every fan. Each is compared with the
+                //   next kReach (cyclically) rather than one, for two
+                //   reasons. Up to 2 kReach + 1 members with a direction,
+                //   that is every pair, whatever the order: such a run, as
+                //   the usual edges of two faces or a few more are, is not
+                //   sorted but compared pair by pair, exactly as all pairs
+                //   would be. In a longer run the order comes from computed
+                //   directions, off by about 1e-16; a wider reach keeps it
+                //   from parting two faces that all pairs would join unless
+                //   more than kReach directions within rounding of each
+                //   other lie between them and a step among them is within
+                //   rounding of the angle as well: a fan joined by the luck
+                //   of rounding, not by a margin. The sort is n log n, the
+                //   comparisons kReach n.
+                // A face with a repeated corner may appear twice in a run; it
+                // has no area.
+                if (runEnd - runStart == 2) {
+                    // The manifold edge, most edges of most meshes: one pair.
+                    const uint32_t a = static_cast<uint32_t>(edges[runStart]);
+                    const uint32_t b = static_cast<uint32_t>(edges[runStart + 1]);
+                    if (hasDirection(a) && hasDirection(b)) {
+                        if (faceOf(a).direction.Dot(faceOf(b).direction) >= cosLimit) unite(a, b);
+                    } else if (!hasDirection(a) && !hasDirection(b)) {
+                        unite(a, b);
+                    } else {
+                        hangers.emplace_back(hasDirection(a) ? b : a, hasDirection(a) ? a : b);
+                    }
+                    runStart = runEnd;
+                    continue;
+                }
+                uint32_t firstDirectionless = kNone;
+                uint32_t firstDirected = kNone;
+                size_t directedCount = 0;
+                for (size_t i = runStart; i < runEnd; ++i) {
+                    const uint32_t k = static_cast<uint32_t>(edges[i]);
+                    if (hasDirection(k)) {
+                        if (firstDirected == kNone) firstDirected = k;
+                        ++directedCount;
+                    } else if (firstDirectionless == kNone) {
+                        firstDirectionless = k;
+                    } else {
+                        unite(firstDirectionless, k);
+                    }
+                }
+                if (firstDirectionless != kNone && firstDirected != kNone)
+                    hangers.emplace_back(firstDirectionless, firstDirected);
+                if (directedCount > 2 * kReach + 1) {
+                    aroundEdge.clear();
+                    for (size_t i = runStart; i < runEnd; ++i) {
+                        const uint32_t k = static_cast<uint32_t>(edges[i]);
+                        if (hasDirection(k)) aroundEdge.push_back(tAround{faceOf(k).direction, 0.0, k});
+                    }
+                    sortAroundEdge(toDouble(source.positions[groupVertex[edges[runStart] >> 32]]) -
+                                       toDouble(source.positions[groupVertex[g]]),
+                                   aroundEdge);
+                    for (size_t i = 0; i < aroundEdge.size(); ++i)
+                        for (size_t step = 1; step <= kReach; ++step) {
+                            const tAround& a = aroundEdge[i];
+                            const tAround& b = aroundEdge[(i + step) % aroundEdge.size()];
+                            if (a.direction.Dot(b.direction) >= cosLimit) unite(a.member, b.member);
+                        }
+                } else if (directedCount > 1) {
+                    for (size_t i = runStart; i < runEnd; ++i) {
                         const uint32_t a = static_cast<uint32_t>(edges[i]);
-                        const uint32_t b = static_cast<uint32_t>(edges[j]);
-                        if (a == b) continue;
-                        const bool directedA = hasDirection(a);
-                        const bool directedB = hasDirection(b);
-                        if (directedA && directedB) {
-                            if (faceOf(a).direction.Dot(faceOf(b).direction) >= cosLimit) unite(a, b);
-                        } else if (!directedA && !directedB) {
-                            unite(a, b);
-                        } else {
-                            hangers.emplace_back(directedA ? b : a, directedA ? a : b);
+                        if (!hasDirection(a)) continue;
+                        for (size_t j = i + 1; j < runEnd; ++j) {
+                            const uint32_t b = static_cast<uint32_t>(edges[j]);
+                            if (hasDirection(b) && faceOf(a).direction.Dot(faceOf(b).direction) >= cosLimit)
+                                unite(a, b);
                         }
                     }
+                }
                 runStart = runEnd;
             }
             if (!hangers.empty()) {

@@ -16,9 +16,12 @@ namespace contour::importer {
 // corners at one position form a group. Within a group, two corners belong
 // to one fan when their faces share an edge there (a second position in
 // common) and the face directions turn by at most the smoothing angle; fans
-// are closed under that relation. Every corner of a fan gets the same
-// normal, the normalised sum of the fan's area-weighted face normals (summed
-// in corner order). A smooth edge thus never splits its vertices, so the
+// are closed under that relation. (At an edge of more than 17 faces with a
+// direction, only faces near each other in turn around the edge are
+// compared, which joins the same fans but for rounding; see the source. The
+// work stays n log n in the faces at an edge or a vertex.) Every corner of a
+// fan gets the same normal, the normalised sum of the fan's area-weighted
+// face normals (summed in corner order). A smooth edge thus never splits its vertices, so the
 // crease rule cannot draw it however noisy the surface, while a sharp edge
 // does split them and is drawn. The one exception is an isolated sharp edge,
 // the only sharp edge at both of its end vertices: around each end the fan
