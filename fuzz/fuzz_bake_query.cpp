@@ -4,6 +4,7 @@
 // structure and hidden intervals that are non-empty parts of [0, 1].
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>

@@ -1,8 +1,12 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, tests and benchmarks need. Quiet and
-# quick when everything is already there.
+# quick when everything is already there. --fuzz adds clang and its libFuzzer
+# and sanitizer runtimes, which scripts/fuzz.sh builds with.
 set -euo pipefail
 packages=(cmake g++ make libgtest-dev libbenchmark-dev libassimp-dev libcli11-dev nlohmann-json3-dev librsvg2-bin)
+if [ "${1:-}" = "--fuzz" ]; then
+  packages+=(clang libclang-rt-14-dev)
+fi
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")

@@ -18,13 +18,20 @@ tMappedFile::tMappedFile(const std::string& path) {
         if (mapped != MAP_FAILED) {
             m_data = static_cast<const char*>(mapped);
             m_size = static_cast<size_t>(status.st_size);
+            m_mapped = true;
         }
     }
     ::close(descriptor);
 }
 
+tMappedFile::tMappedFile(const char* data, size_t size) {
+    if (size == 0) return;
+    m_data = data;
+    m_size = size;
+}
+
 tMappedFile::~tMappedFile() {
-    if (m_data) ::munmap(const_cast<char*>(m_data), m_size);
+    if (m_mapped) ::munmap(const_cast<char*>(m_data), m_size);
 }
 
 bool littleEndianHost() {

@@ -14,6 +14,11 @@ namespace contour::importer {
 class tMappedFile {
 public:
     explicit tMappedFile(const std::string& path);
+    // Bytes held by the caller, which must outlive this object: the fuzz
+    // targets hand the readers exactly the bytes they generated, so that a
+    // read past the end is caught, as it would not be inside the last page
+    // of a mapping. Closed when size is 0, as an empty file is.
+    tMappedFile(const char* data, size_t size);
     ~tMappedFile();
     tMappedFile(const tMappedFile&) = delete;
     tMappedFile& operator=(const tMappedFile&) = delete;
@@ -26,6 +31,7 @@ public:
 private:
     const char* m_data = nullptr;
     size_t m_size = 0;
+    bool m_mapped = false;
 };
 
 // Whether the host stores numbers as binary STL and PLY files do; the
