@@ -202,6 +202,20 @@ void compareWithAssimp(const uint8_t* data, size_t size, const char* extension) 
 
 }  // namespace
 
+namespace {
+
+// Binary PLY data whose first byte is a line feed: assimp takes that byte for
+// part of the header's line end and reads every value one byte late. The
+// built-in reader reads the data where the format puts it, on purpose.
+bool assimpMisreads(const uint8_t* data, size_t size, const char* extension) {
+    if (std::strcmp(extension, ".ply") != 0) return false;
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    const size_t end = text.find("end_header\n");
+    return end != std::string::npos && text.find("format binary") < end && end + 11 < size && text[end + 11] == '\n';
+}
+
+}  // namespace
+
 void CheckBuiltInReader(const uint8_t* data, size_t size, tReader read, const char* extension,
                         const tFormatCheck& formatCheck) {
     std::vector<tSourceMesh> meshes;
@@ -214,7 +228,7 @@ void CheckBuiltInReader(const uint8_t* data, size_t size, tReader read, const ch
     const bool facetNormalsOnly = std::strcmp(extension, ".stl") == 0;
     for (size_t m = 0; m < meshes.size(); ++m)
         for (const bool generate : {false, true}) checkConversion(meshes[m], m, generate, facetNormalsOnly);
-    if (DifferentialMode()) compareWithAssimp(data, size, extension);
+    if (DifferentialMode() && !assimpMisreads(data, size, extension)) compareWithAssimp(data, size, extension);
 }
 
 }  // namespace ctr_fuzz

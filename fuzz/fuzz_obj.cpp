@@ -10,7 +10,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using contour::importer::tSourceMesh;
     ctr_fuzz::CheckBuiltInReader(
-        data, size, contour::importer::readObj, ".obj", [&](const std::vector<tSourceMesh>& meshes) {
+        data, size, [](const auto& file, auto& meshes) { return contour::importer::readObj(file, meshes); }, ".obj", [&](const std::vector<tSourceMesh>& meshes) {
             // Face records: lines that start with "f" and a blank (the reader
             // takes no other kind of face).
             size_t faces = 0;

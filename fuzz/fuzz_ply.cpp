@@ -13,7 +13,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using contour::importer::tSourceMesh;
     ctr_fuzz::CheckBuiltInReader(
-        data, size, contour::importer::readPly, ".ply", [&](const std::vector<tSourceMesh>& meshes) {
+        data, size, [](const auto& file, auto& meshes) { return contour::importer::readPly(file, meshes); }, ".ply", [&](const std::vector<tSourceMesh>& meshes) {
             // The header, read again on its own terms.
             std::istringstream header(std::string(reinterpret_cast<const char*>(data), size));
             std::string line, element;
