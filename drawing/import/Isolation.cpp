@@ -30,13 +30,6 @@ constexpr char kFailed = 'F';
 constexpr char kEnd[] = "\nend of result\n";
 constexpr size_t kEndLength = sizeof kEnd - 1;
 
-// Memory the child may use beyond what it maps at the fork, per input byte
-// and in all. Readers hold a scene several times the size of its file, and
-// compressed containers expand further; a header that claims gigabytes
-// still fails at once.
-constexpr uint64_t kBytesPerInputByte = 64;
-constexpr uint64_t kFixedBytes = uint64_t{1} << 30;
-
 bool writeAll(int descriptor, const char* data, size_t size) {
     while (size > 0) {
         const ssize_t written = ::write(descriptor, data, size);
@@ -65,6 +58,12 @@ void lowerLimit(int resource, uint64_t soft, uint64_t hard) {
 void limitChild(size_t inputBytes) {
     const uint64_t input = inputBytes;
 #ifndef CONTOUR_SANITIZED_ADDRESS_SPACE
+    // Memory the child may use beyond what it maps at the fork, per input byte
+    // and in all. Readers hold a scene several times the size of its file, and
+    // compressed containers expand further; a header that claims gigabytes
+    // still fails at once.
+    constexpr uint64_t kBytesPerInputByte = 64;
+    constexpr uint64_t kFixedBytes = uint64_t{1} << 30;
     // The child starts with the parent's whole address space, which may be
     // large in a host that holds other models.
     uint64_t mapped = 0;
