@@ -189,17 +189,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!contour::FrameCamera(meshList, occluders, options.camera, options.pageWidthMM, options.pageHeightMM, matrices,
                               error))
         return 0;
-    const auto bestFit = [&](const ctr::DiscreteProjectionSpace& space) {
-        ctr::ExportParameters parameters(space);
-        parameters.setPageSizeInMM(
-            Wm4::Vector2<float>(static_cast<float>(options.pageWidthMM), static_cast<float>(options.pageHeightMM)));
-        parameters.computeBestFitTransform();
-        return parameters;
-    };
     contour::ViewLines lines;
     contour::DrawingStats stats;
     FUZZ_REQUIRE(
-        contour::ComputeView(meshList, occluders, options, matrices, bestFit, lines, stats, error, nullptr, nullptr),
+        contour::ComputeView(meshList, occluders, options, matrices, contour::FitToPage(options), lines, stats, error, nullptr, nullptr),
         "the view failed: %s", error.c_str());
     const ctr::ExportParameters& parameters = *lines.parameters;
     const double margin = options.camera.perspective && options.camera.eye ? 0.0 : options.camera.marginMM;

@@ -109,6 +109,16 @@ bool BitSizesAccepted(unsigned int xyBits, unsigned int zBits) {
     return (xyBits == probe.getXYBitSize() && zBits == probe.getZBitSize()) || probe.setVoxelBitSize(xyBits, zBits);
 }
 
+PlaceView FitToPage(const DrawingOptions& options) {
+    const Wm4::Vector2<float> page(static_cast<float>(options.pageWidthMM), static_cast<float>(options.pageHeightMM));
+    return [page](const ctr::DiscreteProjectionSpace& space) {
+        ctr::ExportParameters parameters(space);
+        parameters.setPageSizeInMM(page);
+        parameters.computeBestFitTransform();
+        return parameters;
+    };
+}
+
 bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                  const DrawingOptions& options, const CameraMatrices& camera, const PlaceView& place, ViewLines& lines,
                  DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor) {
@@ -237,15 +247,9 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     CameraMatrices camera;
     if (!FrameCamera(meshes, occluders, options.camera, options.pageWidthMM, options.pageHeightMM, camera, error))
         return false;
-    const auto bestFit = [&](const ctr::DiscreteProjectionSpace& space) {
-        ctr::ExportParameters parameters(space);
-        parameters.setPageSizeInMM(
-            Wm4::Vector2<float>(static_cast<float>(options.pageWidthMM), static_cast<float>(options.pageHeightMM)));
-        parameters.computeBestFitTransform();
-        return parameters;
-    };
     ViewLines lines;
-    if (!ComputeView(meshes, occluders, options, camera, bestFit, lines, stats, error, executor, monitor)) return false;
+    if (!ComputeView(meshes, occluders, options, camera, FitToPage(options), lines, stats, error, executor, monitor))
+        return false;
     const ctr::ExportParameters& parameters = *lines.parameters;
 
     PhaseClock clock(stats, monitor);

@@ -115,6 +115,8 @@ struct ViewLines {
 
 // How a view is laid on the page, given its projection space.
 using PlaceView = std::function<ctr::ExportParameters(const ctr::DiscreteProjectionSpace&)>;
+// The single view's placing: scaled to fit the page of options.
+PlaceView FitToPage(const DrawingOptions& options);
 
 // The pipeline of one view through a camera (from FrameCamera): features,
 // common and duplicate segments removed, visible and, when asked for, hidden
