@@ -2,8 +2,10 @@
 // them, drawn as single runs draw them, skipped when current, and redrawn
 // when the options change.
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "TestSupport.h"
+#include "ctr/drawing/Batch.h"
 
 namespace {
 
@@ -89,6 +91,38 @@ TEST_F(ContourBatch, NamesSheetsAndUsage) {
     EXPECT_EQ(run("batch a --out-dir out -o x.svg"), 2);
     EXPECT_EQ(run("batch a"), 2);
     EXPECT_EQ(run("batch a --out-dir out --jobs 0"), 2);
+}
+
+// What a host sees: every part once, on its own thread, counted in order;
+// and a cancel asked for at once leaves every part undrawn and no file.
+TEST_F(ContourBatch, HostHearsOfEachPartOnItsThreadAndCanCancel) {
+    contour::BatchOptions options;
+    options.outputFolder = (folder / "out").string();
+    options.jobs = 2;
+    const std::vector<contour::BatchPart> parts =
+        contour::CollectBatchParts({ctr_test::ModelPath("cad/joint.obj"), ctr_test::ModelPath("cad-brep/box_holes.obj"),
+                                    (folder / "missing.obj").string()});
+    ASSERT_EQ(parts.size(), 3u);
+    std::vector<size_t> counts;
+    const std::thread::id host = std::this_thread::get_id();
+    options.partDone = [&](const contour::PartResult&, size_t done, size_t total) {
+        EXPECT_EQ(std::this_thread::get_id(), host);
+        EXPECT_EQ(total, 3u);
+        counts.push_back(done);
+    };
+    const std::vector<contour::PartResult> results = contour::RunBatch(parts, options);
+    EXPECT_EQ(counts, (std::vector<size_t>{1, 2, 3}));
+    EXPECT_EQ(results[0].status, contour::PartStatus::kDrawn);
+    EXPECT_EQ(results[0].output, (folder / "out" / "joint.svg").string());
+    EXPECT_GT(results[1].drawing.paths, 0u);
+    EXPECT_EQ(results[2].status, contour::PartStatus::kFailed);
+    EXPECT_NE(results[2].reason.find("missing.obj"), std::string::npos);
+
+    options.outputFolder = (folder / "cancelled").string();
+    options.shouldCancel = [] { return true; };
+    for (const contour::PartResult& result : contour::RunBatch(parts, options))
+        EXPECT_NE(result.status, contour::PartStatus::kDrawn);
+    EXPECT_FALSE(fs::exists(folder / "cancelled" / "joint.svg"));
 }
 
 }  // namespace

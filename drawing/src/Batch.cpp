@@ -238,6 +238,11 @@ std::vector<PartResult> RunBatch(const std::vector<BatchPart>& parts, const Batc
             ended.notify_one();
         }
     };
+    const auto askHost = [&] {
+        if (!stop.load() && options.shouldCancel && options.shouldCancel()) stop.store(true);
+    };
+    // A host that has already asked to stop gets no part started.
+    askHost();
     std::vector<std::thread> workers;
     for (unsigned int j = 0; j < jobs; ++j) workers.emplace_back(work);
 
@@ -256,7 +261,7 @@ std::vector<PartResult> RunBatch(const std::vector<BatchPart>& parts, const Batc
                 ++done;
                 if (options.partDone) options.partDone(results[i], done, total);
             }
-            if (!stop.load() && options.shouldCancel && options.shouldCancel()) stop.store(true);
+            askHost();
         }
     } catch (...) {
         stop.store(true);
