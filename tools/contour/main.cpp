@@ -74,7 +74,7 @@ int runBatch(const contour::ToolOptions& options) {
     if (code) return fail("cannot make the folder '" + options.outDir + "': " + code.message());
 
     contour::ProgressBar progress(!options.quiet && isatty(STDERR_FILENO));
-    progress.setTotalProgress(static_cast<double>(parts.size()));
+    progress.partsEnded(0, parts.size());
     contour::BatchOptions batch;
     batch.request = options;
     batch.titleFromModel = !options.titleGiven;
@@ -86,8 +86,7 @@ int runBatch(const contour::ToolOptions& options) {
             progress.clear();
             std::fprintf(stderr, "contour: %s: %s\n", result.model.c_str(), result.reason.c_str());
         }
-        progress.advanceProgress(1.0);
-        progress.phaseStarted((std::to_string(done) + "/" + std::to_string(total) + " parts").c_str());
+        progress.partsEnded(done, total);
     };
     batch.shouldCancel = [] { return contour::InterruptRequested(); };
     const std::vector<contour::PartResult> results = contour::RunBatch(parts, batch);
