@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <mutex>
 #include <new>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -127,22 +128,31 @@ bool RunIsolated(size_t inputBytes, const std::function<std::string()>& work, st
                  std::string& error) {
     result.clear();
     int channel[2];
-    if (::pipe2(channel, O_CLOEXEC) != 0) {
-        error = std::string("cannot start the reader: ") + std::strerror(errno);
-        return false;
-    }
-    const pid_t child = ::fork();
-    if (child < 0) {
-        error = std::string("cannot start the reader: ") + std::strerror(errno);
-        ::close(channel[0]);
+    pid_t child;
+    {
+        // A child that another thread forks while this pipe's writing end is
+        // open here would hold it too, and the end of the result would wait
+        // for that child's end as well; so no fork comes between the pipe
+        // and the closing of that end.
+        static std::mutex forking;
+        std::lock_guard<std::mutex> lock(forking);
+        if (::pipe2(channel, O_CLOEXEC) != 0) {
+            error = std::string("cannot start the reader: ") + std::strerror(errno);
+            return false;
+        }
+        child = ::fork();
+        if (child < 0) {
+            error = std::string("cannot start the reader: ") + std::strerror(errno);
+            ::close(channel[0]);
+            ::close(channel[1]);
+            return false;
+        }
+        if (child == 0) {
+            ::close(channel[0]);
+            runChild(channel[1], inputBytes, work);
+        }
         ::close(channel[1]);
-        return false;
     }
-    if (child == 0) {
-        ::close(channel[0]);
-        runChild(channel[1], inputBytes, work);
-    }
-    ::close(channel[1]);
 
     std::string received;
     char buffer[1 << 16];

@@ -1,5 +1,6 @@
 #include "ctr/drawing/OutputFile.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -13,21 +14,24 @@ namespace contour {
 
 namespace {
 
-// What the signal handler may remove; a handler can only use plain storage.
-char gPendingTemporary[4096];
-volatile std::sig_atomic_t gHasPendingTemporary = 0;
-
-void setPending(const std::string& path) {
-    gHasPendingTemporary = 0;
-    if (path.empty() || path.size() >= sizeof gPendingTemporary) return;
-    std::memcpy(gPendingTemporary, path.c_str(), path.size() + 1);
-    gHasPendingTemporary = 1;
-}
+// What the signal handler may remove: one slot per output being written at
+// once (a batch writes one per worker). A handler can only use plain storage
+// and lock-free atomics. A slot is free (0), being filled (1) or holds a name
+// (2); with every slot taken a name goes unregistered, which only matters on
+// file systems without unnamed files.
+struct tPendingSlot {
+    std::atomic<int> state{0};
+    char path[4096];
+};
+constexpr int kPendingSlots = 64;
+tPendingSlot gPending[kPendingSlots];
+static_assert(std::atomic<int>::is_always_lock_free, "the signal handler reads the slots");
 
 volatile std::sig_atomic_t gInterrupted = 0;
 
 extern "C" void removePendingAndReraise(int signalNumber) {
-    if (gHasPendingTemporary) unlink(gPendingTemporary);
+    for (tPendingSlot& slot : gPending)
+        if (slot.state.load() == 2) unlink(slot.path);
     std::signal(signalNumber, SIG_DFL);
     std::raise(signalNumber);
 }
@@ -41,7 +45,43 @@ extern "C" void requestStop(int signalNumber) {
 
 std::string systemError() { return std::strerror(errno); }
 
+// The process's file creation mask. umask can only be read by setting it,
+// which would open a window in which another thread's new files get mask 0,
+// so it is read from /proc where that is there, and at most once otherwise.
+mode_t creationMask() {
+    static const mode_t mask = [] {
+        if (FILE* status = std::fopen("/proc/self/status", "re")) {
+            char line[256];
+            unsigned int value = 0;
+            bool found = false;
+            while (!found && std::fgets(line, sizeof line, status))
+                found = std::sscanf(line, "Umask: %o", &value) == 1;
+            std::fclose(status);
+            if (found) return static_cast<mode_t>(value);
+        }
+        const mode_t current = umask(0);
+        umask(current);
+        return current;
+    }();
+    return mask;
+}
+
 }  // namespace
+
+void AtomicOutput::setPending(const std::string& path) {
+    if (pendingSlot >= 0) gPending[pendingSlot].state.store(0);
+    pendingSlot = -1;
+    if (path.empty() || path.size() >= sizeof gPending[0].path) return;
+    for (int i = 0; i < kPendingSlots; ++i) {
+        int expected = 0;
+        if (gPending[i].state.compare_exchange_strong(expected, 1)) {
+            std::memcpy(gPending[i].path, path.c_str(), path.size() + 1);
+            gPending[i].state.store(2);
+            pendingSlot = i;
+            return;
+        }
+    }
+}
 
 AtomicOutput::~AtomicOutput() { discard(); }
 
@@ -61,9 +101,7 @@ bool AtomicOutput::create(const std::string& targetPath, std::string& error) {
     // behind them is appended to, which opening the name again would not do.
     given = target =
         targetPath == "/dev/stdout" || targetPath == "/dev/fd/1" || targetPath == "/proc/self/fd/1" ? "-" : targetPath;
-    const mode_t mask = umask(0);
-    umask(mask);
-    mode = 0666 & ~mask;
+    mode = 0666 & ~creationMask();
     if (given == "-") {
         const char* tmp = std::getenv("TMPDIR");
         folder = tmp && *tmp ? tmp : "/tmp";

@@ -1,5 +1,7 @@
 #include "ctr/drawing/Job.h"
 
+#include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sys/resource.h>
@@ -31,6 +33,43 @@ Json kind(const LineKindStats& stats) {
 double milliseconds(double seconds) { return seconds * 1000.0; }
 
 }  // namespace
+
+std::string DrawingOptionsHash(const DrawingRequest& request) {
+    const CameraOptions& camera = request.drawing.camera;
+    const DrawingOptions& drawing = request.drawing;
+    const auto vector = [](const Wm4::Vector3<double>& v) { return Json{v[0], v[1], v[2]}; };
+    Json options = {
+        {"version", qeContouringLib::Version::GetDescStringMajorMinorReleaseRevisionDate()},
+        {"demo", request.demo},
+        {"occluders", request.occluders},
+        {"import", {request.import.generateNormals, request.import.smoothingAngleDegrees, request.import.generalReaderOnly}},
+        {"view", ViewPresetName(camera.view)},
+        {"eye", camera.eye ? vector(*camera.eye) : Json()},
+        {"target", camera.target ? vector(*camera.target) : Json()},
+        {"azimuthElevation", camera.azimuthElevation ? Json(*camera.azimuthElevation) : Json()},
+        {"up", vector(camera.up)},
+        {"perspective", camera.perspective},
+        {"fov", camera.fovDegrees},
+        {"margin", camera.marginMM},
+        {"page", {drawing.pageWidthMM, drawing.pageHeightMM}},
+        {"bits", {drawing.xyBits, drawing.zBits}},
+        {"title", drawing.title},
+        {"description", drawing.description},
+        {"creaseWidth", drawing.creaseWidthMM ? Json(*drawing.creaseWidthMM) : Json()},
+        {"silhouetteWidth", drawing.silhouetteWidthMM ? Json(*drawing.silhouetteWidthMM) : Json()},
+        {"color", drawing.color ? Json{drawing.color->R(), drawing.color->G(), drawing.color->B()} : Json()},
+        {"flags", {drawing.keepCommon, drawing.hiddenLines, drawing.layers, drawing.arcs}},
+        {"sheet", request.sheet ? Json{request.sheetOptions.projection == ctr::ProjectionMethod::kFirstAngle,
+                                       request.sheetOptions.title}
+                                : Json()}};
+    // FNV-1a over the canonical text: stable across builds and hosts, which
+    // a library hash is not bound to be.
+    uint64_t hash = 14695981039346656037ull;
+    for (const unsigned char c : options.dump()) hash = (hash ^ c) * 1099511628211ull;
+    char text[17];
+    std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(hash));
+    return text;
+}
 
 bool WriteStats(const std::string& path, const DrawingRequest& options, const RunStats& run, const DrawingStats& drawing,
                 std::string& error) {
@@ -88,6 +127,7 @@ bool WriteStats(const std::string& path, const DrawingRequest& options, const Ru
         {"segments", segments},
         {"paths", drawing.paths},
         {"output", options.output},
+        {"optionsHash", DrawingOptionsHash(options)},
         {"threads", run.threads},
         {"phasesMs", phases},
         {"totalMs", milliseconds(run.totalSeconds)},

@@ -213,6 +213,23 @@ Progress and statistics:
   hiding (and the hidden pieces with --hidden), paths written, the time of
   each phase and the peak memory.
 
+Batch:
+  contour batch PART... --out-dir DIR draws one drawing per part with the
+  options of a single run: a file is a part, a folder gives its model files
+  (OBJ, STL, PLY, OFF, glTF/GLB, FBX, DAE, 3DS, 3MF, X3D, AMF, any case),
+  searched recursively in byte-wise order, hidden entries left out. A part
+  given as a file is drawn to DIR/NAME.svg, its name without extension as a
+  single run names it; a file found in a folder keeps its path below that
+  folder (DIR/sub/NAME.svg). A part whose drawing name an earlier part holds
+  fails; a file given twice is drawn once. Each drawing has its --stats
+  record beside it (NAME.stats.json) with a hash of the options; a rerun
+  skips a part whose drawing is newer than its model and occluders and was
+  made with the same options (--force draws all). --jobs N parts run at once
+  (default one per core); the drawings are those of single runs, byte for
+  byte. A part that fails does not stop the others; DIR/report.json (or
+  --report) lists every part with its status (drawn, failed, skipped,
+  cancelled), reason and time. The exit status is 1 when any part failed.
+
 Exit status: 0 on success, 1 when the drawing fails, 2 for a usage error,
 130 when interrupted.
 
@@ -228,17 +245,27 @@ Examples:
 // The generated usage line cannot say that --demo replaces the models.
 class tFormatter : public CLI::Formatter {
 public:
+    explicit tFormatter(bool batch) : m_batch(batch) {}
     std::string make_usage(const CLI::App*, std::string) const override {
-        return "Usage: contour [OPTIONS] MODEL... [-o OUT.svg]\n       contour --demo [OPTIONS] [-o OUT.svg]\n\n";
+        if (m_batch) return "Usage: contour batch PART... --out-dir DIR [--jobs N] [--report FILE] [OPTIONS]\n\n";
+        return "Usage: contour [OPTIONS] MODEL... [-o OUT.svg]\n       contour --demo [OPTIONS] [-o OUT.svg]\n"
+               "       contour batch PART... --out-dir DIR [OPTIONS]\n\n";
     }
+
+private:
+    bool m_batch;
 };
 
 }  // namespace
 
 int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
+    // A batch takes the options of a single run but for its output; "batch"
+    // stands where the parser expects the program's name.
+    const bool batch = options.batch = argc > 1 && std::string(argv[1]) == "batch";
+    if (batch) --argc, ++argv;
     CLI::App app{"Draws the visible edges of triangle meshes as an SVG technical drawing on a page in millimetres.",
                  "contour"};
-    app.formatter(std::make_shared<tFormatter>());
+    app.formatter(std::make_shared<tFormatter>(batch));
     app.footer(kFooter);
     app.set_version_flag("-V,--version", std::string("contour ") +
                                              qeContouringLib::Version::GetDescStringMajorMinorReleaseRevisionDate());
@@ -249,10 +276,22 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     std::optional<std::string> title, description;
     std::string projection = "third";
 
-    app.add_option("MODEL", options.models, "Model files (OBJ, STL, PLY, glTF and what else assimp reads)")
-        ->type_name("FILE");
-    app.add_flag("--demo", options.demo, "Draw the built-in demo scene instead of model files");
-    app.add_option("-o,--output", options.output, "Output SVG file (see Output below)")->type_name("FILE");
+    if (batch) {
+        app.add_option("PART", options.models, "Model files, and folders whose model files are drawn (see Batch)")
+            ->type_name("PATH");
+        app.add_option("--out-dir", options.outDir, "Folder the drawings go to")->type_name("DIR")->required();
+        app.add_option("--jobs", options.jobs, "Parts drawn at once (default: one per core)")
+            ->type_name("N")
+            ->check(CLI::Range(1u, 1024u));
+        app.add_option("--report", options.report, "JSON report of the parts (default: DIR/report.json)")
+            ->type_name("FILE");
+        app.add_flag("--force", options.redrawAll, "Draw every part, also those whose drawing is current");
+    } else {
+        app.add_option("MODEL", options.models, "Model files (OBJ, STL, PLY, glTF and what else assimp reads)")
+            ->type_name("FILE");
+        app.add_flag("--demo", options.demo, "Draw the built-in demo scene instead of model files");
+        app.add_option("-o,--output", options.output, "Output SVG file (see Output below)")->type_name("FILE");
+    }
     app.add_option("--occluder", options.occluders, "Mesh file that hides lines but is not drawn; repeatable")
         ->allow_extra_args(false)
         ->type_name("FILE");
@@ -303,7 +342,8 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     app.add_flag("--layers", options.drawing.layers, "Put each kind of line in an Inkscape layer (see Layers)");
     app.add_flag("--arcs", options.drawing.arcs,
                  "Write the circles the fitting finds as SVG arcs where the page shows them round (see Layers)");
-    app.add_option("--stats", options.statsPath, "Write a JSON record of the run to FILE")->type_name("FILE");
+    if (!batch)
+        app.add_option("--stats", options.statsPath, "Write a JSON record of the run to FILE")->type_name("FILE");
     app.add_flag("-q,--quiet", options.quiet, "No summary and no progress bar on standard error");
     std::string threads;
     app.add_option("--threads", threads, "Threads to compute with (default: one per core); the drawing is the same")
@@ -328,7 +368,8 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
 
     try {
         if (options.demo && !options.models.empty()) throw tUsageError{"give either --demo or model files, not both"};
-        if (!options.demo && options.models.empty()) throw tUsageError{"no model file given (or --demo)"};
+        if (!options.demo && options.models.empty())
+            throw tUsageError{batch ? "no part given" : "no model file given (or --demo)"};
         if (perspective && orthographic) throw tUsageError{"give either --perspective or --orthographic"};
         if (options.sheet) {
             const std::pair<bool, const char*> ignored[] = {{perspective, "--perspective"},
@@ -413,7 +454,8 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
             options.sheetOptions.title = title ? *title : options.demo ? "contour demo" : names;
             options.sheetOptions.date = SheetDate();
         }
-        if (options.output.empty())
+        options.titleGiven = title.has_value();
+        if (options.output.empty() && !batch)
             options.output =
                 options.demo ? "demo.svg" : std::filesystem::path(options.models[0]).stem().string() + ".svg";
     } catch (const tUsageError& failure) {

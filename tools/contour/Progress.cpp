@@ -39,6 +39,13 @@ void ProgressBar::advanceProgress(double amount) {
 
 double ProgressBar::getRemainingProgress() const { return std::max(0.0, m_total - m_done); }
 
+void ProgressBar::partsEnded(size_t done, size_t total) {
+    m_total = static_cast<double>(total);
+    m_done = static_cast<double>(done);
+    m_phase = std::to_string(done) + "/" + std::to_string(total) + " parts";
+    draw(true);
+}
+
 void ProgressBar::clear() {
     if (!m_drawn) return;
     std::fputs("\r\033[K", stderr);

@@ -4,6 +4,7 @@
 #define CONTOUR_PROGRESS_H
 
 #include <chrono>
+#include <cstddef>
 #include <string>
 
 #include "ctr/drawing/Drawing.h"
@@ -24,6 +25,8 @@ public:
     void setTotalProgress(double total) override;
     void advanceProgress(double amount) override;
     double getRemainingProgress() const override;
+    // A batch's count: done of total parts ended.
+    void partsEnded(size_t done, size_t total);
     // Wipes the bar off its line, so that messages start on a clean one.
     void clear();
 

@@ -1,11 +1,14 @@
 // contour: turns model files into line drawings.
+#include <chrono>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <new>
 #include <unistd.h>
 
 #include "CommandLine.h"
 #include "Progress.h"
+#include "ctr/drawing/Batch.h"
 #include "ctr/drawing/Job.h"
 #include "ctr/drawing/OutputFile.h"
 
@@ -23,6 +26,10 @@ constexpr int kInterrupted = 130;
 int interrupted() {
     std::fputs("contour: interrupted; no output was written\n", stderr);
     return kInterrupted;
+}
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 int run(const contour::ToolOptions& options) {
@@ -56,6 +63,53 @@ int run(const contour::ToolOptions& options) {
     return 0;
 }
 
+// Every part on its own: a failure is reported and the others go on. The
+// bar counts parts.
+int runBatch(const contour::ToolOptions& options) {
+    const auto start = std::chrono::steady_clock::now();
+    const std::vector<contour::BatchPart> parts = contour::CollectBatchParts(options.models);
+    if (parts.empty()) return fail("no model file in the parts given");
+    std::error_code code;
+    std::filesystem::create_directories(options.outDir, code);
+    if (code) return fail("cannot make the folder '" + options.outDir + "': " + code.message());
+
+    contour::ProgressBar progress(!options.quiet && isatty(STDERR_FILENO));
+    progress.partsEnded(0, parts.size());
+    contour::BatchOptions batch;
+    batch.request = options;
+    batch.titleFromModel = !options.titleGiven;
+    batch.outputFolder = options.outDir;
+    batch.jobs = options.jobs;
+    batch.redrawAll = options.redrawAll;
+    batch.partDone = [&](const contour::PartResult& result, size_t done, size_t total) {
+        if (result.status == contour::PartStatus::kFailed) {
+            progress.clear();
+            std::fprintf(stderr, "contour: %s: %s\n", result.model.c_str(), result.reason.c_str());
+        }
+        progress.partsEnded(done, total);
+    };
+    batch.shouldCancel = [] { return contour::InterruptRequested(); };
+    const std::vector<contour::PartResult> results = contour::RunBatch(parts, batch);
+    progress.clear();
+
+    size_t counts[4] = {0, 0, 0, 0};
+    for (const contour::PartResult& result : results) ++counts[static_cast<int>(result.status)];
+    const std::string report =
+        options.report.empty() ? (std::filesystem::path(options.outDir) / "report.json").string() : options.report;
+    std::string error;
+    if (!contour::WriteBatchReport(report, results, secondsSince(start), error)) return fail(error);
+    if (contour::InterruptRequested()) {
+        std::fprintf(stderr, "contour: interrupted; the drawings of %zu parts are written, see %s\n", counts[0],
+                     report.c_str());
+        return kInterrupted;
+    }
+    if (!options.quiet)
+        std::fprintf(stderr, "contour: %zu part%s: %zu drawn, %zu skipped, %zu failed -> %s (report %s), %.2f s\n",
+                     results.size(), results.size() == 1 ? "" : "s", counts[0], counts[2], counts[1],
+                     options.outDir.c_str(), report.c_str(), secondsSince(start));
+    return counts[1] > 0 ? 1 : 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -65,7 +119,7 @@ int main(int argc, char** argv) {
     if (parsed >= 0) return parsed;
     contour::InstallInterruptHandling();
     try {
-        return run(options);
+        return options.batch ? runBatch(options) : run(options);
     } catch (const std::bad_alloc&) {
         return fail("out of memory");
     } catch (const std::exception& exception) {

@@ -62,6 +62,13 @@ JobOutcome RunDrawingJob(const DrawingRequest& request, RunStats& run, DrawingSt
 bool WriteStats(const std::string& path, const DrawingRequest& request, const RunStats& run,
                 const DrawingStats& drawing, std::string& error);
 
+// A digest of everything in the request that shapes the drawing's bytes, and
+// of the tool's version: equal digests mean the same drawing of the same
+// model. Models, outputs, statistics path, threads and the sheet's date are
+// left out, so that a drawing is current whatever day or folder it is asked
+// for again. Written into the record as "optionsHash".
+std::string DrawingOptionsHash(const DrawingRequest& request);
+
 }  // namespace contour
 
 #endif

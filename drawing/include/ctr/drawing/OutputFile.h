@@ -41,6 +41,8 @@ private:
     bool makeFile(std::string& error);
     bool toStandardOutput(std::string& error);
     void discard();
+    // Registers the named temporary for the signal handlers (empty: none).
+    void setPending(const std::string& path);
 
     std::string given;   // the target as named by the caller
     std::string target;  // the name to replace, links followed
@@ -50,9 +52,10 @@ private:
     int descriptor = -1;    // the file, kept open: an unnamed one lives on it
     bool unnamed = false;
     mode_t mode = 0;
+    int pendingSlot = -1;  // this output's entry in the handlers' table
 };
 
-// A termination signal removes the named temporary of the AtomicOutput in
+// A termination signal removes the named temporaries of the AtomicOutputs in
 // use before the process ends. An interrupt (Ctrl-C) only sets a flag, which
 // the drawing polls so that it can stop and clean up as on any failure; a
 // second interrupt ends the process at once, temporary removed.
