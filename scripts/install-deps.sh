@@ -2,7 +2,8 @@
 # Installs the Debian packages the build, tests and benchmarks need. Quiet and
 # quick when everything is already there.
 set -euo pipefail
-packages=(cmake g++ make libgtest-dev libbenchmark-dev libassimp-dev libcli11-dev nlohmann-json3-dev librsvg2-bin)
+packages=(cmake g++ make libgtest-dev libbenchmark-dev libassimp-dev libcli11-dev nlohmann-json3-dev librsvg2-bin
+  pybind11-dev python3-dev python3-numpy python3-pytest python3-setuptools python3-distributed)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
