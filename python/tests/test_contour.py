@@ -7,6 +7,7 @@ import signal
 import subprocess
 import sys
 import textwrap
+import threading
 import time
 from pathlib import Path
 
@@ -55,33 +56,51 @@ def tool(*args, cwd):
     subprocess.run([TOOL, "-q", *map(str, args)], cwd=cwd, env=ENV, check=True)
 
 
-@pytest.mark.parametrize("normals, options", [
-    ("none", {}), ("vertex", {"hidden": True, "view": "front"}),
-    ("corner", {"azimuth": 30, "elevation": 20, "up": (0, 0, 1), "page": "A3", "landscape": True}),
-    ("none", {"sheet": True})])
-def test_arrays_draw_as_the_tool_draws_the_file(tmp_path, monkeypatch, normals, options):
+def face_normals(vertices, faces):
+    """Each face's normal at its three corners: every edge a crease."""
+    n = np.cross(vertices[faces[:, 1]] - vertices[faces[:, 0]], vertices[faces[:, 2]] - vertices[faces[:, 0]])
+    return np.repeat(n / np.linalg.norm(n, axis=1, keepdims=True), 3, 0).reshape(-1, 3, 3).astype(np.float32)
+
+
+@pytest.mark.parametrize("normals, extra, options", [
+    ("none", "", {}), ("vertex", "", {"hidden": True, "view": "front", "threads": 1}),
+    ("corner", "", {"azimuth": 30, "elevation": 20, "up": (0, 0, 1), "page": "A3", "landscape": True}),
+    ("none", "occluder", {"perspective": True, "eye": (3, 2, 4), "target": (0, 0.2, 0), "fov": 40, "margin": 5,
+                          "color": "#203060", "crease_width": 0.25, "keep_common": True, "page": "200x150"}),
+    ("none", "two", {"arcs": True, "bits": (18, 16), "smoothing_angle": 10}),
+    ("none", "", {"sheet": True, "hidden": True})])
+def test_arrays_draw_as_the_tool_draws_the_file(tmp_path, monkeypatch, normals, extra, options):
     monkeypatch.setenv("SOURCE_DATE_EPOCH", ENV["SOURCE_DATE_EPOCH"])
     vertices, faces = sphere_and_box()
     n = {"none": None, "vertex": vertices / np.linalg.norm(vertices, axis=1, keepdims=True),
-         "corner": np.repeat(np.float32([[0, 0, 1]]), 3 * len(faces), 0).reshape(-1, 3, 3) + 0 * vertices[faces]}
-    n = None if n[normals] is None else n[normals].astype(np.float32)
+         "corner": face_normals(vertices, faces)}[normals]
+    n = None if n is None else n.astype(np.float32)
     write_obj(tmp_path / "part.obj", vertices, faces, n)
-    arguments = []
+    other = (vertices * np.float32(0.5) + np.float32(0.6), faces)
+    write_obj(tmp_path / "other.obj", *other)
+    arguments = {"": [], "occluder": ["--occluder", "other.obj"], "two": ["other.obj"]}[extra]
     for key, value in options.items():
         flag = "--" + key.replace("_", "-")
-        arguments += [flag] if value is True else [flag, ",".join(map(str, value)) if isinstance(value, tuple) else value]
+        arguments += [flag] if value is True else [flag, ",".join(map(str, value)) if isinstance(value, tuple)
+                                                   else str(value).replace(", ", "x")]
     tool("part.obj", *arguments, "--stats", "part.json", "-o", "tool.svg", cwd=tmp_path)
     mesh = (vertices, faces) if n is None else (vertices, faces, n)
     sheet = options.pop("sheet", False)
-    drawing = (contour.sheet if sheet else contour.draw)(mesh, title="part.obj", **options)
+    run = contour.sheet if sheet else contour.draw
+    inputs = {"": mesh, "occluder": mesh, "two": [mesh, other]}[extra]
+    drawing = run(inputs, occluders=other if extra == "occluder" else None,
+                  title="part.obj, other.obj" if extra == "two" else "part.obj", **options)
     assert drawing.svg() == (tmp_path / "tool.svg").read_text()
     record = json.loads((tmp_path / "part.json").read_text())
     assert drawing.stats["segments"] == record["segments"] and drawing.stats["camera"] == record["camera"]
-    # The file itself, through the importer, draws the same too.
-    from_file = (contour.sheet if sheet else contour.draw)(tmp_path / "part.obj", **options)
+    assert drawing.stats["page"] == record["page"]
+    # The files themselves, through the importer, draw the same too.
+    files = {"": tmp_path / "part.obj", "occluder": tmp_path / "part.obj",
+             "two": [tmp_path / "part.obj", str(tmp_path / "other.obj")]}[extra]
+    from_file = run(files, occluders=tmp_path / "other.obj" if extra == "occluder" else None, **options)
     assert from_file.svg() == drawing.svg() and from_file.stats["inputs"][0]["file"].endswith("part.obj")
-    drawing.save(tmp_path / "saved.svg")
-    assert (tmp_path / "saved.svg").read_text() == drawing.svg()
+    drawing.save(tmp_path / "tool.svg")
+    assert (tmp_path / "tool.svg").read_text() == drawing.svg()
 
 
 def svg_paths(svg):
@@ -103,6 +122,13 @@ def test_lines_agree_with_the_svg():
         assert key(segments) == key(chained)
         assert drawing.lines(kind, "world").shape == (len(segments), 2, 3)
     assert drawing.lines("hidden").shape == (0, 2, 2)
+    # The world ends through the record's camera and fit land on the page ends.
+    world, page = drawing.lines("silhouette", "world"), drawing.lines("silhouette")
+    clip = np.c_[world.reshape(-1, 3), np.ones(len(world) * 2)] @ np.array(drawing.stats["camera"]["worldToClip"])
+    fit, offset = np.array(drawing.stats["page"]["fit"]), np.array(drawing.stats["page"]["offsetMM"])
+    xy = clip[:, :2] / clip[:, 3:] @ fit.T + offset
+    np.testing.assert_allclose(np.c_[xy[:, 0], drawing.stats["page"]["heightMM"] - xy[:, 1]], page.reshape(-1, 2),
+                               atol=1e-3)
     hidden = contour.draw(sphere_and_box(), hidden=True)
     assert len(hidden.lines("hidden")) == hidden.stats["segments"]["hidden"]["pieces"] > 0
     assert hidden._repr_svg_() == hidden.svg()
@@ -154,6 +180,13 @@ def test_progress_reports_and_can_stop():
     seen = []
     contour.draw((V, F), progress=lambda phase, fraction: seen.append((phase, fraction)))
     assert seen[-1] == ("done", 1.0) and {"import", "occlusion"} <= {p for p, _ in seen}
+    # Another thread runs while a drawing is computed.
+    ticks = []
+    ticker = threading.Thread(target=lambda: [ticks.append(time.sleep(0.01)) for _ in range(20)])
+    ticker.start()
+    contour.draw(sphere_and_box(100, 200), threads=1)
+    assert len(ticks) >= 10
+    ticker.join()
 
     def stop(phase, fraction):
         raise RuntimeError("enough")
