@@ -27,8 +27,8 @@ class CMakeBuild(build_ext):
         os.makedirs(os.path.dirname(target), exist_ok=True)
         shutil.copyfile(glob.glob(os.path.join(build, "python", "contour", "_contour*.so"))[0], target)
         # The module finds the library's shared objects beside it ($ORIGIN).
-        for library in glob.glob(os.path.join(build, "src", "libqeContouringLib.so.*")) + \
-                glob.glob(os.path.join(build, "platform", "libqePlatform.so*")):
+        for library in (os.path.join(build, "src", "libqeContouringLib.so.1"),
+                        os.path.join(build, "platform", "libqePlatform.so.1")):
             shutil.copyfile(library, os.path.join(os.path.dirname(target), os.path.basename(library)))
 
 
