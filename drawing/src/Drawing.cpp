@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cmath>
 #include <malloc.h>
+#include <utility>
 
 #include "Wm4Vector2.h"
 #include "qe/qePointer.h"
@@ -243,7 +244,7 @@ bool AddViewLines(ctr::SheetWriter& sheet, const ViewLines& lines) {
 
 bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error,
-               ctr::Executor* executor, DrawingMonitor* monitor) {
+               ctr::Executor* executor, DrawingMonitor* monitor, ViewLines* kept) {
     CameraMatrices camera;
     if (!FrameCamera(meshes, occluders, options.camera, options.pageWidthMM, options.pageHeightMM, camera, error))
         return false;
@@ -264,6 +265,7 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         }
         stats.paths = sheet.pathsWritten();
         clock.start(nullptr);
+        if (kept) *kept = std::move(lines);
         return true;
     }
     ctr::SVGExporter exporter;
@@ -297,6 +299,7 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     }
     stats.paths = exporter.pathsWritten();
     clock.start(nullptr);
+    if (kept) *kept = std::move(lines);
     return true;
 }
 

@@ -71,8 +71,7 @@ std::string DrawingOptionsHash(const DrawingRequest& request) {
     return text;
 }
 
-bool WriteStats(const std::string& path, const DrawingRequest& options, const RunStats& run, const DrawingStats& drawing,
-                std::string& error) {
+std::string StatsRecord(const DrawingRequest& options, const RunStats& run, const DrawingStats& drawing) {
     Json inputs = Json::array();
     for (const InputStats& input : run.inputs)
         inputs.push_back({{"file", input.path},
@@ -140,11 +139,17 @@ bool WriteStats(const std::string& path, const DrawingRequest& options, const Ru
             {"projection",
              options.sheetOptions.projection == ctr::ProjectionMethod::kFirstAngle ? "first angle" : "third angle"},
             {"views", "front, top, side, iso; counts summed, camera and fit of the front view"}};
+    return full.dump(2) + '\n';
+}
+
+bool WriteStats(const std::string& path, const DrawingRequest& options, const RunStats& run, const DrawingStats& drawing,
+                std::string& error) {
+    const std::string record = StatsRecord(options, run, drawing);
     AtomicOutput output;
     if (!output.create(path, error)) return false;
     {
         std::ofstream file(output.writePath(), std::ios::binary | std::ios::trunc);
-        file << full.dump(2) << '\n';
+        file << record;
         if (!file.flush()) {
             error = "cannot write the statistics to '" + path + "'";
             return false;

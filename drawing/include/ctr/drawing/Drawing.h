@@ -137,10 +137,11 @@ bool AddViewLines(ctr::SheetWriter& sheet, const ViewLines& lines);
 // or with stats.cancelled when the monitor asked to stop. With an executor
 // the library's parallel steps run on it; the file is the same either way.
 // Each line is drawn once: segments that repeat one of their kind are
-// dropped before the page.
+// dropped before the page. A host that wants the lines themselves as well
+// gets them in kept.
 bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error,
-               ctr::Executor* executor = nullptr, DrawingMonitor* monitor = nullptr);
+               ctr::Executor* executor = nullptr, DrawingMonitor* monitor = nullptr, ViewLines* kept = nullptr);
 
 }  // namespace contour
 

@@ -61,6 +61,8 @@ JobOutcome RunDrawingJob(const DrawingRequest& request, RunStats& run, DrawingSt
 // is complete. False with a one-line reason.
 bool WriteStats(const std::string& path, const DrawingRequest& request, const RunStats& run,
                 const DrawingStats& drawing, std::string& error);
+// The record that WriteStats writes, as JSON text.
+std::string StatsRecord(const DrawingRequest& request, const RunStats& run, const DrawingStats& drawing);
 
 // A digest of everything in the request that shapes the drawing's bytes, and
 // of the tool's version: equal digests mean the same drawing of the same

@@ -58,6 +58,29 @@ struct ImportOptions {
 bool ImportModel(const std::string& path, ImportedModel& model, std::string& error,
                  const ImportOptions& options = ImportOptions());
 
+// A mesh that a host holds in memory: 3 floats per vertex, 3 vertex numbers
+// per triangle, and optionally normals, 3 floats per vertex or 9 per
+// triangle (one normal per corner).
+struct MeshArrays {
+    const float* positions = nullptr;
+    size_t vertexCount = 0;
+    const unsigned int* corners = nullptr;
+    size_t triangleCount = 0;
+    const float* normals = nullptr;
+    bool normalsPerCorner = false;
+};
+
+// The checks of AddMeshArrays alone, which a host may run before it hands
+// the arrays on: false with a one-line reason.
+bool CheckMeshArrays(const MeshArrays& arrays, std::string& error);
+
+// Appends the mesh to model exactly as a file holding the same floats would
+// be read: vertices welded bit for bit, normals made per smooth fan when it
+// has none. False with a one-line reason for a vertex number out of range, a
+// coordinate that is not finite or a mesh without triangles.
+bool AddMeshArrays(const MeshArrays& arrays, const std::string& name, ImportedModel& model, std::string& error,
+                   const ImportOptions& options = ImportOptions());
+
 }  // namespace contour
 
 #endif
