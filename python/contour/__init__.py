@@ -18,13 +18,14 @@ from __future__ import annotations
 import json
 import math
 import os
+import time
 from typing import Any, Callable, Dict, List, Optional, Sequence, Tuple
 
 import numpy as np
 
 from . import _contour
 
-__all__ = ["Drawing", "draw", "sheet", "KINDS"]
+__all__ = ["Drawing", "draw", "sheet", "batch", "KINDS"]
 
 #: The kinds of line, named as the layers of the SVG file.
 KINDS = ("crease", "silhouette", "intersection", "hidden")
@@ -173,6 +174,23 @@ def _run(inputs: Any, occluders: Any, progress: Optional[Callable[[str, float], 
          smoothing_angle: float, crease_width: Optional[float], silhouette_width: Optional[float],
          color: Optional[str], keep_common: bool, hidden: bool, layers: bool, arcs: bool,
          threads: Optional[int]) -> Drawing:
+    models, hiding, options = _prepare(
+        inputs, occluders, sheet=sheet, view=view, azimuth=azimuth, elevation=elevation, eye=eye, target=target,
+        up=up, perspective=perspective, fov=fov, projection=projection, page=page, landscape=landscape,
+        margin=margin, title=title, description=description, bits=bits, smoothing_angle=smoothing_angle,
+        crease_width=crease_width, silhouette_width=silhouette_width, color=color, keep_common=keep_common,
+        hidden=hidden, layers=layers, arcs=arcs, threads=threads)
+    return Drawing(_contour.draw(models, hiding, options, progress), sheet)
+
+
+def _prepare(inputs: Any, occluders: Any, *, sheet: bool, view: Optional[str], azimuth: Optional[float],
+             elevation: Optional[float], eye: Optional[Sequence[float]], target: Optional[Sequence[float]],
+             up: Optional[Sequence[float]], perspective: bool, fov: Optional[float], projection: Optional[str],
+             page: Any, landscape: bool, margin: float, title: Optional[str], description: Optional[str],
+             bits: Tuple[int, int], smoothing_angle: float, crease_width: Optional[float],
+             silhouette_width: Optional[float], color: Optional[str], keep_common: bool, hidden: bool,
+             layers: bool, arcs: bool, threads: Optional[int]) -> Tuple[List[tuple], List[tuple], Dict[str, Any]]:
+    """The inputs and the checked options, completed with the tool's defaults, as the module takes them."""
     models = _inputs(inputs, "model")
     hiding = _inputs(occluders, "occluder")
     if sheet:
@@ -245,7 +263,7 @@ def _run(inputs: Any, occluders: Any, progress: Optional[Callable[[str, float], 
         "smoothing_angle": _number("smoothing_angle", smoothing_angle, 0, 180, unit=" degrees"),
         "sheet": bool(sheet), "projection": projection or "third",
     }
-    return Drawing(_contour.draw(models, hiding, options, progress), sheet)
+    return models, hiding, options
 
 
 def draw(inputs: Any, *, occluders: Any = None, view: Optional[str] = None, azimuth: Optional[float] = None,
@@ -306,3 +324,137 @@ def sheet(inputs: Any, *, occluders: Any = None, up: Optional[Sequence[float]] =
                 landscape=landscape, margin=margin, title=title, description=description, bits=bits,
                 smoothing_angle=smoothing_angle, crease_width=crease_width, silhouette_width=silhouette_width,
                 color=color, keep_common=keep_common, hidden=hidden, layers=False, arcs=arcs, threads=threads)
+
+
+# The keywords of draw() and sheet() that a batch passes on, with their defaults.
+_DRAW_DEFAULTS: Dict[str, Any] = dict(
+    view=None, azimuth=None, elevation=None, eye=None, target=None, up=None, perspective=False, fov=None,
+    projection=None, page=None, landscape=False, margin=10.0, title=None, description=None, bits=(20, 20),
+    smoothing_angle=30.0, crease_width=None, silhouette_width=None, color=None, keep_common=False, hidden=False,
+    layers=False, arcs=False, threads=None)
+_SHEET_ONLY = {"projection"}
+_VIEW_ONLY = {"view", "azimuth", "elevation", "eye", "target", "perspective", "fov", "layers"}
+
+
+def _draw_part(part: tuple, out_dir: str, options: Dict[str, Any], occluders: List[str], force: bool,
+               title_from_model: bool) -> Dict[str, Any]:
+    """One part drawn by the drawing layer's batch in this process: the task a Dask worker runs."""
+    results, _ = _contour.run_batch([part], out_dir, options, occluders, 1, force, title_from_model, None)
+    return results[0]
+
+
+def _on_client(client: Any, parts: List[tuple], out_dir: str, options: Dict[str, Any], occluders: List[str],
+               force: bool, title_from_model: bool,
+               progress: Optional[Callable[[int, int], Any]]) -> Tuple[List[Dict[str, Any]], bool]:
+    """Each part as a task of its own on a Dask client; the results in the order of the parts."""
+    from distributed import as_completed
+
+    # Workers may run in another folder: they get absolute paths, and the
+    # results name the paths as given, as a local run names them.
+    absolute = [(os.path.abspath(p[0]),) + tuple(p[1:]) for p in parts]
+    if options["threads"] == 0:
+        options = dict(options, threads=1)  # one part per worker thread
+    futures = client.map(_draw_part, absolute, out_dir=os.path.abspath(out_dir), options=options,
+                         occluders=[os.path.abspath(o) for o in occluders], force=force,
+                         title_from_model=title_from_model, pure=False)
+    index = {future.key: i for i, future in enumerate(futures)}
+    results: List[Optional[Dict[str, Any]]] = [None] * len(parts)
+    interrupted = False
+    try:
+        for done, future in enumerate(as_completed(futures), 1):
+            i = index[future.key]
+            if future.status == "finished":
+                result = future.result()
+                result["reason"] = result["reason"].replace(absolute[i][0], parts[i][0])
+            else:  # the task itself failed (a lost worker, say): the part failed
+                error = future.exception()
+                result = {"status": "failed", "reason": f"{type(error).__name__}: {error}".splitlines()[0],
+                          "seconds": 0.0}
+            results[i] = result
+            if progress is not None and progress(done, len(parts)):
+                break
+    except KeyboardInterrupt:
+        interrupted = True
+    client.cancel([f for f in futures if not f.done()])
+    ended = []
+    for i, part in enumerate(parts):
+        result = results[i] or {"status": "cancelled", "reason": "", "seconds": 0.0}
+        result["path"] = part[0]
+        result["output"] = os.path.join(out_dir, part[1]) + ".svg"
+        ended.append({key: result[key] for key in ("path", "output", "status", "reason", "seconds")})
+    return ended, interrupted
+
+
+def batch(parts: Any, out_dir: "os.PathLike[str] | str", *, jobs: Optional[int] = None, client: Any = None,
+          report: "os.PathLike[str] | str | None" = None, force: bool = False, sheet: bool = False,
+          occluders: Any = None, progress: Optional[Callable[[int, int], Any]] = None,
+          **options: Any) -> List[Dict[str, Any]]:
+    """Draws many parts, one drawing each, as ``contour batch PART... --out-dir DIR`` does.
+
+    parts: model files and folders (a path or a list of them); a folder gives the model files below
+        it, as the tool finds them, each drawn to its path below the folder in out_dir
+        (``out_dir/sub/x.svg``) with its ``--stats`` record beside it (``x.stats.json``).
+    jobs: parts drawn at once in this process (one per core by default), the interpreter's lock
+        released meanwhile. With ``client``, a ``dask.distributed`` Client, each part is a task of
+        its own instead, drawn in a worker process (one thread per part unless ``threads`` says);
+        the workers must see the same files and out_dir.
+    report: the JSON report (out_dir/report.json by default), as the tool writes it.
+    force: draw even the parts whose drawing is current (newer than its model and occluders, its
+        record holding the same options hash); otherwise those are skipped.
+    sheet: a sheet per part, as sheet() draws it; the other keywords are those of draw() (or of
+        sheet()), occluders files only. Without ``title`` each drawing is titled by its file name.
+    progress: called as ``progress(done, total)`` as each part ends; a true return stops the batch.
+
+    Returns one dict per part in order: path, output, status ("drawn", "failed", "skipped" or
+    "cancelled"), reason (one line, empty when drawn) and seconds. A part that fails is reported, not
+    raised, and the others still draw; the drawings are those of the tool, byte for byte. Ctrl-C
+    stops the batch, writes the report and raises KeyboardInterrupt.
+    """
+    given = dict(options)
+    allowed = set(_DRAW_DEFAULTS) - (_VIEW_ONLY if sheet else _SHEET_ONLY)
+    unknown = sorted(set(given) - allowed)
+    if unknown:
+        raise TypeError(f"batch() got an unexpected keyword {unknown[0]!r}" + (" with sheet=True" if sheet else ""))
+    settings = dict(_DRAW_DEFAULTS, **given)
+    if sheet and settings["projection"] is None:
+        settings["projection"] = "third"
+    hiding = _inputs(occluders, "occluder")
+    if any(h[0] != "path" for h in hiding):
+        raise ValueError("occluders of a batch must be files")
+    _, _, checked = _prepare([], None, sheet=sheet, **settings)
+    if jobs is not None and (not isinstance(jobs, int) or not 1 <= jobs <= 1024):
+        raise ValueError(f"jobs: {jobs!r} is not a whole number from 1 to 1024")
+    if client is not None and jobs is not None:
+        raise ValueError("jobs: a Dask client runs as many parts at once as it has worker threads")
+    paths = [os.fsdecode(p) for p in ([parts] if _is_path(parts) else parts)]
+    found = _contour.collect_parts(paths)
+    if not found:
+        raise ValueError("no model file in the parts given")
+    out = os.fsdecode(out_dir)
+    os.makedirs(out, exist_ok=True)
+    report_path = os.path.join(out, "report.json") if report is None else os.fsdecode(report)
+    occluder_files = [h[1] for h in hiding]
+    title_from_model = settings["title"] is None
+
+    start = time.monotonic()
+    raised: List[BaseException] = []
+
+    def on_part(done: int, total: int) -> bool:
+        try:
+            return bool(progress(done, total)) if progress is not None else False
+        except BaseException as error:  # the report is written first, then it is raised
+            raised.append(error)
+            return True
+
+    if client is None:
+        results, interrupted = _contour.run_batch(found, out, checked, occluder_files, jobs or 0, bool(force),
+                                                  title_from_model, on_part)
+    else:
+        results, interrupted = _on_client(client, found, out, checked, occluder_files, bool(force),
+                                          title_from_model, on_part)
+    _contour.write_report(report_path, results, time.monotonic() - start)
+    if raised:
+        raise raised[0]
+    if interrupted:
+        raise KeyboardInterrupt
+    return results

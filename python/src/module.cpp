@@ -19,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "ctr/drawing/Batch.h"
 #include "ctr/drawing/Camera.h"
 #include "ctr/drawing/HostDrawing.h"
 #include "ctr/drawing/Job.h"
@@ -443,6 +444,105 @@ void save(const std::string& path, const std::string& text) {
     }
 }
 
+// The parts of the given paths as the tool's batch finds them: (model, name,
+// refusal, repeated) tuples, which run_batch takes back, whole or one by one.
+py::list collectParts(const std::vector<std::string>& paths) {
+    py::list parts;
+    for (const contour::BatchPart& part : contour::CollectBatchParts(paths))
+        parts.append(py::make_tuple(part.model, part.name, part.refusal, part.repeated));
+    return parts;
+}
+
+py::dict resultDict(const contour::PartResult& result) {
+    py::dict entry;
+    entry["path"] = result.model;
+    entry["output"] = result.output;
+    entry["status"] = contour::PartStatusName(result.status);
+    entry["reason"] = result.reason;
+    entry["seconds"] = result.seconds;
+    return entry;
+}
+
+// Runs the drawing layer's batch on this thread with the interpreter's lock
+// released; the batch calls back only on this thread, where the lock is taken
+// again for the callback and to run the signal handlers. on_part(done, total)
+// returns true to stop. Returns the results and whether a signal (Ctrl-C)
+// stopped the batch, so that the caller writes the report before raising.
+py::tuple runBatch(const py::list& partList, const std::string& outputFolder, const py::dict& options,
+                   const std::vector<std::string>& occluders, unsigned int jobs, bool force, bool titleFromModel,
+                   const py::object& onPart) {
+    std::vector<contour::BatchPart> parts;
+    for (const py::handle item : partList) {
+        const py::tuple tuple = py::reinterpret_borrow<py::tuple>(item);
+        contour::BatchPart part;
+        part.model = tuple[0].cast<std::string>();
+        part.name = tuple[1].cast<std::string>();
+        part.refusal = tuple[2].cast<std::string>();
+        part.repeated = tuple[3].cast<bool>();
+        parts.push_back(std::move(part));
+    }
+    contour::BatchOptions batch;
+    batch.request = request(options);
+    batch.request.occluders = occluders;
+    batch.titleFromModel = titleFromModel;
+    batch.outputFolder = outputFolder;
+    batch.jobs = jobs;
+    batch.redrawAll = force;
+    bool stopped = false, interrupted = false;
+    std::optional<py::error_already_set> raised;
+    batch.partDone = [&](const contour::PartResult&, size_t done, size_t total) {
+        if (onPart.is_none() || stopped) return;
+        py::gil_scoped_acquire hold;
+        try {
+            stopped = py::bool_(onPart(done, total));
+        } catch (py::error_already_set& exception) {
+            raised.emplace(std::move(exception));
+            stopped = true;
+        }
+    };
+    batch.shouldCancel = [&] {
+        if (stopped) return true;
+        py::gil_scoped_acquire hold;
+        if (PyErr_CheckSignals() != 0) {
+            PyErr_Clear();
+            stopped = interrupted = true;
+        }
+        return stopped;
+    };
+    std::vector<contour::PartResult> results;
+    {
+        py::gil_scoped_release release;
+        results = contour::RunBatch(parts, batch);
+    }
+    if (raised) throw std::move(*raised);
+    py::list list;
+    for (const contour::PartResult& result : results) list.append(resultDict(result));
+    return py::make_tuple(list, interrupted);
+}
+
+// The tool's JSON report of results given as run_batch returns them.
+void writeReport(const std::string& path, const py::list& entries, double seconds) {
+    std::vector<contour::PartResult> results;
+    for (const py::handle item : entries) {
+        const py::dict entry = py::reinterpret_borrow<py::dict>(item);
+        contour::PartResult result;
+        result.model = entry["path"].cast<std::string>();
+        result.output = entry["output"].cast<std::string>();
+        const std::string status = entry["status"].cast<std::string>();
+        for (const auto candidate : {contour::PartStatus::kDrawn, contour::PartStatus::kFailed,
+                                     contour::PartStatus::kSkipped, contour::PartStatus::kCancelled})
+            if (status == contour::PartStatusName(candidate)) result.status = candidate;
+        result.reason = entry["reason"].cast<std::string>();
+        result.seconds = entry["seconds"].cast<double>();
+        results.push_back(std::move(result));
+    }
+    std::string error;
+    if (!contour::WriteBatchReport(path, results, seconds, error)) {
+        PyErr_SetString(PyExc_OSError, error.c_str());
+        throw py::error_already_set();
+    }
+}
+
 }  // namespace
 
 PYBIND11_MODULE(_contour, module) {
@@ -451,4 +551,11 @@ PYBIND11_MODULE(_contour, module) {
                "Draws checked inputs with checked options; see contour.draw.");
     module.def("save", &save, py::arg("path"), py::arg("text"),
                "Writes text to path, replacing a file there only once complete.");
+    module.def("collect_parts", &collectParts, py::arg("paths"),
+               "The parts of files and folders as the tool's batch finds them; see contour.batch.");
+    module.def("run_batch", &runBatch, py::arg("parts"), py::arg("out_dir"), py::arg("options"),
+               py::arg("occluders"), py::arg("jobs"), py::arg("force"), py::arg("title_from_model"),
+               py::arg("on_part"), "Draws parts as the tool's batch does; see contour.batch.");
+    module.def("write_report", &writeReport, py::arg("path"), py::arg("results"), py::arg("seconds"),
+               "Writes the batch's JSON report of results; see contour.batch.");
 }
