@@ -63,12 +63,13 @@ def test_local_batch_draws_as_the_tool_and_reruns_skip(parts, tmp_path, monkeypa
         contour.batch(parts, tmp_path / "x", sheet=True, view="front")
 
 
-def test_dask_batch_equals_the_local_one(parts, tmp_path):
+def test_dask_batch_equals_the_local_one(parts, tmp_path, monkeypatch):
     distributed = pytest.importorskip("distributed")
-    local = contour.batch(parts, tmp_path / "local", view="front", hidden=True)
+    monkeypatch.chdir(parts.parent)  # paths as given, relative, in the results of both
+    local = contour.batch(parts.name, tmp_path / "local", view="front", hidden=True)
     with distributed.LocalCluster(n_workers=2, processes=True, threads_per_worker=1,
                                   dashboard_address=None) as cluster, distributed.Client(cluster) as client:
-        remote = contour.batch(parts, tmp_path / "dask", client=client, view="front", hidden=True)
+        remote = contour.batch(parts.name, tmp_path / "dask", client=client, view="front", hidden=True)
     assert outcome(remote) == outcome(local)
     assert [Path(r["output"]).relative_to(tmp_path / "dask") for r in remote] == \
         [Path(r["output"]).relative_to(tmp_path / "local") for r in local]
