@@ -166,6 +166,15 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
 
     lines.parameters.emplace(place(space));
     const ctr::ExportParameters& parameters = *lines.parameters;
+    // A frustum without extent (a model that the lens sees as one point)
+    // has no scale to the page: a drawing would hold no number but NaN.
+    const Wm4::Matrix2<float>& fit = parameters.getBestFitTransform();
+    if (!(std::isfinite(fit[0][0]) && std::isfinite(fit[0][1]) && std::isfinite(fit[1][0]) &&
+          std::isfinite(fit[1][1]))) {
+        error = "the view has no extent to scale to the page (the camera sees the model as a point)";
+        lines.parameters.reset();
+        return false;
+    }
     for (int row = 0; row < 2; ++row) {
         for (int col = 0; col < 2; ++col) stats.fit[row][col] = parameters.getBestFitTransform()[row][col];
         stats.offset[row] = parameters.getPageOffset()[row];
