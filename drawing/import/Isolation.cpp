@@ -20,8 +20,21 @@
 #endif
 #endif
 
+// The address sanitizer's allocator, as g++ 12 ships it, does not hold its
+// locks across fork: a child forked while another thread allocates can wait
+// forever on a lock that no thread of its own will free. Builds with it read
+// in-process, and the tests that feed assimp a file it aborts on skip there.
+#if defined(__SANITIZE_ADDRESS__)
+#define CONTOUR_IN_PROCESS 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define CONTOUR_IN_PROCESS 1
+#endif
+#endif
+
 namespace contour::importer {
 
+#ifndef CONTOUR_IN_PROCESS
 namespace {
 
 // The result travels behind one status byte and ahead of an end marker, so
@@ -123,10 +136,23 @@ std::string describeEnd(int status) {
 }
 
 }  // namespace
+#endif
 
 bool RunIsolated(size_t inputBytes, const std::function<std::string()>& work, std::string& result,
                  std::string& error) {
     result.clear();
+#ifdef CONTOUR_IN_PROCESS
+    (void)inputBytes;
+    try {
+        result = work();
+        return true;
+    } catch (const std::bad_alloc&) {
+        error = "not enough memory for the file's contents";
+    } catch (const std::exception& failure) {
+        error = failure.what();
+    }
+    return false;
+#else
     int channel[2];
     pid_t child;
     {
@@ -190,6 +216,7 @@ bool RunIsolated(size_t inputBytes, const std::function<std::string()>& work, st
     received.erase(0, 1);
     result.swap(received);
     return true;
+#endif
 }
 
 }  // namespace contour::importer

@@ -24,7 +24,8 @@ namespace contour::importer {
 // buffer of the parent's runs in it twice. Interrupt and termination
 // signals get their default action there, so that Ctrl-C ends the child
 // too. Returns false with the reason in error when work throws or the
-// child ends without handing back its whole result.
+// child ends without handing back its whole result. Builds with the address
+// sanitizer, whose allocator is not safe across fork, run work in-process.
 bool RunIsolated(size_t inputBytes, const std::function<std::string()>& work, std::string& result,
                  std::string& error);
 
