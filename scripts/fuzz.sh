@@ -25,6 +25,7 @@ findings="$build/findings"
 mkdir -p "$findings"
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+export LSAN_OPTIONS="suppressions=$root/scripts/lsan-suppressions.txt"
 # The targets write their scratch files (the differential mode's model
 # files, the exporter's drawing) into the scratch folder.
 export TMPDIR="$scratch"

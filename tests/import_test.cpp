@@ -238,6 +238,10 @@ std::vector<std::string> FilesWithExtensions(const std::string& folder) {
         // Files spelling numbers that assimp misreads are refused by the
         // built-in readers on purpose; assimp alone reads them wrong.
         if (entry.path().filename().string().rfind("misread_", 0) == 0) continue;
+#ifdef __SANITIZE_ADDRESS__
+        // Read in-process there: assimp's abort would end the test.
+        if (entry.path().filename() == "face_without_corners.ply") continue;
+#endif
         if (entry.is_regular_file() && (extension == ".obj" || extension == ".ply" || extension == ".stl"))
             files.push_back(entry.path().string());
     }
