@@ -409,7 +409,17 @@ TEST_F(ContourTool, InterruptKeepsTheOutput) {
 
     child = start();
     ASSERT_GT(child, 0);
-    usleep(150000);
+    // The interrupt must find the tool's handler in place: sanitizer builds
+    // take a while to get there.
+    const auto catchesInterrupt = [&] {
+        std::ifstream process("/proc/" + std::to_string(child) + "/status");
+        for (std::string line; std::getline(process, line);)
+            if (line.rfind("SigCgt:", 0) == 0) return (std::stoull(line.substr(7), nullptr, 16) & (1ull << (SIGINT - 1))) != 0;
+        return false;
+    };
+    const auto handlerDeadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!catchesInterrupt() && std::chrono::steady_clock::now() < handlerDeadline) usleep(1000);
+    usleep(100000);
     kill(child, SIGINT);
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
