@@ -180,13 +180,24 @@ def test_progress_reports_and_can_stop():
     seen = []
     contour.draw((V, F), progress=lambda phase, fraction: seen.append((phase, fraction)))
     assert seen[-1] == ("done", 1.0) and {"import", "occlusion"} <= {p for p, _ in seen}
-    # Another thread runs while a drawing is computed.
-    ticks = []
-    ticker = threading.Thread(target=lambda: [ticks.append(time.sleep(0.01)) for _ in range(20)])
+    # Another thread runs while a drawing is computed: with the lock held
+    # throughout, it would not tick once in between.
+    ticks, running = [], threading.Event()
+
+    def tick():
+        running.wait()
+        while running.is_set():
+            ticks.append(time.monotonic())
+            time.sleep(0.002)
+    ticker = threading.Thread(target=tick)
     ticker.start()
+    running.set()
+    begin = time.monotonic()
     contour.draw(sphere_and_box(100, 200), threads=1)
-    assert len(ticks) >= 10
+    end = time.monotonic()
+    running.clear()
     ticker.join()
+    assert len([t for t in ticks if begin + 0.005 < t < end - 0.005]) >= 2
 
     def stop(phase, fraction):
         raise RuntimeError("enough")
@@ -223,6 +234,8 @@ def test_ctrl_c_stops_a_large_drawing_quickly(tmp_path):
     child.send_signal(signal.SIGINT)
     sent = time.monotonic()
     stdout, stderr = child.communicate(timeout=10)
-    assert time.monotonic() - sent < 2.0 and float(stdout) < 0.5, f"the drawing went on {stdout} s after Ctrl-C"
+    # Bounds loose enough for a loaded machine; a drawing that ran on would
+    # take seconds more.
+    assert time.monotonic() - sent < 3.0 and float(stdout) < 1.0, f"the drawing went on {stdout} s after Ctrl-C"
     assert "KeyboardInterrupt" in stderr and child.returncode != 0
     assert not (tmp_path / "out.svg").exists()
