@@ -77,15 +77,4 @@ JobOutcome DrawHostModels(const DrawingRequest& request, const std::vector<HostI
     return JobOutcome::kFailed;
 }
 
-void WorldToPage(const ctr::ExportParameters& parameters, const Wm4::Vector3<float>& world, float& x, float& y) {
-    const Wm4::Vector4<float> clip =
-        Wm4::Vector4<float>(world[0], world[1], world[2], 1.0f) * parameters.getProjectionSpace().getWorldToClip();
-    const float u = clip[0] / clip[3];
-    const float v = clip[1] / clip[3];
-    const Wm4::Matrix2<float>& fit = parameters.getBestFitTransform();
-    const Wm4::Vector2<float>& offset = parameters.getPageOffset();
-    x = fit[0][0] * u + fit[0][1] * v + offset[0];
-    y = parameters.getPageSizeInMM()[1] - (fit[1][0] * u + fit[1][1] * v + offset[1]);
-}
-
 }  // namespace contour

@@ -36,6 +36,12 @@ public:
     const Wm4::Matrix2<float>& getBestFitTransform() const { return bestFitTransform; }
     const Wm4::Vector2<float>& getPageOffset() const { return pageOffset; }
 
+    // The place of a world point on the sheet, in millimetres with y
+    // pointing down, as every writer of page coordinates computes it (in
+    // float, in this order). Points are those of segments already cut to the
+    // view, so w is not tested.
+    Wm4::Vector2<float> worldToSheet(const Wm4::Vector3<float>& world) const;
+
 private:
     DiscreteProjectionSpace projectionSpace;
     Wm4::Vector2<float> pageSizeInMM;

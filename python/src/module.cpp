@@ -264,10 +264,9 @@ void collect(const qe::qePointer<ctr::LineSegmentSet>& set, const ctr::ExportPar
     const auto point = [&](const ctr::LineSegmentSet& from, unsigned int index, std::vector<float>& world,
                            std::vector<float>& page) {
         const Wm4::Vector3<float> p = from.World.ApplyForward(from.VBuffer->Position3(static_cast<int>(index)), true);
-        float x = 0.0f, y = 0.0f;
-        contour::WorldToPage(parameters, p, x, y);
+        const Wm4::Vector2<float> onPage = parameters.worldToSheet(p);
         world.insert(world.end(), {p[0], p[1], p[2]});
-        page.insert(page.end(), {x, y});
+        page.insert(page.end(), {onPage[0], onPage[1]});
     };
     const unsigned int* indices = set->IBuffer->GetData();
     for (int i = 0; i + 1 < set->IBuffer->GetIndexQuantity(); i += 2) {

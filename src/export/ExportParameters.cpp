@@ -54,6 +54,16 @@ void ExportParameters::setTransform(const Wm4::Matrix2<float>& transform, const 
     pageOffset = offset;
 }
 
+Wm4::Vector2<float> ExportParameters::worldToSheet(const Wm4::Vector3<float>& world) const {
+    const Wm4::Vector4<float> clip =
+        Wm4::Vector4<float>(world[0], world[1], world[2], 1.0f) * projectionSpace.getWorldToClip();
+    const float u = clip[0] / clip[3];
+    const float v = clip[1] / clip[3];
+    const float x = bestFitTransform[0][0] * u + bestFitTransform[0][1] * v + pageOffset[0];
+    const float y = bestFitTransform[1][0] * u + bestFitTransform[1][1] * v + pageOffset[1];
+    return Wm4::Vector2<float>(x, pageSizeInMM[1] - y);
+}
+
 float ExportParameters::getWorldUnitsPerMM() const {
     const float width = pageSizeInMM[0];
     // A width on the sheet is a direction, so the page offset plays no part.

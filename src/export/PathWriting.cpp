@@ -99,17 +99,7 @@ bool IndicesNameVertices(const qe::qeVertexBuffer& vertices, const qe::qeIndexBu
 }
 
 Wm4::Vector2<float> ProjectToSheet(const ExportParameters& parameters, const LineSegmentSet& set, unsigned int index) {
-    const Wm4::Vector3<float> world = set.World.ApplyForward(set.VBuffer->Position3(static_cast<int>(index)), true);
-    const Wm4::Vector4<float> clip =
-        Wm4::Vector4<float>(world[0], world[1], world[2], 1.0f) * parameters.getProjectionSpace().getWorldToClip();
-    // The segments were cut to the view already, so w is not tested here.
-    const float u = clip[0] / clip[3];
-    const float v = clip[1] / clip[3];
-    const Wm4::Matrix2<float>& fit = parameters.getBestFitTransform();
-    const Wm4::Vector2<float>& offset = parameters.getPageOffset();
-    const float x = fit[0][0] * u + fit[0][1] * v + offset[0];
-    const float y = fit[1][0] * u + fit[1][1] * v + offset[1];
-    return Wm4::Vector2<float>(x, parameters.getPageSizeInMM()[1] - y);
+    return parameters.worldToSheet(set.World.ApplyForward(set.VBuffer->Position3(static_cast<int>(index)), true));
 }
 
 void PathWriter::writePath() {

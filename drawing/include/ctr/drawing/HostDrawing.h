@@ -35,10 +35,6 @@ JobOutcome DrawHostModels(const DrawingRequest& request, const std::vector<HostI
                           const std::vector<HostInput>& occluders, double importSeconds, HostDrawing& drawing,
                           std::string& error, DrawingMonitor* monitor = nullptr);
 
-// The place of world point on the page of a view, in millimetres with y
-// pointing down, computed in float as the SVG writers compute it.
-void WorldToPage(const ctr::ExportParameters& parameters, const Wm4::Vector3<float>& world, float& x, float& y);
-
 }  // namespace contour
 
 #endif
