@@ -1,7 +1,10 @@
 // Several views on one sheet: the standard scales, views placed at a fixed
 // scale, the frame and title block, and the tool's multi-view sheet of a real
 // part with its views aligned, apart and rendered.
+#include <cmath>
 #include <cstdio>
+#include <fstream>
+#include <tuple>
 #include <limits>
 #include <map>
 
@@ -10,6 +13,7 @@
 #include "TestSupport.h"
 #include "ctr/SheetLayout.h"
 #include "ctr/SheetWriter.h"
+#include "ctr/drawing/Sheet.h"
 
 namespace {
 
@@ -17,9 +21,10 @@ TEST(SheetScale, TheLargestStandardScaleThatFits) {
     const struct {
         double needed;  // model millimetres per sheet millimetre at least
         const char* label;
-    } cases[] = {{0.004, "100:1"}, {0.011, "50:1"},  {0.3, "2:1"},      {0.5, "2:1"},
-                 {0.51, "1:1"},    {1.0, "1:1"},     {1.001, "1:2"},    {3.0, "1:5"},
-                 {7.0, "1:10"},    {150.0, "1:200"}, {999.0, "1:1000"}, {1e6, "1:1000000"}};
+    } cases[] = {{1e-9, "1000000000:1"}, {3e-7, "2000000:1"}, {0.004, "200:1"},  {0.011, "50:1"},
+                 {0.3, "2:1"},           {0.5, "2:1"},         {0.51, "1:1"},    {1.0, "1:1"},
+                 {1.001, "1:2"},         {3.0, "1:5"},         {7.0, "1:10"},    {150.0, "1:200"},
+                 {999.0, "1:1000"},      {1.5e6, "1:2000000"}, {1e9, "1:1000000000"}};
     for (const auto& c : cases) {
         ctr::SheetScale scale;
         ASSERT_TRUE(ctr::ChooseStandardScale(c.needed, scale)) << c.needed;
@@ -28,8 +33,16 @@ TEST(SheetScale, TheLargestStandardScaleThatFits) {
     }
     ctr::SheetScale scale;
     for (const double refused :
-         {0.0, -1.0, 1.5e6, std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()})
+         {0.0, -1.0, 1.1e9, std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()})
         EXPECT_FALSE(ctr::ChooseStandardScale(refused, scale)) << refused;
+
+    // Forced scales: two positive whole numbers that an int holds.
+    ASSERT_TRUE(ctr::ParseSheetScale("5:1", scale));
+    EXPECT_EQ(scale.label(), "5:1");
+    ASSERT_TRUE(ctr::ParseSheetScale("1:999999999", scale));
+    EXPECT_EQ(scale.model, 999999999);
+    for (const char* refused : {"1:2.5", "0:1", "1:0", ":2", "1:", "12", "1:2:3", "-1:2", " 1:2", "1:1234567890"})
+        EXPECT_FALSE(ctr::ParseSheetScale(refused, scale)) << refused;
 }
 
 TEST(SheetScale, FrameAndTitleBlockLayer) {
@@ -48,6 +61,8 @@ TEST(SheetScale, FrameAndTitleBlockLayer) {
     writer.addView(ctr::ExportParameters(space), "front <1>");
     ctr::TitleBlock title;
     title.title = "Bracket <A> & \"B\"";
+    title.partNumber = "BR-102";
+    title.drawnBy = "A. Drafter";
     title.scale = "1:2";
     title.projection = ctr::ProjectionMethod::kFirstAngle;
     title.date = "2024-05-31";
@@ -60,8 +75,41 @@ TEST(SheetScale, FrameAndTitleBlockLayer) {
     ASSERT_NE(layer, std::string::npos);
     EXPECT_LT(layer, text.find("<g id=\"creases\""));
     EXPECT_NE(text.find(">Bracket &lt;A&gt; &amp; &quot;B&quot;</text>"), std::string::npos);
-    for (const char* value : {">1:2</text>", ">mm</text>", ">2024-05-31</text>", ">test 1.0</text>"})
+    for (const char* value : {">1:2</text>", ">mm</text>", ">2024-05-31</text>", ">test 1.0</text>", ">BR-102</text>",
+                              ">A. Drafter</text>"})
         EXPECT_NE(text.find(value), std::string::npos) << value;
+
+    // A longer title shrinks whole; one too long even for the smallest
+    // lettering is cut after a whole character, with an ellipsis.
+    const auto titleOf = [&](const std::string& wanted, float& size) {
+        ctr::SheetWriter titled;
+        titled.setPageSizeInMM(Wm4::Vector2<float>(420.0f, 297.0f));
+        titled.addView(ctr::ExportParameters(space), "front");
+        ctr::TitleBlock entries = title;
+        entries.title = wanted;
+        titled.setFrame(10.0f, entries);
+        std::ostringstream written;
+        EXPECT_TRUE(titled.write(written));
+        const std::string all = written.str();
+        const size_t label = all.find(">Title</text>");
+        const size_t tag = all.find("<text", label);
+        size = std::strtof(all.c_str() + all.find("font-size=\"", tag) + 11, nullptr);
+        const size_t start = all.find('>', tag) + 1;
+        return all.substr(start, all.find("</text>", start) - start);
+    };
+    float size = 0.0f;
+    const std::string medium(40, 'M');
+    EXPECT_EQ(titleOf(medium, size), medium);
+    EXPECT_LT(size, 5.0f);
+    EXPECT_GE(size, 2.5f);
+    std::string long_;
+    for (int i = 0; i < 40; ++i) long_ += "\xc3\xa9t\xc3\xa9 ";  // two-byte characters
+    const std::string cut = titleOf(long_, size);
+    EXPECT_EQ(size, 2.5f);
+    ASSERT_GT(cut.size(), 3u);
+    EXPECT_EQ(cut.substr(cut.size() - 3), "\xe2\x80\xa6");
+    EXPECT_EQ(long_.compare(0, cut.size() - 3, cut, 0, cut.size() - 3), 0);
+    EXPECT_NE(static_cast<unsigned char>(cut[cut.size() - 4]), 0xc3u) << "cut inside a character";
     // The frame 10 mm in, the block in its bottom-right corner (y down).
     EXPECT_NE(text.find("<rect x=\"10\" y=\"10\" width=\"400\" height=\"277\""), std::string::npos);
     EXPECT_NE(text.find("<rect x=\"240\" y=\"257\" width=\"170\" height=\"30\""), std::string::npos);
@@ -216,6 +264,100 @@ TEST_F(SheetTool, BoxWithHolesViewsAlignedApartAndRendered) {
     EXPECT_EQ(std::system(("rsvg-convert -w 600 -o '" + png + "' '" + (folder / "third.svg").string() + "'").c_str()),
               0);
     EXPECT_GT(fs::file_size(png), 1000u);
+}
+
+// The points of one view of a sheet, rounded to the file's precision and
+// sorted, in view coordinates (relative to the view's box corner).
+std::vector<std::pair<long, long>> ViewShape(const tSheet& sheet, const std::string& view) {
+    const tBox box = sheet.box(view);
+    std::vector<std::pair<long, long>> shape;
+    for (const auto& [x, y] : sheet.points.at(view))
+        shape.emplace_back(std::lround((x - box.minX) * 100.0), std::lround((y - box.minY) * 100.0));
+    std::sort(shape.begin(), shape.end());
+    shape.erase(std::unique(shape.begin(), shape.end()), shape.end());
+    return shape;
+}
+
+TEST_F(SheetTool, FrontSideUpConventionForcedScaleAndPictorialView) {
+    // The box with a side hole, turned a quarter at a time about its up
+    // axis: the front view shows the same side of it each time.
+    std::ifstream source(ctr_test::ModelPath("cad-brep/box_holes.obj"));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(source, line);) lines.push_back(line);
+    std::vector<std::pair<long, long>> first;
+    std::vector<std::string> sides;
+    for (int turn = 0; turn < 4; ++turn) {
+        const std::string name = "turned" + std::to_string(turn) + ".obj";
+        std::ofstream out(folder / name);
+        for (const std::string& line : lines) {
+            double x, y, z;
+            if ((line.rfind("v ", 0) == 0 || line.rfind("vn ", 0) == 0) &&
+                std::sscanf(line.c_str() + line.find(' '), "%lf %lf %lf", &x, &y, &z) == 3) {
+                for (int i = 0; i < turn; ++i) std::tie(x, z) = std::make_tuple(z, -x);
+                out << line.substr(0, line.find(' ')) << ' ' << x << ' ' << y << ' ' << z << '\n';
+            } else {
+                out << line << '\n';
+            }
+        }
+        out.close();
+        ASSERT_EQ(run(name + " --sheet -q -o turned.svg --stats turned.json"), 0) << errors;
+        const std::string record = read("turned.json");
+        EXPECT_NE(record.find("\"frontChosen\": true"), std::string::npos);
+        const size_t front = record.find("\"front\": \"") + 10;
+        sides.push_back(record.substr(front, record.find('"', front) - front));
+        const std::vector<std::pair<long, long>> shape = ViewShape(readSheet(read("turned.svg")), "front");
+        if (turn == 0)
+            first = shape;
+        else
+            EXPECT_EQ(shape, first) << "turn " << turn << " shows " << sides.back();
+    }
+    // The long side (along x at first) is shown, wherever it is turned.
+    for (int turn = 0; turn < 4; ++turn) EXPECT_EQ(sides[turn][1], turn % 2 ? 'x' : 'z') << turn;
+
+    // Up follows the format unless given: z for STL, y for OBJ.
+    const auto upOf = [&](const std::string& arguments) {
+        EXPECT_EQ(run(arguments + " --sheet -q -o up.svg --stats up.json"), 0) << errors;
+        const std::string record = read("up.json");
+        const size_t up = record.find("\"up\": [");
+        return record.substr(up, record.find(']', up) - up);
+    };
+    EXPECT_NE(upOf(model("cad/anchor.stl")), upOf(model("cad/joint.obj")));
+    EXPECT_EQ(upOf(model("cad/anchor.stl")), upOf(model("cad/joint.obj") + " --up 0,0,1"));
+    EXPECT_NE(upOf(model("cad/anchor.stl")), upOf(model("cad/anchor.stl") + " --up 0,1,0"));
+    EXPECT_EQ(upOf(model("cad/joint.obj")), upOf(model("cad/anchor.stl") + " --up 0,1,0"));
+
+    // A forced scale: drawn at it when the views fit, a usage error naming
+    // the largest that fits when they do not.
+    const std::string box = model("cad-brep/box_holes.obj");
+    ASSERT_EQ(run(box + " --sheet --scale 1:2 --front +z -q -o half.svg"), 0) << errors;
+    const tSheet half = readSheet(read("half.svg"));
+    EXPECT_EQ(half.scale, "1:2");
+    EXPECT_NEAR(half.box("top").maxX - half.box("top").minX, 50.0, 0.01);
+    EXPECT_EQ(ViewShape(half, "front").size(), first.size());
+    EXPECT_EQ(run(box + " --sheet --scale 2:1 -q -o double.svg"), 2);
+    EXPECT_NE(errors.find("--scale 2:1: the views do not fit"), std::string::npos) << errors;
+    EXPECT_NE(errors.find("largest standard scale at which they fit is 1:1"), std::string::npos) << errors;
+    EXPECT_FALSE(fs::exists(folder / "double.svg"));
+    EXPECT_EQ(run(box + " --sheet --front +y -q -o along.svg"), 2);
+    EXPECT_NE(errors.find("runs along the up direction"), std::string::npos) << errors;
+    EXPECT_EQ(run(box + " --scale 1:2 -q -o single.svg"), 2);
+
+    // The iso view shows hidden lines only when asked.
+    ASSERT_EQ(run(box + " --sheet --hidden -q -o hidden.svg"), 0) << errors;
+    EXPECT_NE(read("hidden.svg").find("id=\"hidden-0\""), std::string::npos);
+    EXPECT_EQ(read("hidden.svg").find("id=\"hidden-3\""), std::string::npos);
+    ASSERT_EQ(run(box + " --sheet --hidden --iso-hidden -q -o iso.svg"), 0) << errors;
+    EXPECT_NE(read("iso.svg").find("id=\"hidden-3\" inkscape:label=\"iso\""), std::string::npos);
+}
+
+TEST(SheetFront, MostVisibleThenLeastHiddenThenFirst) {
+    using contour::SideScore;
+    EXPECT_EQ(contour::ChooseFrontSide({}), -1);
+    EXPECT_EQ(contour::ChooseFrontSide({{1.0, 0.0}, {2.0, 9.0}, {1.5, 0.0}}), 1);
+    // Mirror sides measure alike up to rounding: the hidden lines decide,
+    // and then the order.
+    EXPECT_EQ(contour::ChooseFrontSide({{2.0, 3.0}, {2.0 * (1 + 1e-12), 3.0}, {2.0, 1.0}, {2.0, 1.0}}), 2);
+    EXPECT_EQ(contour::ChooseFrontSide({{std::nan(""), 0.0}, {0.0, 0.0}}), 1);
 }
 
 #endif

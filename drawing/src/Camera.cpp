@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 
 #include "Matrix4d.h"
@@ -66,9 +68,7 @@ bool toFloat(const Mat4& in, Wm4::Matrix4<float>& out) {
 // Direction from the target to the eye and the world direction shown as up.
 void viewDirection(const CameraOptions& options, const Vec3& target, Vec3& back, Vec3& imageUp) {
     const Vec3 up = normalized(options.up);
-    // The world's front is the axis that stays most across the up direction:
-    // +z for y-up models, -y for z-up ones, as drafting conventions have it.
-    const Vec3 reference = std::fabs(up[2]) < 0.9 ? Vec3(0.0, 0.0, 1.0) : Vec3(0.0, -1.0, 0.0);
+    const Vec3 reference = options.front ? *options.front : ConventionalFront(up);
     const Vec3 front = normalized(reference - up * reference.Dot(up));
     const Vec3 right = up.Cross(front);
     imageUp = up;
@@ -115,6 +115,43 @@ void viewDirection(const CameraOptions& options, const Vec3& target, Vec3& back,
 }
 
 }  // namespace
+
+Wm4::Vector3<double> ConventionalFront(const Wm4::Vector3<double>& up) {
+    // The axis that stays most across the up direction: +z for y-up models,
+    // -y for z-up ones, as drafting conventions have it.
+    const Vec3 unitUp = normalized(up);
+    return std::fabs(unitUp[2]) < 0.9 ? Vec3(0.0, 0.0, 1.0) : Vec3(0.0, -1.0, 0.0);
+}
+
+std::array<Wm4::Vector3<double>, 4> HorizontalSides(const Wm4::Vector3<double>& up) {
+    const Vec3 unitUp = normalized(up);
+    const Vec3 reference = ConventionalFront(unitUp);
+    const Vec3 front = normalized(reference - unitUp * reference.Dot(unitUp));
+    // Axis-aligned directions stay exact: the cross product of two unit axes
+    // is a unit axis, bit for bit.
+    const Vec3 right = unitUp.Cross(front);
+    return {front, right, -front, -right};
+}
+
+std::string DirectionName(const Wm4::Vector3<double>& direction) {
+    static const char* const kAxes[3][2] = {{"+x", "-x"}, {"+y", "-y"}, {"+z", "-z"}};
+    for (int axis = 0; axis < 3; ++axis) {
+        const bool alone = direction[(axis + 1) % 3] == 0.0 && direction[(axis + 2) % 3] == 0.0;
+        if (alone && direction[axis] != 0.0) return kAxes[axis][direction[axis] > 0.0 ? 0 : 1];
+    }
+    char text[96];
+    std::snprintf(text, sizeof text, "%.6g,%.6g,%.6g", direction[0], direction[1], direction[2]);
+    return text;
+}
+
+Wm4::Vector3<double> FormatUp(const std::string& path) {
+    const size_t dot = path.find_last_of("./");
+    std::string extension = dot != std::string::npos && path[dot] == '.' ? path.substr(dot + 1) : std::string();
+    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (const char* zUp : {"stl", "3mf", "ply"})
+        if (extension == zUp) return Vec3(0.0, 0.0, 1.0);
+    return Vec3(0.0, 1.0, 0.0);
+}
 
 ctr::DiscreteProjectionSpace ProjectionSpaceOf(const CameraMatrices& camera) {
     ctr::DiscreteProjectionSpace space;
@@ -175,6 +212,10 @@ bool FrameCamera(const std::vector<const qe::qeTriMesh*>& drawn, const std::vect
     forEachWorldVertex(drawn, [&](const Vec3& p) { radius = std::max(radius, (p - target).Length()); });
     if (!(radius > 0.0)) {
         error = "the model has no extent: all its vertices are one point";
+        return false;
+    }
+    if (options.front && normalized(options.up).Cross(normalized(*options.front)).Length() < 1e-6) {
+        error = "the front direction runs along the up direction";
         return false;
     }
     if (options.eye && (*options.eye - target).Length() == 0.0) {

@@ -164,23 +164,6 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
     stats.silhouette.found = countSegments(features.silhouetteEdges);
     stats.intersection.found = countSegments(features.intersectionEdges);
 
-    lines.parameters.emplace(place(space));
-    const ctr::ExportParameters& parameters = *lines.parameters;
-    // A frustum without extent (a model that the lens sees as one point)
-    // has no scale to the page: a drawing would hold no number but NaN.
-    const Wm4::Matrix2<float>& fit = parameters.getBestFitTransform();
-    if (!(std::isfinite(fit[0][0]) && std::isfinite(fit[0][1]) && std::isfinite(fit[1][0]) &&
-          std::isfinite(fit[1][1]))) {
-        error = "the view has no extent to scale to the page (the camera sees the model as a point)";
-        lines.parameters.reset();
-        return false;
-    }
-    for (int row = 0; row < 2; ++row) {
-        for (int col = 0; col < 2; ++col) stats.fit[row][col] = parameters.getBestFitTransform()[row][col];
-        stats.offset[row] = parameters.getPageOffset()[row];
-    }
-    stats.worldUnitsPerMM = parameters.getWorldUnitsPerMM();
-
     // Each kind on its way to the page: one copy of each segment, then its
     // visible pieces. Already cut, the pieces pass the exporter's own
     // cutting unchanged.
@@ -198,20 +181,49 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
     for (tKind& kind : kinds) {
         if (kind.set) kind.visible = ctr::LineSegmentSet::BakeVisibleSegments(kind.set);
         kind.stats.visiblePieces = countSegments(kind.visible);
-        kind.stats.inkMM = InkLength(kind.visible, camera.worldToClip, stats.fit);
     }
     // The hidden pieces of every kind, on one layer.
     if (options.hiddenLines) {
         clock.start("hidden pieces");
         lines.hidden = {ctr::BakeHiddenSegments(features.creaseEdges),
                         ctr::BakeHiddenSegments(features.silhouetteEdges), hiddenIntersections};
-        for (const qe::qePointer<ctr::LineSegmentSet>& set : lines.hidden) {
-            stats.hidden.pieces += countSegments(set);
-            stats.hidden.inkMM += InkLength(set, camera.worldToClip, stats.fit);
-        }
     }
     if (cancelled()) return false;
     clock.start(nullptr);
+    lines.space.emplace(space);
+    return PlaceViewLines(lines, place, camera, stats, error);
+}
+
+bool PlaceViewLines(ViewLines& lines, const PlaceView& place, const CameraMatrices& camera, DrawingStats& stats,
+                    std::string& error) {
+    if (!lines.space) {
+        error = "the view has no lines to place";
+        return false;
+    }
+    lines.parameters.emplace(place(*lines.space));
+    const ctr::ExportParameters& parameters = *lines.parameters;
+    // A frustum without extent (a model that the lens sees as one point)
+    // has no scale to the page: a drawing would hold no number but NaN.
+    const Wm4::Matrix2<float>& fit = parameters.getBestFitTransform();
+    if (!(std::isfinite(fit[0][0]) && std::isfinite(fit[0][1]) && std::isfinite(fit[1][0]) &&
+          std::isfinite(fit[1][1]))) {
+        error = "the view has no extent to scale to the page (the camera sees the model as a point)";
+        lines.parameters.reset();
+        return false;
+    }
+    for (int row = 0; row < 2; ++row) {
+        for (int col = 0; col < 2; ++col) stats.fit[row][col] = fit[row][col];
+        stats.offset[row] = parameters.getPageOffset()[row];
+    }
+    stats.worldUnitsPerMM = parameters.getWorldUnitsPerMM();
+    const std::pair<const qe::qePointer<ctr::LineSegmentSet>&, LineKindStats&> kinds[] = {
+        {lines.creases, stats.crease}, {lines.silhouettes, stats.silhouette}, {lines.intersections, stats.intersection}};
+    for (const auto& [set, kind] : kinds) kind.inkMM = InkLength(set, camera.worldToClip, stats.fit);
+    stats.hidden = HiddenStats();
+    for (const qe::qePointer<ctr::LineSegmentSet>& set : lines.hidden) {
+        stats.hidden.pieces += countSegments(set);
+        stats.hidden.inkMM += InkLength(set, camera.worldToClip, stats.fit);
+    }
     return true;
 }
 

@@ -15,9 +15,11 @@ namespace contour {
 
 namespace {
 
-JobOutcome drawModels(const DrawingRequest& request, const std::vector<HostInput>& models,
+JobOutcome drawModels(const DrawingRequest& asked, const std::vector<HostInput>& models,
                       const std::vector<HostInput>& occluders, double importSeconds, HostDrawing& drawing,
                       std::string& error, DrawingMonitor* monitor) {
+    DrawingRequest request = asked;
+    ApplyFormatConventions(request, models.empty() ? std::string() : models[0].label);
     const auto start = std::chrono::steady_clock::now();
     RunStats& run = drawing.run;
     run = RunStats();

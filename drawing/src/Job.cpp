@@ -29,8 +29,10 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-JobOutcome runJob(const DrawingRequest& request, RunStats& run, DrawingStats& stats, std::string& error,
+JobOutcome runJob(const DrawingRequest& asked, RunStats& run, DrawingStats& stats, std::string& error,
                   DrawingMonitor* monitor) {
+    DrawingRequest request = asked;
+    ApplyFormatConventions(request, request.models.empty() ? std::string() : request.models[0]);
     const auto start = std::chrono::steady_clock::now();
     run = RunStats();
     if (monitor) monitor->phaseStarted("import");
@@ -83,6 +85,13 @@ JobOutcome runJob(const DrawingRequest& request, RunStats& run, DrawingStats& st
 }
 
 }  // namespace
+
+void ApplyFormatConventions(DrawingRequest& request, const std::string& firstModel) {
+    if (request.sheet && !request.upGiven && !firstModel.empty()) {
+        request.drawing.camera.up = FormatUp(firstModel);
+        request.upGiven = true;
+    }
+}
 
 JobOutcome RunDrawingJob(const DrawingRequest& request, RunStats& run, DrawingStats& stats, std::string& error,
                          DrawingMonitor* monitor) {

@@ -1,6 +1,7 @@
 #include "ctr/drawing/Sheet.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -41,7 +42,18 @@ bool DeviceBox(const std::vector<const qe::qeTriMesh*>& meshes, const CameraMatr
     return box[0] <= box[2];
 }
 
-void AddStats(DrawingStats& total, const DrawingStats& view) {
+void AddPhases(DrawingStats& total, const DrawingStats& view) {
+    for (const PhaseTime& phase : view.phases) {
+        const auto same = std::find_if(total.phases.begin(), total.phases.end(),
+                                       [&](const PhaseTime& p) { return std::string(p.name) == phase.name; });
+        if (same == total.phases.end())
+            total.phases.push_back(phase);
+        else
+            same->seconds += phase.seconds;
+    }
+}
+
+void AddCounts(DrawingStats& total, const DrawingStats& view) {
     for (const auto& [sum, part] :
          {std::make_pair(&total.crease, &view.crease), std::make_pair(&total.silhouette, &view.silhouette),
           std::make_pair(&total.intersection, &view.intersection)}) {
@@ -53,22 +65,52 @@ void AddStats(DrawingStats& total, const DrawingStats& view) {
     }
     total.hidden.pieces += view.hidden.pieces;
     total.hidden.inkMM += view.hidden.inkMM;
-    for (const PhaseTime& phase : view.phases) {
-        const auto same = std::find_if(total.phases.begin(), total.phases.end(),
-                                       [&](const PhaseTime& p) { return std::string(p.name) == phase.name; });
-        if (same == total.phases.end())
-            total.phases.push_back(phase);
-        else
-            same->seconds += phase.seconds;
-    }
 }
+
+bool SameCamera(const CameraMatrices& a, const CameraMatrices& b) {
+    for (int row = 0; row < 4; ++row)
+        for (int col = 0; col < 4; ++col)
+            if (a.worldToClip[row][col] != b.worldToClip[row][col] || a.clipToWorld[row][col] != b.clipToWorld[row][col])
+                return false;
+    return true;
+}
+
+// A view computed before the layout, kept to be placed once the scale is
+// known.
+struct tComputedView {
+    CameraMatrices camera;
+    ViewLines lines;
+    DrawingStats stats;
+};
 
 }  // namespace
 
+int ChooseFrontSide(const std::vector<SideScore>& sides) {
+    int best = -1;
+    for (int i = 0; i < static_cast<int>(sides.size()); ++i) {
+        if (!(std::isfinite(sides[i].visible) && std::isfinite(sides[i].hidden))) continue;
+        if (best < 0) {
+            best = i;
+            continue;
+        }
+        const SideScore& a = sides[i];
+        const SideScore& b = sides[best];
+        const double tie = 1e-6 * std::max(a.visible, b.visible);
+        if (a.visible > b.visible + tie) {
+            best = i;
+        } else if (a.visible >= b.visible - tie) {
+            const double hiddenTie = 1e-6 * std::max(a.hidden, b.hidden);
+            if (a.hidden < b.hidden - hiddenTie) best = i;
+        }
+    }
+    return best;
+}
+
 bool LayOutSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
-                 const DrawingOptions& options, ctr::ProjectionMethod projection, SheetLayout& layout,
-                 std::string& error) {
-    const bool firstAngle = projection == ctr::ProjectionMethod::kFirstAngle;
+                 const DrawingOptions& options, const SheetOptions& sheet, SheetLayout& layout, std::string& error,
+                 bool* refused) {
+    if (refused) *refused = false;
+    const bool firstAngle = sheet.projection == ctr::ProjectionMethod::kFirstAngle;
     // The side view is the one from the side on which it is placed (third
     // angle) or from the opposite side (first angle): right of the front
     // view both ways.
@@ -129,7 +171,18 @@ bool LayOutSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
                              : "the model has no extent";
         return false;
     }
+    if (sheet.scale) {
+        // The same whole-number comparison as the series makes.
+        if (!(static_cast<double>(sheet.scale->model) >= needed * static_cast<double>(sheet.scale->drawn))) {
+            error = "--scale " + sheet.scale->label() + ": the views do not fit the frame at that scale; " +
+                    "the largest standard scale at which they fit is " + layout.scale.label();
+            if (refused) *refused = true;
+            return false;
+        }
+        layout.scale = *sheet.scale;
+    }
     const double scale = layout.scale.modelPerSheetMM();
+    layout.span = needed / scale;
 
     // The blank space is shared evenly: before, between and after the views.
     const double width[2] = {columns[0] / scale, columns[1] / scale};
@@ -146,6 +199,7 @@ bool LayOutSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
                                  areaY + 2.0 * spaceY + bottomHeight + 0.5 * topHeight};
     const int column[4] = {0, 0, 1, 1};
     const int row[4] = {frontRow, 1 - frontRow, frontRow, 1 - frontRow};
+    double covered = 0.0;
     for (int i = 0; i < 4; ++i) {
         SheetView& view = layout.views[i];
         double(&centre)[2] = view.windowCentre;
@@ -161,15 +215,59 @@ bool LayOutSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
             view.box[axis] = centre[axis] + low;
             view.box[axis + 2] = centre[axis] + high;
         }
+        covered += (view.box[2] - view.box[0]) * (view.box[3] - view.box[1]);
     }
+    layout.areaShare = covered / (static_cast<double>(frame.width) * static_cast<double>(frame.height));
     return true;
 }
 
 bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                const DrawingOptions& options, const SheetOptions& sheetOptions, const std::string& svgPath,
                DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor) {
+    DrawingOptions laid = options;
+    std::vector<tComputedView> computed;
+    if (sheetOptions.front) {
+        const Wm4::Vector3<double>& up = options.camera.up;
+        if (!(up.Cross(*sheetOptions.front).Length() > 1e-6 * up.Length() * sheetOptions.front->Length())) {
+            error = "--front " + DirectionName(*sheetOptions.front) + " runs along the up direction " +
+                    DirectionName(up) + "; name a side across it (or give --up)";
+            stats.optionRefused = true;
+            return false;
+        }
+        laid.camera.front = *sheetOptions.front;
+    } else {
+        // Every side is drawn with its hidden lines, which break ties; the
+        // winner and its neighbour are kept for the front and side views.
+        const std::array<Wm4::Vector3<double>, 4> sides = HorizontalSides(options.camera.up);
+        std::vector<SideScore> scores;
+        DrawingOptions measured = options;
+        measured.hiddenLines = true;
+        for (const Wm4::Vector3<double>& side : sides) {
+            tComputedView view;
+            measured.camera.view = ViewPreset::kFront;
+            measured.camera.front = side;
+            if (!FrameCamera(meshes, occluders, measured.camera, options.pageWidthMM, options.pageHeightMM,
+                             view.camera, error))
+                return false;
+            if (!ComputeView(meshes, occluders, measured, view.camera, FitToPage(measured), view.lines, view.stats,
+                             error, executor, monitor)) {
+                stats.cancelled = view.stats.cancelled;
+                return false;
+            }
+            AddPhases(stats, view.stats);
+            const double perMM = view.stats.worldUnitsPerMM;
+            const DrawingStats& s = view.stats;
+            scores.push_back(
+                SideScore{(s.crease.inkMM + s.silhouette.inkMM + s.intersection.inkMM) * perMM, s.hidden.inkMM * perMM});
+            computed.push_back(std::move(view));
+        }
+        const int best = ChooseFrontSide(scores);
+        laid.camera.front = sides[static_cast<size_t>(std::max(best, 0))];
+    }
+    stats.sheetFront = DirectionName(*laid.camera.front);
+
     SheetLayout layout;
-    if (!LayOutSheet(meshes, occluders, options, sheetOptions.projection, layout, error)) return false;
+    if (!LayOutSheet(meshes, occluders, laid, sheetOptions, layout, error, &stats.optionRefused)) return false;
     const Wm4::Vector2<float> page(static_cast<float>(options.pageWidthMM), static_cast<float>(options.pageHeightMM));
     const double scale = layout.scale.modelPerSheetMM();
 
@@ -183,11 +281,25 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         const auto place = [&](const ctr::DiscreteProjectionSpace& space) {
             return ctr::ScaledViewParameters(space, page, scale, centre);
         };
+        const bool hidden = options.hiddenLines && (view.preset != ViewPreset::kIso || sheetOptions.isoHidden);
         ViewLines lines;
         DrawingStats viewStats;
-        if (!ComputeView(meshes, occluders, options, view.camera, place, lines, viewStats, error, executor, monitor)) {
-            stats.cancelled = viewStats.cancelled;
-            return false;
+        const auto reused = std::find_if(computed.begin(), computed.end(),
+                                         [&](const tComputedView& c) { return SameCamera(c.camera, view.camera); });
+        if (reused != computed.end()) {
+            lines = std::move(reused->lines);
+            viewStats = reused->stats;
+            viewStats.phases.clear();  // counted when the side was measured
+            if (!hidden) lines.hidden.clear();
+            if (!PlaceViewLines(lines, place, view.camera, viewStats, error)) return false;
+        } else {
+            DrawingOptions viewOptions = laid;
+            viewOptions.hiddenLines = hidden;
+            if (!ComputeView(meshes, occluders, viewOptions, view.camera, place, lines, viewStats, error, executor,
+                             monitor)) {
+                stats.cancelled = viewStats.cancelled;
+                return false;
+            }
         }
         if (i == 0) {
             stats.camera = viewStats.camera;
@@ -195,7 +307,8 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
             std::copy(viewStats.offset, viewStats.offset + 2, stats.offset);
             stats.worldUnitsPerMM = viewStats.worldUnitsPerMM;
         }
-        AddStats(stats, viewStats);
+        AddPhases(stats, viewStats);
+        AddCounts(stats, viewStats);
         sheet.addView(*lines.parameters, view.name);
         if (!AddViewLines(sheet, lines)) {
             error = "writing '" + svgPath + "' failed";
@@ -205,6 +318,8 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
 
     ctr::TitleBlock block;
     block.title = sheetOptions.title;
+    block.partNumber = sheetOptions.partNumber;
+    block.drawnBy = sheetOptions.drawnBy;
     block.scale = layout.scale.label();
     block.projection = sheetOptions.projection;
     block.date = sheetOptions.date;
@@ -217,6 +332,8 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     }
     stats.paths = sheet.pathsWritten();
     stats.sheetScale = block.scale;
+    stats.sheetSpan = layout.span;
+    stats.sheetAreaShare = layout.areaShare;
     return true;
 }
 

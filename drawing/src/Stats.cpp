@@ -34,7 +34,10 @@ double milliseconds(double seconds) { return seconds * 1000.0; }
 
 }  // namespace
 
-std::string DrawingOptionsHash(const DrawingRequest& request) {
+std::string DrawingOptionsHash(const DrawingRequest& asked) {
+    // As drawn: a convention the request leaves to the format is part of it.
+    DrawingRequest request = asked;
+    ApplyFormatConventions(request, request.models.empty() ? std::string() : request.models[0]);
     const CameraOptions& camera = request.drawing.camera;
     const DrawingOptions& drawing = request.drawing;
     const auto vector = [](const Wm4::Vector3<double>& v) { return Json{v[0], v[1], v[2]}; };
@@ -60,7 +63,12 @@ std::string DrawingOptionsHash(const DrawingRequest& request) {
         {"color", drawing.color ? Json{drawing.color->R(), drawing.color->G(), drawing.color->B()} : Json()},
         {"flags", {drawing.keepCommon, drawing.hiddenLines, drawing.layers, drawing.arcs}},
         {"sheet", request.sheet ? Json{request.sheetOptions.projection == ctr::ProjectionMethod::kFirstAngle,
-                                       request.sheetOptions.title}
+                                       request.sheetOptions.title,
+                                       request.sheetOptions.partNumber,
+                                       request.sheetOptions.drawnBy,
+                                       request.sheetOptions.scale ? request.sheetOptions.scale->label() : "",
+                                       request.sheetOptions.front ? vector(*request.sheetOptions.front) : Json(),
+                                       request.sheetOptions.isoHidden}
                                 : Json()}};
     // FNV-1a over the canonical text: stable across builds and hosts, which
     // a library hash is not bound to be.
@@ -136,6 +144,11 @@ std::string StatsRecord(const DrawingRequest& options, const RunStats& run, cons
     if (options.sheet)
         full["sheet"] = {
             {"scale", drawing.sheetScale},
+            {"scaleForced", options.sheetOptions.scale.has_value()},
+            {"front", drawing.sheetFront},
+            {"frontChosen", !options.sheetOptions.front.has_value()},
+            {"span", drawing.sheetSpan},
+            {"areaShare", drawing.sheetAreaShare},
             {"projection",
              options.sheetOptions.projection == ctr::ProjectionMethod::kFirstAngle ? "first angle" : "third angle"},
             {"views", "front, top, side, iso; counts summed, camera and fit of the front view"}};

@@ -23,12 +23,16 @@ struct CTR_API SheetScale {
     std::string label() const;
 };
 
+// Reads a scale written "drawn:model" with two positive whole numbers
+// ("1:2", "10:1", "1:2.5" is refused). False for anything else.
+CTR_API bool ParseSheetScale(const std::string& text, SheetScale& scale);
+
 // The largest scale of the series 1, 2 and 5 times a power of ten (ISO 5455:
-// 50:1, 20:1, ..., 1:1, 1:2, 1:5, 1:10, ...), from 100:1 down to 1:1000000,
-// at which one sheet millimetre stands for at least minModelPerSheetMM of the
-// model: the largest drawing that fits where a drawing needs that much. False
-// when the series has no such scale (or the argument is not a positive
-// finite number).
+// ..., 100:1, 50:1, 20:1, ..., 1:1, 1:2, 1:5, 1:10, ...), continued both ways
+// from 1000000000:1 down to 1:1000000000, at which one sheet millimetre
+// stands for at least minModelPerSheetMM of the model: the largest drawing
+// that fits where a drawing needs that much. False when the series has no
+// such scale (or the argument is not a positive finite number).
 CTR_API bool ChooseStandardScale(double minModelPerSheetMM, SheetScale& scale);
 
 // Export parameters that place an orthographic view at a fixed scale: one
@@ -59,6 +63,8 @@ enum class ProjectionMethod { kFirstAngle, kThirdAngle };
 // What the title block of a sheet says. Text is escaped when written.
 struct CTR_API TitleBlock {
     std::string title;
+    std::string partNumber;
+    std::string drawnBy;
     std::string scale;  // e.g. "1:2"
     ProjectionMethod projection = ProjectionMethod::kThirdAngle;
     std::string units = "mm";

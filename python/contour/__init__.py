@@ -247,6 +247,7 @@ def _prepare(inputs: Any, occluders: Any, *, sheet: bool, view: Optional[str], a
         "view": view_name, "azimuth_elevation": angles,
         "eye": None if eye is None else _point("eye", eye),
         "target": None if target is None else _point("target", target), "up": up_vector,
+        "up_given": up is not None,
         "perspective": bool(perspective),
         "fov": _number("fov", 30.0 if fov is None else fov, 0, 180, True, True, " degrees"),
         "margin": margin, "page_width": width, "page_height": height, "page_label": label,

@@ -163,6 +163,7 @@ contour::DrawingRequest request(const py::dict& o) {
     if (!o["eye"].is_none()) camera.eye = vector3(o["eye"]);
     if (!o["target"].is_none()) camera.target = vector3(o["target"]);
     camera.up = vector3(o["up"]);
+    r.upGiven = o.contains("up_given") && o["up_given"].cast<bool>();
     camera.perspective = o["perspective"].cast<bool>();
     camera.fovDegrees = o["fov"].cast<double>();
     camera.marginMM = o["margin"].cast<double>();

@@ -9,10 +9,12 @@ namespace ctr {
 
 namespace {
 
-// The series runs from 100:1 (10^-2 model millimetres per sheet millimetre)
-// to 1:1000000 (10^6).
-constexpr int kLowestDecade = -2;
-constexpr int kHighestDecade = 6;
+// The series runs by powers of ten as far as a scale's two whole numbers
+// stay within an int: from 1000000000:1 (10^-9 model millimetres per sheet
+// millimetre) to 1:1000000000 (10^9), a micrometre part on a sheet to a
+// continent on one.
+constexpr int kLowestDecade = -9;
+constexpr int kHighestDecade = 9;
 
 // ISO 7200 keeps the title block within 170 mm of width (180 with its
 // border); 30 mm of height holds two rows of lettering of 3.5 and 5 mm.
@@ -22,6 +24,25 @@ constexpr float kTitleBlockHeightMM = 30.0f;
 }  // namespace
 
 std::string SheetScale::label() const { return std::to_string(drawn) + ":" + std::to_string(model); }
+
+bool ParseSheetScale(const std::string& text, SheetScale& scale) {
+    const size_t colon = text.find(':');
+    if (colon == std::string::npos) return false;
+    // Up to nine digits each, so that the numbers stay within an int.
+    const auto whole = [](const std::string& digits, int& value) {
+        if (digits.empty() || digits.size() > 9) return false;
+        value = 0;
+        for (const char c : digits) {
+            if (c < '0' || c > '9') return false;
+            value = value * 10 + (c - '0');
+        }
+        return value > 0;
+    };
+    SheetScale parsed;
+    if (!whole(text.substr(0, colon), parsed.drawn) || !whole(text.substr(colon + 1), parsed.model)) return false;
+    scale = parsed;
+    return true;
+}
 
 bool ChooseStandardScale(double minModelPerSheetMM, SheetScale& scale) {
     if (!(minModelPerSheetMM > 0.0) || !std::isfinite(minModelPerSheetMM)) return false;

@@ -22,13 +22,41 @@ constexpr float kTitleHeightMM = 5.0f;
 constexpr float kAdvancePerHeight = 0.6f;
 const Wm4::ColorRGB kBlack(0.0f, 0.0f, 0.0f);
 
-// The cells of the lower row, as fractions of the block's width.
+// The smallest lettering a title is shrunk to before it is cut short.
+constexpr float kSmallestTitleHeightMM = 2.5f;
+
+// The cells of the two rows, as fractions of the block's width.
 struct tCell {
     const char* label;
     float share;
 };
+constexpr tCell kUpperCells[] = {{"Title", 0.54f}, {"Part number", 0.26f}, {"Drawn by", 0.2f}};
 constexpr tCell kCells[] = {
     {"Scale", 0.14f}, {"Projection", 0.2f}, {"Units", 0.14f}, {"Date", 0.2f}, {"Software", 0.32f}};
+
+// Characters as a reader counts them: UTF-8 continuation bytes add none.
+size_t CharacterCount(const std::string& text) {
+    size_t count = 0;
+    for (const char c : text) count += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    return count;
+}
+
+// The text as it fits room millimetres at the lettering height: whole when
+// it does, otherwise cut after a whole character and ended with an
+// ellipsis.
+std::string FitText(const std::string& text, float room, float height) {
+    // The height was chosen as room over the count: allow for its rounding.
+    const size_t fits = static_cast<size_t>(std::max(0.0f, room / (kAdvancePerHeight * height) + 1e-3f));
+    if (CharacterCount(text) <= fits) return text;
+    if (fits == 0) return std::string();
+    size_t kept = 0, end = 0;
+    while (end < text.size() && kept + 1 < fits) {
+        ++end;
+        while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) ++end;
+        ++kept;
+    }
+    return text.substr(0, end) + "\u2026";
+}
 
 // The page in SVG coordinates: x to the right, y down from the top edge.
 // Points and boxes are given in sheet coordinates (y up).
@@ -143,17 +171,26 @@ void WriteFrameLayer(std::ostream& out, const Wm4::Vector2<float>& pageSizeInMM,
     const float pad = 0.2f * rowHeight;
     page.line(box.x, box.y + rowHeight, box.x + box.width, box.y + rowHeight, kCellWidthMM);
 
-    // Upper row: the title, shrunk (down to the value height) to fit.
-    const float titleTop = box.y + box.height;
-    page.text(box.x + pad, titleTop - pad - kLabelHeightMM, kLabelHeightMM, "Title");
-    const float room = box.width - 2.0f * pad;
-    float titleHeight = kTitleHeightMM;
-    if (!block.title.empty())
-        titleHeight = std::max(kValueHeightMM, std::min(titleHeight, room / (kAdvancePerHeight * block.title.size())));
-    page.text(box.x + pad, box.y + rowHeight + pad, titleHeight, block.title);
+    // Upper row: the title, shrunk (down to the smallest lettering) and only
+    // then cut to fit, the part number and who drew it.
+    float x = box.x;
+    for (const tCell& cell : kUpperCells) {
+        const float width = cell.share * box.width;
+        if (x > box.x) page.line(x, box.y + rowHeight, x, box.y + box.height, kCellWidthMM);
+        page.text(x + pad, box.y + box.height - pad - kLabelHeightMM, kLabelHeightMM, cell.label);
+        const std::string label = cell.label;
+        const std::string& value = label == "Title" ? block.title : label == "Part number" ? block.partNumber : block.drawnBy;
+        const float room = width - 2.0f * pad;
+        const float largest = label == "Title" ? kTitleHeightMM : kValueHeightMM;
+        const float height = std::max(
+            kSmallestTitleHeightMM,
+            std::min(largest, room / (kAdvancePerHeight * static_cast<float>(std::max<size_t>(1, CharacterCount(value))))));
+        if (!value.empty()) page.text(x + pad, box.y + rowHeight + pad, height, FitText(value, room, height));
+        x += width;
+    }
 
     // Lower row: scale, projection symbol, units, date, software.
-    float x = box.x;
+    x = box.x;
     for (const tCell& cell : kCells) {
         const float width = cell.share * box.width;
         if (x > box.x) page.line(x, box.y, x, box.y + rowHeight, kCellWidthMM);

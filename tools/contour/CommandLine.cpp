@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "ctr/SheetLayout.h"
 #include "ctr/SvgText.h"
 #include "ctr/Version.h"
 
@@ -191,19 +192,27 @@ Layers:
 Sheet:
   --sheet draws a standard multi-view sheet of one part: front, top and side
   views and an iso view, all orthographic and at one scale, the largest of
-  the series 100:1 ... 2:1, 1:1, 1:2, 1:5, 1:10, ... at which they fit. The
-  model is taken to be in millimetres, so the scale is true. Views are
-  arranged as ISO 128-30 has it: third angle (default) puts the top view
-  above the front view and the view from the right on its right; with
-  --projection first the top view goes below the front view and the view
-  from the left stands on its right. The iso view takes the remaining corner.
+  the series ... 100:1, 50:1, 20:1, 10:1, 5:1, 2:1, 1:1, 1:2, 1:5, 1:10, ...
+  (by powers of ten both ways) at which they fit; --scale 1:2 forces one and
+  is refused when the views do not fit at it. The model is taken to be in
+  millimetres, so the scale is true. Up is the format's convention unless
+  --up is given: z for STL, 3MF and PLY (as CAD programs write them; a
+  scan is often y-up), y for glTF, OBJ and the others. The
+  front view shows the most informative of the four sides around up (the
+  most visible line length, then the fewest hidden lines); --front +x, -x,
+  +y, -y, +z or -z names the side instead. Views are arranged as ISO 128-30
+  has it: third angle (default) puts the top view above the front view and
+  the view from the right on its right; with --projection first the top
+  view goes below the front view and the view from the left stands on its
+  right. The iso view takes the remaining corner and, as pictorial views
+  do, shows no hidden lines unless --iso-hidden is given with --hidden.
   The top view shares the front view's x, the side view its y. A frame and
-  a title block (title, scale, projection symbol, units, date, version) sit
-  in a layer "Sheet"; each kind of line has its layer, each view a group in
-  it. The page is A3 landscape unless --page is given; --margin sets the
-  frame's distance from the page edges. --view, --eye, --azimuth,
-  --elevation and --perspective do not apply. SOURCE_DATE_EPOCH, when set,
-  gives the date.
+  a title block (title, part number, drawn by, scale, projection symbol,
+  units, date, version) sit in a layer "Sheet"; each kind of line has its
+  layer, each view a group in it. The page is A3 landscape unless --page is
+  given; --margin sets the frame's distance from the page edges. --view,
+  --eye, --azimuth, --elevation and --perspective do not apply.
+  SOURCE_DATE_EPOCH, when set, gives the date.
 
 Progress and statistics:
   On a terminal a progress bar runs on standard error (not with -q).
@@ -239,7 +248,7 @@ Examples:
   contour part.stl --azimuth 30 --elevation 20 --up 0,0,1 --stats part.json
   contour engine.glb --perspective --eye 300,200,400 --title "Engine" -o engine.svg
   contour part.obj --occluder cover.obj --crease-width 0.25 --color "#203060"
-  contour part.stl --sheet --up 0,0,1 --hidden -o part-sheet.svg
+  contour part.stl --sheet --hidden --title "Bracket" --part-number BR-102 -o part-sheet.svg
 )";
 
 // The generated usage line cannot say that --demo replaces the models.
@@ -275,6 +284,9 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     bool landscape = false, perspective = false, orthographic = false;
     std::optional<std::string> title, description;
     std::string projection = "third";
+    std::string scale, front;
+    std::optional<std::string> partNumber, drawnBy;
+    bool isoHidden = false;
 
     if (batch) {
         app.add_option("PART", options.models, "Model files, and folders whose model files are drawn (see Batch)")
@@ -304,7 +316,7 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
         ->type_name("DEG");
     app.add_option("--eye", eye, "Camera position (overrides --view)")->type_name("X,Y,Z");
     app.add_option("--target", target, "Point looked at (default: the model's centre)")->type_name("X,Y,Z");
-    app.add_option("--up", up, "World direction shown upwards (default 0,1,0)")->type_name("X,Y,Z");
+    app.add_option("--up", up, "World direction shown upwards (default 0,1,0; see Sheet)")->type_name("X,Y,Z");
     app.add_flag("--orthographic", orthographic, "Parallel projection (default)");
     app.add_flag("--perspective", perspective, "Perspective projection");
     CLI::Option* fovOption = app.add_option("--fov", fov, "Perspective lens angle in degrees, in (0, 180)")
@@ -316,12 +328,19 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
         app.add_option("--projection", projection, "Arrangement of a --sheet's views: third or first (angle)")
             ->type_name("METHOD")
             ->capture_default_str();
+    app.add_option("--scale", scale, "Scale of a --sheet, e.g. 1:2 or 5:1 (default: the largest that fits)")
+        ->type_name("DRAWN:MODEL");
+    app.add_option("--front", front, "Side a --sheet's front view shows: +x, -x, +y, -y, +z or -z (default: chosen)")
+        ->type_name("SIDE");
+    app.add_flag("--iso-hidden", isoHidden, "Hidden lines in a --sheet's iso view too (with --hidden)");
+    app.add_option("--part-number", partNumber, "Part number in a --sheet's title block")->type_name("TEXT");
+    app.add_option("--drawn-by", drawnBy, "Name in a --sheet's title block")->type_name("TEXT");
     CLI::Option* pageOption = app.add_option("--page", page, "A0-A5, letter, legal or WIDTHxHEIGHT in mm")
                                   ->type_name("SIZE")
                                   ->capture_default_str();
     app.add_flag("--landscape", landscape, "Turn the page so that its longer side is horizontal");
     app.add_option("--margin", margin, "Blank border around the drawing in mm")->type_name("MM")->capture_default_str();
-    app.add_option("--title", title, "Title stored in the SVG (default: the model file names)");
+    app.add_option("--title", title, "Title stored in the SVG and a --sheet's title block (default: the file names)");
     app.add_option("--description", description, "Description stored in the SVG");
     app.add_option("--bits", bits, "Grid bits of the visibility computation")->type_name("XY,Z")->capture_default_str();
     app.add_option("--smoothing-angle", smoothing,
@@ -388,8 +407,36 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
             else
                 throw tUsageError{"--projection: '" + projection + "' is not third or first"};
             if (pageOption->count() == 0) page = "A3", landscape = true;
+            if (!scale.empty()) {
+                ctr::SheetScale forced;
+                if (!ctr::ParseSheetScale(scale, forced))
+                    throw tUsageError{"--scale: '" + scale + "' is not DRAWN:MODEL with two whole numbers, e.g. 1:2"};
+                options.sheetOptions.scale = forced;
+            }
+            if (!front.empty()) {
+                static const char* const kSides[] = {"+x", "-x", "+y", "-y", "+z", "-z"};
+                const auto side = std::find(std::begin(kSides), std::end(kSides), lowercase(front));
+                if (side == std::end(kSides)) throw tUsageError{"--front: '" + front + "' is not +x, -x, +y, -y, +z or -z"};
+                const int index = static_cast<int>(side - std::begin(kSides));
+                Wm4::Vector3<double> direction(0.0, 0.0, 0.0);
+                direction[index / 2] = index % 2 == 0 ? 1.0 : -1.0;
+                options.sheetOptions.front = direction;
+            }
+            options.sheetOptions.isoHidden = isoHidden;
+            if (isoHidden && !options.drawing.hiddenLines)
+                throw tUsageError{"--iso-hidden: the iso view shows hidden lines only where --hidden draws them"};
+            if (partNumber) options.sheetOptions.partNumber = *partNumber;
+            if (drawnBy) options.sheetOptions.drawnBy = *drawnBy;
         } else if (projectionOption->count() > 0) {
             throw tUsageError{"--projection: only a --sheet has an arrangement of views (add --sheet)"};
+        } else {
+            const std::pair<bool, const char*> sheetOnly[] = {{!scale.empty(), "--scale"},
+                                                              {!front.empty(), "--front"},
+                                                              {isoHidden, "--iso-hidden"},
+                                                              {partNumber.has_value(), "--part-number"},
+                                                              {drawnBy.has_value(), "--drawn-by"}};
+            for (const auto& [given, name] : sheetOnly)
+                if (given) throw tUsageError{std::string(name) + ": only a --sheet has it (add --sheet)"};
         }
         CameraOptions& camera = options.drawing.camera;
         if (!ParseViewPreset(lowercase(view), camera.view))
@@ -406,6 +453,12 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
         if (!up.empty()) {
             camera.up = point("--up", up);
             if (!(camera.up.Length() > 0.0)) throw tUsageError{"--up: the direction must not be zero"};
+            options.upGiven = true;
+            if (options.sheetOptions.front) {
+                const Wm4::Vector3<double> unitUp = camera.up / camera.up.Length();
+                if (unitUp.Cross(*options.sheetOptions.front).Length() < 1e-6)
+                    throw tUsageError{"--front: " + front + " runs along --up " + up};
+            }
         }
         camera.perspective = perspective;
         if (fovOption->count() > 0 && !perspective)

@@ -40,7 +40,14 @@ int run(const contour::ToolOptions& options) {
     const contour::JobOutcome outcome = contour::RunDrawingJob(options, run, stats, error, &progress);
     progress.clear();
     if (outcome == contour::JobOutcome::kCancelled) return interrupted();
-    if (outcome == contour::JobOutcome::kFailed) return fail(error);
+    if (outcome == contour::JobOutcome::kFailed) {
+        // An option that cannot be met as given is the caller's to change.
+        if (stats.optionRefused) {
+            std::fprintf(stderr, "contour: error: %s\n", error.c_str());
+            return 2;
+        }
+        return fail(error);
+    }
 
     if (stats.paths == 0)
         std::fprintf(
@@ -57,7 +64,8 @@ int run(const contour::ToolOptions& options) {
         if (options.drawing.hiddenLines) std::fprintf(stderr, " (%zu hidden pieces)", stats.hidden.pieces);
         std::fprintf(stderr, " -> %zu paths in %s (%s", stats.paths,
                      options.output == "-" ? "standard output" : options.output.c_str(), options.pageLabel.c_str());
-        if (!stats.sheetScale.empty()) std::fprintf(stderr, ", four views at %s", stats.sheetScale.c_str());
+        if (!stats.sheetScale.empty())
+            std::fprintf(stderr, ", four views at %s, front from %s", stats.sheetScale.c_str(), stats.sheetFront.c_str());
         std::fprintf(stderr, "), %.2f s\n", run.totalSeconds);
     }
     return 0;

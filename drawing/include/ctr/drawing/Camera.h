@@ -35,12 +35,30 @@ struct CameraOptions {
     // World direction that shows as up on the sheet; the presets are taken
     // around it (with +y up, front looks along -z; with +z up, along +y).
     Wm4::Vector3<double> up = Wm4::Vector3<double>(0.0, 1.0, 0.0);
+    // The side of the model that the front view shows (the direction from
+    // the model towards the eye), taken across up; unset, ConventionalFront.
+    // The other presets turn with it.
+    std::optional<Wm4::Vector3<double>> front;
     bool perspective = false;
     // Perspective strength: the camera stands where a lens of this vertical
     // angle takes in the model's bounding sphere.
     double fovDegrees = 30.0;
     double marginMM = 10.0;
 };
+
+// The side that drafting conventions show in the front view: +z for a y-up
+// model, -y for a z-up one (and the axis that stays most across any other up).
+Wm4::Vector3<double> ConventionalFront(const Wm4::Vector3<double>& up);
+// The four sides around up, each a quarter turn right of the one before,
+// starting with the conventional front.
+std::array<Wm4::Vector3<double>, 4> HorizontalSides(const Wm4::Vector3<double>& up);
+// "+x", "-y", ... for an axis direction, the three numbers otherwise.
+std::string DirectionName(const Wm4::Vector3<double>& direction);
+
+// The up direction of a model file's format convention, by its name: z for
+// STL, 3MF and PLY, which CAD programs write z-up (scanned PLY files are
+// often y-up and need it said); y for glTF (so defined), OBJ and the others.
+Wm4::Vector3<double> FormatUp(const std::string& path);
 
 // Row-vector matrices for DiscreteProjectionSpace::setViewProjection.
 struct CameraMatrices {

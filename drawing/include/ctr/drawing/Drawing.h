@@ -84,8 +84,16 @@ struct DrawingStats {
     double worldUnitsPerMM = 0.0;
     std::vector<PhaseTime> phases;  // in the order they ran
     bool cancelled = false;
-    // A multi-view sheet's scale ("1:2"); empty for a single view.
+    // A multi-view sheet's scale ("1:2"), the side its front view shows
+    // ("-y") and how fully the views take the frame (SheetLayout's span and
+    // areaShare); empty and zero for a single view.
     std::string sheetScale;
+    std::string sheetFront;
+    double sheetSpan = 0.0;
+    double sheetAreaShare = 0.0;
+    // The drawing failed because an option cannot be met as given (a usage
+    // error rather than a failure of the drawing).
+    bool optionRefused = false;
 };
 
 // What a running drawing reports to: the library's progress and cancel
@@ -108,6 +116,8 @@ bool BitSizesAccepted(unsigned int xyBits, unsigned int zBits);
 // The lines of one view on their way to the page: the visible pieces of each
 // kind, the hidden pieces when asked for, and where the view lies on the page.
 struct ViewLines {
+    // The grid the lines were computed on, and their place on the page.
+    std::optional<ctr::DiscreteProjectionSpace> space;
     std::optional<ctr::ExportParameters> parameters;
     qe::qePointer<ctr::LineSegmentSet> creases, silhouettes, intersections;
     std::vector<qe::qePointer<ctr::LineSegmentSet>> hidden;
@@ -126,6 +136,13 @@ PlaceView FitToPage(const DrawingOptions& options);
 bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                  const DrawingOptions& options, const CameraMatrices& camera, const PlaceView& place, ViewLines& lines,
                  DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor);
+
+// Places computed lines (again) on the page: the parameters from place, and
+// the fit, the ink lengths and the hidden pieces in stats, so that a view
+// computed once can be laid out after its neighbours are known. False with a
+// one-line reason when the view has no extent to scale.
+bool PlaceViewLines(ViewLines& lines, const PlaceView& place, const CameraMatrices& camera, DrawingStats& stats,
+                    std::string& error);
 
 // Title, description and layer styles of a layered sheet from the options.
 void StyleSheet(ctr::SheetWriter& sheet, const DrawingOptions& options);

@@ -21,6 +21,9 @@ struct DrawingRequest {
     ImportOptions import;
     DrawingOptions drawing;
     bool sheet = false;  // a multi-view sheet instead of one view
+    // drawing.camera.up was asked for; otherwise a sheet takes the first
+    // model's format convention (FormatUp).
+    bool upGiven = false;
     SheetOptions sheetOptions;
     unsigned int threads = 0;  // 0: one per core
     std::string output;        // "-" for standard output
@@ -45,6 +48,11 @@ struct RunStats {
     double totalSeconds = 0.0;
     unsigned int threads = 1;
 };
+
+// Fills in what the request leaves to the models' formats: a sheet's up
+// direction, unless asked for, from the first model file's format
+// (FormatUp; an empty name leaves it).
+void ApplyFormatConventions(DrawingRequest& request, const std::string& firstModel);
 
 enum class JobOutcome { kDrawn, kFailed, kCancelled };
 
