@@ -32,6 +32,8 @@ KINDS = ("crease", "silhouette", "intersection", "hidden")
 
 _VIEWS = {"front": (0, 0), "right": (90, 0), "back": (180, 0), "left": (270, 0),
           "top": (0, 90), "bottom": (0, -90), "iso": (45, 35.2644)}
+_SIDES = {"+x": (1.0, 0.0, 0.0), "-x": (-1.0, 0.0, 0.0), "+y": (0.0, 1.0, 0.0), "-y": (0.0, -1.0, 0.0),
+          "+z": (0.0, 0.0, 1.0), "-z": (0.0, 0.0, -1.0)}
 _PAGES = {"a0": ("A0", 841.0, 1189.0), "a1": ("A1", 594.0, 841.0), "a2": ("A2", 420.0, 594.0),
           "a3": ("A3", 297.0, 420.0), "a4": ("A4", 210.0, 297.0), "a5": ("A5", 148.0, 210.0),
           "letter": ("letter", 215.9, 279.4), "legal": ("legal", 215.9, 355.6)}
@@ -173,13 +175,13 @@ def _run(inputs: Any, occluders: Any, progress: Optional[Callable[[str, float], 
          margin: float, title: Optional[str], description: Optional[str], bits: Tuple[int, int],
          smoothing_angle: float, crease_width: Optional[float], silhouette_width: Optional[float],
          color: Optional[str], keep_common: bool, hidden: bool, layers: bool, arcs: bool,
-         threads: Optional[int]) -> Drawing:
+         threads: Optional[int], **sheet_only: Any) -> Drawing:
     models, hiding, options = _prepare(
         inputs, occluders, sheet=sheet, view=view, azimuth=azimuth, elevation=elevation, eye=eye, target=target,
         up=up, perspective=perspective, fov=fov, projection=projection, page=page, landscape=landscape,
         margin=margin, title=title, description=description, bits=bits, smoothing_angle=smoothing_angle,
         crease_width=crease_width, silhouette_width=silhouette_width, color=color, keep_common=keep_common,
-        hidden=hidden, layers=layers, arcs=arcs, threads=threads)
+        hidden=hidden, layers=layers, arcs=arcs, threads=threads, **sheet_only)
     return Drawing(_contour.draw(models, hiding, options, progress), sheet)
 
 
@@ -189,7 +191,9 @@ def _prepare(inputs: Any, occluders: Any, *, sheet: bool, view: Optional[str], a
              page: Any, landscape: bool, margin: float, title: Optional[str], description: Optional[str],
              bits: Tuple[int, int], smoothing_angle: float, crease_width: Optional[float],
              silhouette_width: Optional[float], color: Optional[str], keep_common: bool, hidden: bool,
-             layers: bool, arcs: bool, threads: Optional[int]) -> Tuple[List[tuple], List[tuple], Dict[str, Any]]:
+             layers: bool, arcs: bool, threads: Optional[int], scale: Optional[str] = None,
+             front: Optional[str] = None, part_number: Optional[str] = None, drawn_by: Optional[str] = None,
+             iso_hidden: bool = False) -> Tuple[List[tuple], List[tuple], Dict[str, Any]]:
     """The inputs and the checked options, completed with the tool's defaults, as the module takes them."""
     models = _inputs(inputs, "model")
     hiding = _inputs(occluders, "occluder")
@@ -203,6 +207,10 @@ def _prepare(inputs: Any, occluders: Any, *, sheet: bool, view: Optional[str], a
             raise ValueError(f"projection: {projection!r} is not 'third' or 'first'")
         if page is None:
             page, landscape = "A3", True
+        if front is not None and str(front).lower() not in _SIDES:
+            raise ValueError(f"front: {front!r} is not +x, -x, +y, -y, +z or -z")
+        if iso_hidden and not hidden:
+            raise ValueError("iso_hidden: the iso view shows hidden lines only where hidden=True draws them")
     elif projection is not None:
         raise ValueError("projection: only a sheet has an arrangement of views")
     if view is not None and view.lower() not in _VIEWS:
@@ -263,6 +271,10 @@ def _prepare(inputs: Any, occluders: Any, *, sheet: bool, view: Optional[str], a
         "color": None if color is None else _color(color),
         "smoothing_angle": _number("smoothing_angle", smoothing_angle, 0, 180, unit=" degrees"),
         "sheet": bool(sheet), "projection": projection or "third",
+        "scale": "" if scale is None else str(scale),
+        "front": None if front is None else _SIDES[str(front).lower()],
+        "part_number": "" if part_number is None else str(part_number),
+        "drawn_by": "" if drawn_by is None else str(drawn_by), "iso_hidden": bool(iso_hidden),
     }
     return models, hiding, options
 
@@ -308,7 +320,9 @@ def draw(inputs: Any, *, occluders: Any = None, view: Optional[str] = None, azim
 
 
 def sheet(inputs: Any, *, occluders: Any = None, up: Optional[Sequence[float]] = None,
-          projection: str = "third", page: Any = None, landscape: bool = False, margin: float = 10.0,
+          projection: str = "third", scale: Optional[str] = None, front: Optional[str] = None,
+          part_number: Optional[str] = None, drawn_by: Optional[str] = None, iso_hidden: bool = False,
+          page: Any = None, landscape: bool = False, margin: float = 10.0,
           title: Optional[str] = None, description: Optional[str] = None, bits: Tuple[int, int] = (20, 20),
           smoothing_angle: float = 30.0, crease_width: Optional[float] = None,
           silhouette_width: Optional[float] = None, color: Optional[str] = None, keep_common: bool = False,
@@ -317,14 +331,20 @@ def sheet(inputs: Any, *, occluders: Any = None, up: Optional[Sequence[float]] =
     """Draws an engineering sheet of one part, as ``contour --sheet`` does: front, top and side views
     and an iso view at one standard scale (the model taken to be in millimetres), with frame and
     title block, on A3 landscape unless ``page`` is given. ``projection`` is "third" (angle, the
-    default) or "first". SOURCE_DATE_EPOCH, when set, gives the date in the title block. Inputs and
-    the other options are those of draw(); the sheet's lines() are not available (several views).
+    default) or "first". ``scale`` ("1:2") forces a scale, refused when the views do not fit at it.
+    ``up`` defaults to the first file's format convention (z for STL, 3MF and PLY, y otherwise);
+    ``front`` ("+x", "-y", ...) names the side the front view shows, chosen as the most informative
+    otherwise. ``part_number`` and ``drawn_by`` fill the title block; ``iso_hidden`` draws hidden
+    lines in the iso view too (with ``hidden``). SOURCE_DATE_EPOCH, when set, gives the date in the
+    title block. Inputs and the other options are those of draw(); the sheet's lines() are not
+    available (several views).
     """
     return _run(inputs, occluders, progress, sheet=True, view=None, azimuth=None, elevation=None, eye=None,
                 target=None, up=up, perspective=False, fov=None, projection=projection, page=page,
                 landscape=landscape, margin=margin, title=title, description=description, bits=bits,
                 smoothing_angle=smoothing_angle, crease_width=crease_width, silhouette_width=silhouette_width,
-                color=color, keep_common=keep_common, hidden=hidden, layers=False, arcs=arcs, threads=threads)
+                color=color, keep_common=keep_common, hidden=hidden, layers=False, arcs=arcs, threads=threads,
+                scale=scale, front=front, part_number=part_number, drawn_by=drawn_by, iso_hidden=iso_hidden)
 
 
 # The keywords of draw() and sheet() that a batch passes on, with their defaults.
@@ -332,8 +352,9 @@ _DRAW_DEFAULTS: Dict[str, Any] = dict(
     view=None, azimuth=None, elevation=None, eye=None, target=None, up=None, perspective=False, fov=None,
     projection=None, page=None, landscape=False, margin=10.0, title=None, description=None, bits=(20, 20),
     smoothing_angle=30.0, crease_width=None, silhouette_width=None, color=None, keep_common=False, hidden=False,
-    layers=False, arcs=False, threads=None)
-_SHEET_ONLY = {"projection"}
+    layers=False, arcs=False, threads=None, scale=None, front=None, part_number=None, drawn_by=None,
+    iso_hidden=False)
+_SHEET_ONLY = {"projection", "scale", "front", "part_number", "drawn_by", "iso_hidden"}
 _VIEW_ONLY = {"view", "azimuth", "elevation", "eye", "target", "perspective", "fov", "layers"}
 
 

@@ -21,6 +21,7 @@
 
 #include "ctr/drawing/Batch.h"
 #include "ctr/drawing/Camera.h"
+#include "ctr/SheetLayout.h"
 #include "ctr/drawing/HostDrawing.h"
 #include "ctr/drawing/Job.h"
 #include "ctr/drawing/ModelImport.h"
@@ -199,6 +200,16 @@ contour::DrawingRequest request(const py::dict& o) {
         o["projection"].cast<std::string>() == "first" ? ctr::ProjectionMethod::kFirstAngle : ctr::ProjectionMethod::kThirdAngle;
     r.sheetOptions.title = o["sheet_title"].cast<std::string>();
     r.sheetOptions.date = contour::SheetDate();
+    if (o.contains("scale") && !o["scale"].cast<std::string>().empty()) {
+        ctr::SheetScale scale;
+        if (!ctr::ParseSheetScale(o["scale"].cast<std::string>(), scale))
+            refuse("scale: '" + o["scale"].cast<std::string>() + "' is not DRAWN:MODEL with two whole numbers, e.g. 1:2");
+        r.sheetOptions.scale = scale;
+    }
+    if (o.contains("front") && !o["front"].is_none()) r.sheetOptions.front = vector3(o["front"]);
+    if (o.contains("part_number")) r.sheetOptions.partNumber = o["part_number"].cast<std::string>();
+    if (o.contains("drawn_by")) r.sheetOptions.drawnBy = o["drawn_by"].cast<std::string>();
+    if (o.contains("iso_hidden")) r.sheetOptions.isoHidden = o["iso_hidden"].cast<bool>();
     return r;
 }
 
@@ -402,7 +413,9 @@ py::dict draw(const py::list& modelList, const py::list& occluderList, const py:
         PyErr_SetString(PyExc_OSError, error.c_str());
         throw py::error_already_set();
     }
-    if (failure == Failure::kArrays) refuse(error);
+    // An option the drawing cannot meet (a forced scale too large) is the
+    // caller's value error, as the tool makes it a usage error.
+    if (failure == Failure::kArrays || (failure == Failure::kDrawing && drawing.stats.optionRefused)) refuse(error);
     if (failure != Failure::kNone) throw std::runtime_error(error);
     if (!progress.is_none()) progress("done", 1.0);
 

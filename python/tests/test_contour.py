@@ -68,7 +68,8 @@ def face_normals(vertices, faces):
     ("none", "occluder", {"perspective": True, "eye": (3, 2, 4), "target": (0, 0.2, 0), "fov": 40, "margin": 5,
                           "color": "#203060", "crease_width": 0.25, "keep_common": True, "page": "200x150"}),
     ("none", "two", {"arcs": True, "bits": (18, 16), "smoothing_angle": 10}),
-    ("none", "", {"sheet": True, "hidden": True})])
+    ("none", "", {"sheet": True, "hidden": True, "iso_hidden": True, "front": "-x", "part_number": "P-1",
+                  "drawn_by": "A. Drafter"})])
 def test_arrays_draw_as_the_tool_draws_the_file(tmp_path, monkeypatch, normals, extra, options):
     monkeypatch.setenv("SOURCE_DATE_EPOCH", ENV["SOURCE_DATE_EPOCH"])
     vertices, faces = sphere_and_box()
@@ -174,6 +175,14 @@ def test_bad_inputs_raise_one_line_errors(inputs, error, reason):
 def test_bad_options_raise(options, reason):
     with pytest.raises(ValueError, match=reason):
         contour.draw((V, F), **options)
+
+
+@pytest.mark.parametrize("options, reason", [
+    ({"scale": "1000000:1"}, "largest standard scale at which they fit is"), ({"scale": "1:2.5"}, "scale"),
+    ({"front": "up"}, "front"), ({"iso_hidden": True}, "iso_hidden")])
+def test_bad_sheet_options_raise(options, reason):
+    with pytest.raises(ValueError, match=reason):
+        contour.sheet((V, F), **options)
 
 
 def test_progress_reports_and_can_stop():
