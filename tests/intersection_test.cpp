@@ -2,12 +2,15 @@
 // of the lines and the drawable set, on small hand-checked scenes in a space
 // whose grid coordinates are the world coordinates, and a cross-check of the
 // hierarchy search against testing every pair on a real scene.
+#include <algorithm>
 #include <array>
+#include <set>
 #include <tuple>
 
 #include "OcclusionReference.h"
 #include "TestSupport.h"
 #include "ctr/TrianglesIntersection.h"
+#include "ctr/drawing/ThreadPool.h"
 #include "visibility/IntersectionInternal.h"
 
 namespace {
@@ -285,6 +288,119 @@ TEST(IntersectionLines, HierarchyMatchesEveryPairOnRealScene) {
     // The widest screen grid: the products of the exact tests reach their
     // bit budget.
     CrossCheckScene(28, 3, 5);
+}
+
+// Hide-only panels facing the camera in front of two interpenetrating balls,
+// one over the screen left of x = kEdge (through the intersection lines) and
+// one over all of it. The reference is the segments before the step, cut by hand
+// on screen at the panel's edge: what lies left of it goes from the visible
+// to the hidden pieces, nothing else moves, and any executor gives the same
+// points.
+TEST(IntersectionLines, OccludersHideThemToo) {
+    contour::ImportedModel model = ctr_test::LoadModel("scenes/two_balls_intersecting.obj");
+    const std::vector<const qe::qeTriMesh*> balls = model.meshList();
+    const ctr_test::Bounds b = ctr_test::MeshBounds(balls);
+    const V3 up(0, 1, 0), direction = V3(0.4f, 0.5f, 0.8f) / V3(0.4f, 0.5f, 0.8f).Length();
+    const V3 right = (-direction).Cross(up) / (-direction).Cross(up).Length(), upward = right.Cross(-direction);
+    ctr::DiscreteProjectionSpace space;
+    ctr_test::OrthoCamera(space, b.centre + direction * (2 * b.radius), b.centre, 1.1f * b.radius, b.radius,
+                          0.9f * b.radius, 3.1f * b.radius);
+    // Its right edge at NDC x = edge (the centre is at 0, the window 1.1 r wide).
+    constexpr float kEdge = -0.06f;
+    const auto panel = [&](float edge) {
+        const V3 c = b.centre + direction * (1.05f * b.radius), r = right * (1.1f * b.radius),
+                 u = upward * (2 * b.radius);
+        return ctr_test::MakeMesh({c - r * 2 - u, c + r * edge - u, c + r * edge + u, c - r * 2 + u},
+                                  {0, 1, 2, 0, 2, 3});
+    };
+    const qe::qePointer<qe::qeTriMesh> leftHalf = panel(kEdge), whole = panel(2.0f);
+
+    struct Drawn {
+        SetPointer visible, hidden;
+    };
+    const auto draw = [&](const qe::qeTriMesh* occluder, ctr::Executor* executor) {
+        ctr::GeometricFeaturesGenerator generator;
+        generator.setProjectionSpace(space);
+        generator.setExecutor(executor);
+        std::vector<const qe::qeTriMesh*> occluders;
+        if (occluder) occluders.push_back(occluder);
+        generator.setSingleExportCluster(balls, &occluders);
+        ctr::GeometricFeatures features;
+        Drawn drawn;
+        generator.computeGeometricFeatures(features, 0, true, &drawn.hidden);
+        const ctr::LineSegmentSet* before = features.intersectionEdges;
+        EXPECT_TRUE(generator.hideIntersectionsBehindOccluders(features, 0, &drawn.hidden));
+        if (!occluder) {
+            EXPECT_EQ(features.intersectionEdges.get(), before);
+        }
+        drawn.visible = features.intersectionEdges;
+        return drawn;
+    };
+    // Screen length of a set's segments, left and right of the panel's edge,
+    // and the greatest distance from the edge of an end that is not an end of
+    // a segment of the sets given as old.
+    const Wm4::Matrix4<float>& toClip = space.getWorldToClip();
+    const auto screen = [&](const V3& p) {
+        const auto at = [&](int j) {
+            return p[0] * toClip[0][j] + p[1] * toClip[1][j] + p[2] * toClip[2][j] + toClip[3][j];
+        };
+        return std::array<double, 2>{at(0) / at(3) - kEdge, at(1) / at(3)};
+    };
+    const auto ends = [&](const SetPointer& set) {
+        std::vector<std::array<std::array<double, 2>, 2>> out;
+        for (int s = 0; set && s < set->getSegmentQuantity(); ++s)
+            out.push_back({screen(set->VBuffer->Position3(int(set->IBuffer->GetData()[2 * s]))),
+                           screen(set->VBuffer->Position3(int(set->IBuffer->GetData()[2 * s + 1])))});
+        return out;
+    };
+    struct Ink {
+        double left = 0, right = 0, cut = 0;
+    };
+    const auto ink = [&](const SetPointer& set, std::initializer_list<SetPointer> cutFrom) {
+        std::set<std::array<double, 2>> old;
+        for (const SetPointer& from : cutFrom)
+            for (const auto& e : ends(from)) old.insert(e.begin(), e.end());
+        Ink out;
+        for (const auto& [p, q] : ends(set)) {
+            const double length = std::hypot(q[0] - p[0], q[1] - p[1]);
+            // The share of the segment left of x = 0.
+            const double left =
+                (p[0] < 0) == (q[0] < 0) ? (p[0] < 0 ? 1.0 : 0.0) : (p[0] < 0 ? p[0] : q[0]) / -std::abs(p[0] - q[0]);
+            out.left += left * length;
+            out.right += (1 - left) * length;
+            for (const auto& e : {p, q})
+                if (!old.count(e)) out.cut = std::max(out.cut, std::abs(e[0]));
+        }
+        return out;
+    };
+
+    const Drawn open = draw(nullptr, nullptr);
+    ASSERT_NE(open.visible, nullptr);
+    const Ink seen = ink(open.visible, {}), hidden = ink(open.hidden, {});
+    ASSERT_GT(seen.left, 0.1);
+    ASSERT_GT(seen.right, 0.1);
+    // The cuts are placed to within a grid cell (NDC units: the grid spans 2).
+    const double cell = 2.0 / double(1 << 20), slack = 16 * cell;
+
+    const Drawn half = draw(leftHalf, nullptr);
+    ASSERT_NE(half.visible, nullptr);
+    const Ink halfSeen = ink(half.visible, {open.visible}), halfHidden = ink(half.hidden, {open.visible, open.hidden});
+    EXPECT_NEAR(halfSeen.left, 0.0, slack);
+    EXPECT_NEAR(halfSeen.right, seen.right, slack);
+    EXPECT_NEAR(halfHidden.left + halfHidden.right, hidden.left + hidden.right + seen.left, slack);
+    // A new end lies on the panel's edge, give or take the grid.
+    EXPECT_LT(halfSeen.cut, 2 * cell);
+    EXPECT_LT(halfHidden.cut, 2 * cell);
+
+    const Drawn covered = draw(whole, nullptr);
+    EXPECT_EQ(covered.visible, nullptr);
+    const Ink allHidden = ink(covered.hidden, {open.visible, open.hidden});
+    EXPECT_NEAR(allHidden.left + allHidden.right, hidden.left + hidden.right + seen.left + seen.right, slack);
+
+    contour::ThreadPool pool(2);
+    const Drawn parallel = draw(leftHalf, &pool);
+    EXPECT_EQ(ends(parallel.visible), ends(half.visible));
+    EXPECT_EQ(ends(parallel.hidden), ends(half.hidden));
 }
 
 }  // namespace

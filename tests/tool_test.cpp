@@ -137,6 +137,49 @@ TEST_F(ContourTool, OccludersHideLinesWithoutBeingDrawn) {
     EXPECT_NE(errors.find("warning"), std::string::npos);
 }
 
+// From the front, the line where the two balls meet runs down the page's
+// middle. A hide-only panel over the lower half of the scene cuts it at the
+// middle, and with --hidden what the panel covers is on the hidden layer; a
+// panel over everything leaves no intersection line.
+TEST_F(ContourTool, OccludersHideIntersectionLines) {
+    const auto writeQuad = [&](const char* name, float yMax) {
+        std::ofstream(folder / name) << "v -20 -20 20\nv 20 -20 20\nv 20 " << yMax << " 20\nv -20 " << yMax
+                                     << " 20\nf 1 2 3\nf 1 3 4\n";
+    };
+    writeQuad("lower.obj", 0.0f);
+    writeQuad("all.obj", 20.0f);
+    const std::string balls = model("scenes/two_balls_intersecting.obj") + " --view front --layers --hidden -o out.svg";
+    const auto layer = [&](const char* id) {
+        std::vector<std::pair<double, double>> points;
+        for (const auto& path : ctr_test::ParsePaths(read("out.svg"), id))
+            for (const auto& command : path) points.emplace_back(command.x, command.y);
+        return points;
+    };
+    const auto lowest = [](const std::vector<std::pair<double, double>>& points) {
+        double y = 0.0;
+        for (const auto& p : points) y = std::max(y, p.second);
+        return y;
+    };
+    const double middle = 148.5;
+
+    ASSERT_EQ(run(balls), 0) << errors;
+    const auto open = layer("intersections");
+    EXPECT_GT(lowest(open), middle + 20.0);
+
+    ASSERT_EQ(run(balls + " --occluder lower.obj"), 0) << errors;
+    EXPECT_NEAR(lowest(layer("intersections")), middle, 0.05);
+    const auto hidden = layer("hidden");
+    for (const auto& [x, y] : open) {
+        if (y < middle + 0.05) continue;
+        const bool kept = std::any_of(hidden.begin(), hidden.end(),
+                                      [&](const auto& h) { return std::hypot(h.first - x, h.second - y) < 2e-3; });
+        ASSERT_TRUE(kept) << x << ", " << y;
+    }
+
+    ASSERT_EQ(run(balls + " --occluder all.obj"), 0) << errors;
+    EXPECT_TRUE(layer("intersections").empty());
+}
+
 TEST_F(ContourTool, BadInputFailsWithOneMessageAndKeepsTheOutput) {
     struct tCase {
         std::string arguments;

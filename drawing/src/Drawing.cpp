@@ -163,6 +163,15 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
     stats.crease.commonRemoved = clock.creasesFound - countSegments(features.creaseEdges);
     stats.silhouette.found = countSegments(features.silhouetteEdges);
     stats.intersection.found = countSegments(features.intersectionEdges);
+    // The library hides intersection lines behind the cluster's own solids
+    // only; a cover in front of them must hide them too.
+    if (!occluders.empty()) {
+        clock.start("occluded intersections");
+        const bool finished = generator.hideIntersectionsBehindOccluders(
+            features, 0, options.hiddenLines ? &hiddenIntersections : nullptr);
+        // Only a request to stop ends the step early.
+        if (cancelled() || !finished) return false;
+    }
 
     // Each kind on its way to the page: one copy of each segment, then its
     // visible pieces. Already cut, the pieces pass the exporter's own

@@ -92,6 +92,31 @@ public:
     // not exist counts as wholly hidden.
     void computeOcclusion(LineSegmentSet& set, unsigned int cluster);
 
+    // A step after computeGeometricFeatures, for a host that wants the
+    // cluster's hide-only meshes to hide intersection lines as they hide
+    // creases and silhouettes (computeGeometricFeatures tests intersection
+    // lines against the cluster's own triangles only, and is left so).
+    //
+    // Each segment of features.intersectionEdges is clipped and put on the
+    // grid as computeOcclusion does it and tested against the occluder
+    // triangles alone with the same exact query; the set is then replaced by
+    // its visible pieces (BakeVisibleSegments: cut where the hidden parts
+    // begin and end, at the 3D points that project there), or by null when
+    // the occluders hide all of it. With hiddenIntersectionEdges given, the
+    // pieces the occluders hide (BakeHiddenSegments: the same cuts, so the two
+    // sides meet on identical points) are appended after the pieces it holds
+    // (it may be null), in one world-space set without occlusion data.
+    //
+    // A segment that no occluder hides keeps its end points exactly, and
+    // without occluders or intersection lines nothing changes at all. A
+    // segment out of view or seen end-on once back on the grid (a round-off
+    // effect: the pieces come from grid points) is kept whole. Runs on the
+    // executor when there is one, with the same result; the notifier is
+    // only asked whether to stop, and a stop (false) leaves both sets as
+    // they were. Returns true otherwise, also when there is nothing to do.
+    bool hideIntersectionsBehindOccluders(GeometricFeatures& features, unsigned int cluster,
+                                          qe::qePointer<LineSegmentSet>* hiddenIntersectionEdges);
+
     // The generator's state, for code built against the library's internal
     // headers (its definition is not public).
     const tInternal& getInternal() const { return *internal; }
