@@ -157,6 +157,9 @@ def _page(page: Any, landscape: bool) -> Tuple[float, float, str]:
     return width, height, label + (" landscape" if landscape else " portrait")
 
 
+_UNITS = ("mm", "cm", "m", "in", "ft", "um")
+
+
 def _color(color: str) -> Tuple[int, int, int]:
     text = _COLORS.get(str(color).lower(), str(color).lower())
     if len(text) == 4 and text[0] == "#":
@@ -173,13 +176,13 @@ def _run(inputs: Any, occluders: Any, progress: Optional[Callable[[str, float], 
          margin: float, title: Optional[str], description: Optional[str], bits: Tuple[int, int],
          smoothing_angle: float, crease_width: Optional[float], silhouette_width: Optional[float],
          color: Optional[str], keep_common: bool, hidden: bool, layers: bool, arcs: bool,
-         threads: Optional[int]) -> Drawing:
+         threads: Optional[int], units: Optional[str] = None) -> Drawing:
     models, hiding, options = _prepare(
         inputs, occluders, sheet=sheet, view=view, azimuth=azimuth, elevation=elevation, eye=eye, target=target,
         up=up, perspective=perspective, fov=fov, projection=projection, page=page, landscape=landscape,
         margin=margin, title=title, description=description, bits=bits, smoothing_angle=smoothing_angle,
         crease_width=crease_width, silhouette_width=silhouette_width, color=color, keep_common=keep_common,
-        hidden=hidden, layers=layers, arcs=arcs, threads=threads)
+        hidden=hidden, layers=layers, arcs=arcs, threads=threads, units=units)
     return Drawing(_contour.draw(models, hiding, options, progress), sheet)
 
 
@@ -189,7 +192,8 @@ def _prepare(inputs: Any, occluders: Any, *, sheet: bool, view: Optional[str], a
              page: Any, landscape: bool, margin: float, title: Optional[str], description: Optional[str],
              bits: Tuple[int, int], smoothing_angle: float, crease_width: Optional[float],
              silhouette_width: Optional[float], color: Optional[str], keep_common: bool, hidden: bool,
-             layers: bool, arcs: bool, threads: Optional[int]) -> Tuple[List[tuple], List[tuple], Dict[str, Any]]:
+             layers: bool, arcs: bool, threads: Optional[int],
+             units: Optional[str] = None) -> Tuple[List[tuple], List[tuple], Dict[str, Any]]:
     """The inputs and the checked options, completed with the tool's defaults, as the module takes them."""
     models = _inputs(inputs, "model")
     hiding = _inputs(occluders, "occluder")
@@ -232,6 +236,8 @@ def _prepare(inputs: Any, occluders: Any, *, sheet: bool, view: Optional[str], a
         raise ValueError(f"bits: {bits!r} is not a pair (xy, z)")
     if threads is not None and (not isinstance(threads, int) or not 1 <= threads <= 1024):
         raise ValueError(f"threads: {threads!r} is not a whole number from 1 to 1024")
+    if units is not None and units not in _UNITS:
+        raise ValueError(f"units: {units!r} is not mm, cm, m, in, ft or um")
 
     names = ", ".join(os.path.basename(m[1]) for m in models if m[0] == "path") or "contour drawing"
     view_name = (view or "iso").lower()
@@ -261,7 +267,7 @@ def _prepare(inputs: Any, occluders: Any, *, sheet: bool, view: Optional[str], a
         _number("silhouette_width", silhouette_width, 0, 100, True, unit=" mm"),
         "color": None if color is None else _color(color),
         "smoothing_angle": _number("smoothing_angle", smoothing_angle, 0, 180, unit=" degrees"),
-        "sheet": bool(sheet), "projection": projection or "third",
+        "sheet": bool(sheet), "projection": projection or "third", "units": units,
     }
     return models, hiding, options
 
@@ -274,7 +280,7 @@ def draw(inputs: Any, *, occluders: Any = None, view: Optional[str] = None, azim
          bits: Tuple[int, int] = (20, 20), smoothing_angle: float = 30.0, crease_width: Optional[float] = None,
          silhouette_width: Optional[float] = None, color: Optional[str] = None, keep_common: bool = False,
          hidden: bool = False, layers: bool = False, arcs: bool = False, threads: Optional[int] = None,
-         progress: Optional[Callable[[str, float], Any]] = None) -> Drawing:
+         units: Optional[str] = None, progress: Optional[Callable[[str, float], Any]] = None) -> Drawing:
     """Draws the visible lines of meshes as one view on a page, as the ``contour`` tool does.
 
     inputs: a model file (read by the tool's importer), a ``(vertices, faces)`` or
@@ -294,6 +300,9 @@ def draw(inputs: Any, *, occluders: Any = None, view: Optional[str] = None, azim
         of line in a layer; ``arcs`` writes circles as SVG arcs.
     crease_width, silhouette_width, color, keep_common, title, description: as the tool's options.
     threads: threads to compute with (one per core by default); the drawing is the same.
+    units: mm, cm, m, in, ft or um, the unit of every model's coordinates, as ``--units``; by
+        default the unit the first file states (glTF: metres, 3MF: its own), else millimetres,
+        other files scaled into it.
     progress: called as ``progress(phase, fraction)`` from the calling thread while the drawing is
         computed; an exception it raises stops the drawing and propagates.
 
@@ -303,7 +312,8 @@ def draw(inputs: Any, *, occluders: Any = None, view: Optional[str] = None, azim
                 eye=eye, target=target, up=up, perspective=perspective, fov=fov, projection=None, page=page,
                 landscape=landscape, margin=margin, title=title, description=description, bits=bits,
                 smoothing_angle=smoothing_angle, crease_width=crease_width, silhouette_width=silhouette_width,
-                color=color, keep_common=keep_common, hidden=hidden, layers=layers, arcs=arcs, threads=threads)
+                color=color, keep_common=keep_common, hidden=hidden, layers=layers, arcs=arcs, threads=threads,
+                units=units)
 
 
 def sheet(inputs: Any, *, occluders: Any = None, up: Optional[Sequence[float]] = None,
@@ -311,10 +321,10 @@ def sheet(inputs: Any, *, occluders: Any = None, up: Optional[Sequence[float]] =
           title: Optional[str] = None, description: Optional[str] = None, bits: Tuple[int, int] = (20, 20),
           smoothing_angle: float = 30.0, crease_width: Optional[float] = None,
           silhouette_width: Optional[float] = None, color: Optional[str] = None, keep_common: bool = False,
-          hidden: bool = False, arcs: bool = False, threads: Optional[int] = None,
+          hidden: bool = False, arcs: bool = False, threads: Optional[int] = None, units: Optional[str] = None,
           progress: Optional[Callable[[str, float], Any]] = None) -> Drawing:
     """Draws an engineering sheet of one part, as ``contour --sheet`` does: front, top and side views
-    and an iso view at one standard scale (the model taken to be in millimetres), with frame and
+    and an iso view at one standard scale (true to the models' unit, see ``units``), with frame and
     title block, on A3 landscape unless ``page`` is given. ``projection`` is "third" (angle, the
     default) or "first". SOURCE_DATE_EPOCH, when set, gives the date in the title block. Inputs and
     the other options are those of draw(); the sheet's lines() are not available (several views).
@@ -323,7 +333,8 @@ def sheet(inputs: Any, *, occluders: Any = None, up: Optional[Sequence[float]] =
                 target=None, up=up, perspective=False, fov=None, projection=projection, page=page,
                 landscape=landscape, margin=margin, title=title, description=description, bits=bits,
                 smoothing_angle=smoothing_angle, crease_width=crease_width, silhouette_width=silhouette_width,
-                color=color, keep_common=keep_common, hidden=hidden, layers=False, arcs=arcs, threads=threads)
+                color=color, keep_common=keep_common, hidden=hidden, layers=False, arcs=arcs, threads=threads,
+                units=units)
 
 
 # The keywords of draw() and sheet() that a batch passes on, with their defaults.
@@ -331,7 +342,7 @@ _DRAW_DEFAULTS: Dict[str, Any] = dict(
     view=None, azimuth=None, elevation=None, eye=None, target=None, up=None, perspective=False, fov=None,
     projection=None, page=None, landscape=False, margin=10.0, title=None, description=None, bits=(20, 20),
     smoothing_angle=30.0, crease_width=None, silhouette_width=None, color=None, keep_common=False, hidden=False,
-    layers=False, arcs=False, threads=None)
+    layers=False, arcs=False, threads=None, units=None)
 _SHEET_ONLY = {"projection"}
 _VIEW_ONLY = {"view", "azimuth", "elevation", "eye", "target", "perspective", "fov", "layers"}
 

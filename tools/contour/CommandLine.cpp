@@ -192,7 +192,7 @@ Sheet:
   --sheet draws a standard multi-view sheet of one part: front, top and side
   views and an iso view, all orthographic and at one scale, the largest of
   the series 100:1 ... 2:1, 1:1, 1:2, 1:5, 1:10, ... at which they fit. The
-  model is taken to be in millimetres, so the scale is true. Views are
+  scale is true to the model's unit (see Units). Views are
   arranged as ISO 128-30 has it: third angle (default) puts the top view
   above the front view and the view from the right on its right; with
   --projection first the top view goes below the front view and the view
@@ -204,6 +204,14 @@ Sheet:
   frame's distance from the page edges. --view, --eye, --azimuth,
   --elevation and --perspective do not apply. SOURCE_DATE_EPOCH, when set,
   gives the date.
+
+Units:
+  glTF files are in metres, as the format defines, and so are Collada files
+  as they are read; a 3MF file states its unit. Other files are taken to be
+  in millimetres. The drawing takes the first model's unit, and a model in
+  another unit is scaled into it, so that mixed files line up; --units
+  mm|cm|m|in|ft|um takes every model to be in that unit instead. A part
+  under 1 mm or over 100 m across gets a warning naming a likely unit.
 
 Progress and statistics:
   On a terminal a progress bar runs on standard error (not with -q).
@@ -275,6 +283,7 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     bool landscape = false, perspective = false, orthographic = false;
     std::optional<std::string> title, description;
     std::string projection = "third";
+    std::string units;
 
     if (batch) {
         app.add_option("PART", options.models, "Model files, and folders whose model files are drawn (see Batch)")
@@ -319,6 +328,10 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     CLI::Option* pageOption = app.add_option("--page", page, "A0-A5, letter, legal or WIDTHxHEIGHT in mm")
                                   ->type_name("SIZE")
                                   ->capture_default_str();
+    app.add_option("--units", units,
+                   "Unit of every model's coordinates: mm, cm, m, in, ft or um (default: as the file states, "
+                   "else mm)")
+        ->type_name("UNIT");
     app.add_flag("--landscape", landscape, "Turn the page so that its longer side is horizontal");
     app.add_option("--margin", margin, "Blank border around the drawing in mm")->type_name("MM")->capture_default_str();
     app.add_option("--title", title, "Title stored in the SVG (default: the model file names)");
@@ -433,6 +446,12 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
             options.drawing.silhouetteWidthMM =
                 static_cast<float>(number("--silhouette-width", silhouetteWidth, 0.0, 100.0, true, false, " mm"));
         if (!color.empty()) options.drawing.color = parseColor(color);
+        if (!units.empty()) {
+            LengthUnit unit;
+            if (!ParseLengthUnit(units, unit))
+                throw tUsageError{"--units: '" + units + "' is not mm, cm, m, in, ft or um"};
+            options.units = unit;
+        }
         if (!threads.empty())
             options.threads = static_cast<unsigned int>(number("--threads", threads, 1.0, 1024.0, false, false, ""));
         if (!threads.empty() && std::to_string(options.threads) != threads)
