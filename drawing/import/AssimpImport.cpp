@@ -3,15 +3,19 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
 #include <assimp/Importer.hpp>
+#include <assimp/commonMetaData.h>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
 #include "Isolation.h"
+#include "MappedFile.h"
 #include "NumberScan.h"
+#include "PackageUnit.h"
 #include "Welding.h"
 
 namespace contour::importer {
@@ -28,6 +32,7 @@ struct tInstance {
 struct tScene {
     std::vector<tSourceMesh> meshes;
     std::vector<tInstance> instances;
+    std::string format;  // the name of assimp's reader that took the file
 };
 
 // Assimp stores column-vector matrices (translation in the fourth column);
@@ -75,6 +80,8 @@ tScene readScene(const std::string& path) {
         throw std::runtime_error(reason.empty() ? "unknown format" : reason);
     }
     tScene result;
+    aiString format;
+    if (scene->mMetaData && scene->mMetaData->Get(AI_METADATA_SOURCE_FORMAT, format)) result.format = format.C_Str();
     result.meshes.resize(scene->mNumMeshes);
     for (unsigned int m = 0; m < scene->mNumMeshes; ++m) {
         fromAssimp(*scene->mMeshes[m], m, result.meshes[m]);
@@ -163,6 +170,7 @@ std::string encode(const tScene& scene) {
         out.value(instance.rows);
         out.text(instance.name);
     }
+    out.text(scene.format);
     return std::move(out.bytes);
 }
 
@@ -184,6 +192,7 @@ tScene decode(const std::string& bytes) {
         instance.name = in.text();
         scene.instances.push_back(std::move(instance));
     }
+    scene.format = in.text();
     return scene;
 }
 
@@ -204,6 +213,18 @@ std::string shortReason(const std::string& reason) {
     }
     shortened.append(reason, at, std::string::npos);
     return printableExcerpt(shortened.data(), shortened.data() + shortened.size(), 200);
+}
+
+// The unit the format defines, or the file states. glTF is in metres by
+// definition, and assimp brings Collada files into metres from whatever
+// unit they state; a 3MF package names its unit on the model element,
+// which assimp does not pass on.
+std::optional<LengthUnit> statedUnit(const std::string& format, const std::string& path) {
+    if (format.rfind("glTF", 0) == 0 || format.rfind("Collada", 0) == 0) return LengthUnit::kMetre;
+    if (format.rfind("3mf", 0) != 0) return std::nullopt;
+    const tMappedFile package(path);
+    if (!package.isOpen()) return std::nullopt;
+    return PackageModelUnit(package.begin(), package.size());
 }
 
 }  // namespace
@@ -252,6 +273,7 @@ bool importWithAssimp(const std::string& path, size_t fileBytes, bool facetNorma
         return false;
     }
     model.hasNormals = allNormals;
+    model.statedUnit = statedUnit(scene.format, path);
     return true;
 }
 

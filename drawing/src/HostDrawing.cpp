@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <tuple>
 
+#include "ctr/drawing/ModelUnits.h"
 #include "ctr/drawing/OutputFile.h"
 #include "ctr/drawing/ThreadPool.h"
 
@@ -23,18 +24,31 @@ JobOutcome drawModels(const DrawingRequest& asked, const std::vector<HostInput>&
     const auto start = std::chrono::steady_clock::now();
     RunStats& run = drawing.run;
     run = RunStats();
+    // The host's models are lent: units are settled on copies, which share
+    // the meshes until a scaling replaces them.
+    std::vector<ImportedModel> copies;
+    for (const std::vector<HostInput>* inputs : {&models, &occluders})
+        for (const HostInput& input : *inputs) copies.push_back(input.model);
+    std::vector<ImportedModel*> all;
+    for (ImportedModel& copy : copies) all.push_back(&copy);
+    DrawingOptions options = request.drawing;
+    options.unit = run.unit = SettleUnits(all, request.units);
+
     std::vector<const qe::qeTriMesh*> meshes, hiding;
+    size_t next = 0;
     for (const auto& [inputs, role, list, triangles] :
          {std::make_tuple(&models, "model", &meshes, &run.triangles),
           std::make_tuple(&occluders, "occluder", &hiding, &run.occluderTriangles)})
         for (const HostInput& input : *inputs) {
-            for (const qe::qeTriMesh* mesh : input.model.meshList()) list->push_back(mesh);
-            *triangles += input.model.triangleCount;
-            run.inputs.push_back(InputStats{input.label, role, input.model.meshes.size(), input.model.triangleCount,
-                                            input.model.vertexCount, input.model.normalsGenerated});
-            run.normalsSeconds += input.model.normalSeconds;
+            const ImportedModel& model = copies[next++];
+            for (const qe::qeTriMesh* mesh : model.meshList()) list->push_back(mesh);
+            *triangles += model.triangleCount;
+            run.inputs.push_back(InputStats{input.label, role, model.meshes.size(), model.triangleCount,
+                                            model.vertexCount, model.normalsGenerated, model.statedUnit});
+            run.normalsSeconds += model.normalSeconds;
         }
     run.meshes = meshes.size();
+    MeasurePart(meshes, run);
     run.importSeconds = importSeconds - run.normalsSeconds;
 
     // Unnamed in the temporary folder and never committed: read back, then
@@ -46,10 +60,10 @@ JobOutcome drawModels(const DrawingRequest& asked, const std::vector<HostInput>&
     ThreadPool pool(request.threads ? request.threads : ThreadPool::DefaultThreadCount());
     run.threads = pool.threadCount();
     ctr::Executor* executor = pool.threadCount() > 1 ? &pool : nullptr;
-    const bool drawn = request.sheet ? DrawSheet(meshes, hiding, request.drawing, request.sheetOptions,
-                                                 output.writePath(), drawing.stats, error, executor, monitor)
-                                     : DrawToSVG(meshes, hiding, request.drawing, output.writePath(), drawing.stats,
-                                                 error, executor, monitor, &drawing.lines);
+    const bool drawn = request.sheet ? DrawSheet(meshes, hiding, options, request.sheetOptions, output.writePath(),
+                                                 drawing.stats, error, executor, monitor)
+                                     : DrawToSVG(meshes, hiding, options, output.writePath(), drawing.stats, error,
+                                                 executor, monitor, &drawing.lines);
     if (drawing.stats.cancelled) return JobOutcome::kCancelled;
     if (!drawn) return JobOutcome::kFailed;
     std::ifstream file(output.writePath(), std::ios::binary);

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "ctr/drawing/DemoScene.h"
+#include "ctr/drawing/ModelUnits.h"
 #include "ctr/drawing/OutputFile.h"
 #include "ctr/drawing/ThreadPool.h"
 
@@ -20,7 +21,8 @@ void appendMeshes(const std::vector<ImportedModel>& models, const std::vector<st
         for (const qe::qeTriMesh* mesh : model.meshList()) meshes.push_back(mesh);
         triangles += model.triangleCount;
         run.inputs.push_back(InputStats{i < paths.size() ? paths[i] : "(demo scene)", role, model.meshes.size(),
-                                        model.triangleCount, model.vertexCount, model.normalsGenerated});
+                                        model.triangleCount, model.vertexCount, model.normalsGenerated,
+                                        model.statedUnit});
         run.normalsSeconds += model.normalSeconds;
     }
 }
@@ -58,20 +60,27 @@ JobOutcome runJob(const DrawingRequest& asked, RunStats& run, DrawingStats& stat
             }
     }
 
+    std::vector<ImportedModel*> all;
+    for (std::vector<ImportedModel>* loaded : {&models, &occluderModels})
+        for (ImportedModel& model : *loaded) all.push_back(&model);
+    DrawingOptions drawing = request.drawing;
+    drawing.unit = run.unit = SettleUnits(all, request.units);
+
     std::vector<const qe::qeTriMesh*> meshes, occluders;
     appendMeshes(models, request.models, "model", meshes, run.triangles, run);
     appendMeshes(occluderModels, request.occluders, "occluder", occluders, run.occluderTriangles, run);
     run.meshes = meshes.size();
     run.importSeconds -= run.normalsSeconds;
+    MeasurePart(meshes, run);
 
     AtomicOutput output;
     ThreadPool pool(request.threads ? request.threads : ThreadPool::DefaultThreadCount());
     run.threads = pool.threadCount();
     ctr::Executor* executor = pool.threadCount() > 1 ? &pool : nullptr;
     const bool drawn = output.create(request.output, error) &&
-                       (request.sheet ? DrawSheet(meshes, occluders, request.drawing, request.sheetOptions,
+                       (request.sheet ? DrawSheet(meshes, occluders, drawing, request.sheetOptions,
                                                   output.writePath(), stats, error, executor, monitor)
-                                      : DrawToSVG(meshes, occluders, request.drawing, output.writePath(), stats, error,
+                                      : DrawToSVG(meshes, occluders, drawing, output.writePath(), stats, error,
                                                   executor, monitor));
     if (stats.cancelled) return JobOutcome::kCancelled;
     if (!drawn) {

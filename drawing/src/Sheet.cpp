@@ -144,7 +144,7 @@ bool LayOutSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
         }
         const Wm4::Vector2<float> frustum = ProjectionSpaceOf(view.camera).computeFrustumSizeXY();
         for (int axis = 0; axis < 2; ++axis) {
-            perDevice[i][axis] = static_cast<double>(frustum[axis]);
+            perDevice[i][axis] = static_cast<double>(frustum[axis]) * options.millimetresPerUnit();
             size[i][axis] = (deviceBox[i][axis + 2] - deviceBox[i][axis]) * perDevice[i][axis];
         }
     }
@@ -269,7 +269,7 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     SheetLayout layout;
     if (!LayOutSheet(meshes, occluders, laid, sheetOptions, layout, error, &stats.optionRefused)) return false;
     const Wm4::Vector2<float> page(static_cast<float>(options.pageWidthMM), static_cast<float>(options.pageHeightMM));
-    const double scale = layout.scale.modelPerSheetMM();
+    const double scale = layout.scale.modelPerSheetMM() / options.millimetresPerUnit();
 
     ctr::SheetWriter sheet;
     StyleSheet(sheet, options);

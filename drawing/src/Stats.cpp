@@ -70,6 +70,9 @@ std::string DrawingOptionsHash(const DrawingRequest& asked) {
                                        request.sheetOptions.front ? vector(*request.sheetOptions.front) : Json(),
                                        request.sheetOptions.isoHidden}
                                 : Json()}};
+    // Only a forced unit enters, so that drawings made before units were
+    // known keep their digest.
+    if (request.units) options["units"] = LengthUnitName(*request.units);
     // FNV-1a over the canonical text: stable across builds and hosts, which
     // a library hash is not bound to be.
     uint64_t hash = 14695981039346656037ull;
@@ -87,7 +90,8 @@ std::string StatsRecord(const DrawingRequest& options, const RunStats& run, cons
                           {"meshes", input.meshes},
                           {"triangles", input.triangles},
                           {"vertices", input.vertices},
-                          {"normals", input.normalsGenerated ? "generated" : "stored"}});
+                          {"normals", input.normalsGenerated ? "generated" : "stored"},
+                          {"statedUnit", input.statedUnit ? Json(LengthUnitName(*input.statedUnit)) : Json()}});
 
     const CameraOptions& camera = options.drawing.camera;
     Json view;
@@ -117,6 +121,10 @@ std::string StatsRecord(const DrawingRequest& options, const RunStats& run, cons
         {"tool",
          {{"name", "contour"}, {"version", qeContouringLib::Version::GetDescStringMajorMinorReleaseRevisionDate()}}},
         {"inputs", inputs},
+        {"units", LengthUnitName(run.unit)},
+        {"millimetresPerUnit", MillimetresPer(run.unit)},
+        {"extentMM", run.extentMM},
+        {"unitWarning", run.unitWarning.empty() ? Json() : Json(run.unitWarning)},
         {"camera",
          {{"projection", camera.perspective ? "perspective" : "orthographic"},
           {"view", view},

@@ -195,6 +195,11 @@ contour::DrawingRequest request(const py::dict& o) {
                                         (static_cast<float>(rgb[2]) + 0.5f) / 255.0f);
     }
     r.import.smoothingAngleDegrees = o["smoothing_angle"].cast<float>();
+    if (o.contains("units") && !o["units"].is_none()) {
+        contour::LengthUnit unit;
+        if (!contour::ParseLengthUnit(o["units"].cast<std::string>(), unit)) refuse("units: unknown unit");
+        r.units = unit;
+    }
     r.sheet = o["sheet"].cast<bool>();
     r.sheetOptions.projection =
         o["projection"].cast<std::string>() == "first" ? ctr::ProjectionMethod::kFirstAngle : ctr::ProjectionMethod::kThirdAngle;

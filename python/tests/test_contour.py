@@ -104,6 +104,17 @@ def test_arrays_draw_as_the_tool_draws_the_file(tmp_path, monkeypatch, normals, 
     assert (tmp_path / "tool.svg").read_text() == drawing.svg()
 
 
+def test_units_as_the_tool_takes_them(tmp_path, monkeypatch):
+    monkeypatch.setenv("SOURCE_DATE_EPOCH", ENV["SOURCE_DATE_EPOCH"])
+    block = ROOT / "tests/models/units/block_metres.gltf"
+    tool(block, "--sheet", "--units", "mm", "-o", "tool.svg", cwd=tmp_path)
+    speck = contour.sheet(block, units="mm")
+    assert speck.svg() == (tmp_path / "tool.svg").read_text()
+    assert speck.stats["units"] == "mm" and speck.stats["unitWarning"].endswith("add --units m")
+    stated = contour.sheet(block)
+    assert stated.stats["units"] == "m" and stated.stats["unitWarning"] is None
+
+
 def svg_paths(svg):
     return [np.array(re.findall(r"(-?[\d.]+)[ ,](-?[\d.]+)", d), float) for d in re.findall(r' d="([^"]*)"', svg)]
 
@@ -171,7 +182,8 @@ def test_bad_inputs_raise_one_line_errors(inputs, error, reason):
 @pytest.mark.parametrize("options, reason", [
     ({"view": "sideways"}, "view"), ({"page": "A9"}, "page"), ({"bits": (40, 40)}, "bits"),
     ({"margin": 200}, "margin"), ({"fov": 40}, "perspective"), ({"view": "top", "azimuth": 3}, "either"),
-    ({"color": "mauve"}, "color"), ({"threads": 0}, "threads"), ({"up": (0, 0, 0)}, "up")])
+    ({"color": "mauve"}, "color"), ({"threads": 0}, "threads"), ({"up": (0, 0, 0)}, "up"),
+    ({"units": "furlong"}, "units")])
 def test_bad_options_raise(options, reason):
     with pytest.raises(ValueError, match=reason):
         contour.draw((V, F), **options)

@@ -194,18 +194,18 @@ Sheet:
   views and an iso view, all orthographic and at one scale, the largest of
   the series ... 100:1, 50:1, 20:1, 10:1, 5:1, 2:1, 1:1, 1:2, 1:5, 1:10, ...
   (by powers of ten both ways) at which they fit; --scale 1:2 forces one and
-  is refused when the views do not fit at it. The model is taken to be in
-  millimetres, so the scale is true. Up is the format's convention unless
-  --up is given: z for STL, 3MF and PLY (as CAD programs write them; a
-  scan is often y-up), y for glTF, OBJ and the others. The
-  front view shows the most informative of the four sides around up (the
-  most visible line length, then the fewest hidden lines); --front +x, -x,
-  +y, -y, +z or -z names the side instead. Views are arranged as ISO 128-30
-  has it: third angle (default) puts the top view above the front view and
-  the view from the right on its right; with --projection first the top
-  view goes below the front view and the view from the left stands on its
-  right. The iso view takes the remaining corner and, as pictorial views
-  do, shows no hidden lines unless --iso-hidden is given with --hidden.
+  is refused when the views do not fit at it. The scale is true to the
+  model's unit (see Units). Up is the format's convention unless --up is
+  given: z for STL, 3MF and PLY (as CAD programs write them; a scan is often
+  y-up), y for glTF, OBJ and the others. The front view shows the most
+  informative of the four sides around up (the most visible line length,
+  then the fewest hidden lines); --front +x, -x, +y, -y, +z or -z names the
+  side instead. Views are arranged as ISO 128-30 has it: third angle
+  (default) puts the top view above the front view and the view from the
+  right on its right; with --projection first the top view goes below the
+  front view and the view from the left stands on its right. The iso view
+  takes the remaining corner and, as pictorial views do, shows no hidden
+  lines unless --iso-hidden is given with --hidden.
   The top view shares the front view's x, the side view its y. A frame and
   a title block (title, part number, drawn by, scale, projection symbol,
   units, date, version) sit in a layer "Sheet"; each kind of line has its
@@ -213,6 +213,14 @@ Sheet:
   given; --margin sets the frame's distance from the page edges. --view,
   --eye, --azimuth, --elevation and --perspective do not apply.
   SOURCE_DATE_EPOCH, when set, gives the date.
+
+Units:
+  glTF files are in metres, as the format defines, and so are Collada files
+  as they are read; a 3MF file states its unit. Other files are taken to be
+  in millimetres. The drawing takes the first model's unit, and a model in
+  another unit is scaled into it, so that mixed files line up; --units
+  mm|cm|m|in|ft|um takes every model to be in that unit instead. A part
+  under 1 mm or over 100 m across gets a warning naming a likely unit.
 
 Progress and statistics:
   On a terminal a progress bar runs on standard error (not with -q).
@@ -284,7 +292,7 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     bool landscape = false, perspective = false, orthographic = false;
     std::optional<std::string> title, description;
     std::string projection = "third";
-    std::string scale, front;
+    std::string scale, front, units;
     std::optional<std::string> partNumber, drawnBy;
     bool isoHidden = false;
 
@@ -338,6 +346,10 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     CLI::Option* pageOption = app.add_option("--page", page, "A0-A5, letter, legal or WIDTHxHEIGHT in mm")
                                   ->type_name("SIZE")
                                   ->capture_default_str();
+    app.add_option("--units", units,
+                   "Unit of every model's coordinates: mm, cm, m, in, ft or um (default: as the file states, "
+                   "else mm)")
+        ->type_name("UNIT");
     app.add_flag("--landscape", landscape, "Turn the page so that its longer side is horizontal");
     app.add_option("--margin", margin, "Blank border around the drawing in mm")->type_name("MM")->capture_default_str();
     app.add_option("--title", title, "Title stored in the SVG and a --sheet's title block (default: the file names)");
@@ -486,6 +498,12 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
             options.drawing.silhouetteWidthMM =
                 static_cast<float>(number("--silhouette-width", silhouetteWidth, 0.0, 100.0, true, false, " mm"));
         if (!color.empty()) options.drawing.color = parseColor(color);
+        if (!units.empty()) {
+            LengthUnit unit;
+            if (!ParseLengthUnit(units, unit))
+                throw tUsageError{"--units: '" + units + "' is not mm, cm, m, in, ft or um"};
+            options.units = unit;
+        }
         if (!threads.empty())
             options.threads = static_cast<unsigned int>(number("--threads", threads, 1.0, 1024.0, false, false, ""));
         if (!threads.empty() && std::to_string(options.threads) != threads)

@@ -49,6 +49,9 @@ int run(const contour::ToolOptions& options) {
         return fail(error);
     }
 
+    // Like an empty drawing, a part of an unlikely size is worth a line even
+    // with -q: the drawing is complete, but most likely not what was meant.
+    if (!run.unitWarning.empty()) std::fprintf(stderr, "contour: warning: %s\n", run.unitWarning.c_str());
     if (stats.paths == 0)
         std::fprintf(
             stderr, "contour: warning: the drawing is empty (%s)\n",
@@ -93,6 +96,9 @@ int runBatch(const contour::ToolOptions& options) {
         if (result.status == contour::PartStatus::kFailed) {
             progress.clear();
             std::fprintf(stderr, "contour: %s: %s\n", result.model.c_str(), result.reason.c_str());
+        } else if (!result.run.unitWarning.empty()) {
+            progress.clear();
+            std::fprintf(stderr, "contour: %s: warning: %s\n", result.model.c_str(), result.run.unitWarning.c_str());
         }
         progress.partsEnded(done, total);
     };

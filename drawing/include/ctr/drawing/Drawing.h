@@ -15,6 +15,7 @@
 #include "qe/qeTriMesh.h"
 
 #include "ctr/drawing/Camera.h"
+#include "ctr/drawing/Units.h"
 #include "ctr/DiscreteProjectionSpace.h"
 #include "ctr/Executor.h"
 #include "ctr/ExportParameters.h"
@@ -48,6 +49,11 @@ struct DrawingOptions {
     // layered sheet).
     bool arcs = false;
     bool layered() const { return layers || hiddenLines || arcs; }
+    // What one model coordinate measures: a sheet's scale compares the
+    // views in millimetres with the page. A single view is fitted to the
+    // page and does not depend on it.
+    LengthUnit unit = LengthUnit::kMillimetre;
+    double millimetresPerUnit() const { return MillimetresPer(unit); }
 };
 
 // The segments of one kind of line on their way to the page.

@@ -5,6 +5,7 @@
 #define CTR_DRAWING_JOB_H
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,9 @@ struct DrawingRequest {
     std::string output;        // "-" for standard output
     std::string statsPath;     // empty: no statistics file
     std::string pageLabel;     // e.g. "A4 portrait", for the record
+    // Every model taken to be in this unit, whatever its file states;
+    // otherwise the first model's stated unit or millimetres (SettleUnits).
+    std::optional<LengthUnit> units;
 };
 
 struct InputStats {
@@ -38,6 +42,7 @@ struct InputStats {
     size_t triangles = 0;
     size_t vertices = 0;
     bool normalsGenerated = false;  // from the faces, for lack of stored ones
+    std::optional<LengthUnit> statedUnit;  // by the file or its format
 };
 
 struct RunStats {
@@ -47,6 +52,9 @@ struct RunStats {
     double normalsSeconds = 0.0;  // normals made for files without them
     double totalSeconds = 0.0;
     unsigned int threads = 1;
+    LengthUnit unit = LengthUnit::kMillimetre;  // the drawing's
+    double extentMM = 0.0;  // the largest side of the drawn meshes' box
+    std::string unitWarning;  // UnitWarning's line, when the size is unlikely
 };
 
 // Fills in what the request leaves to the models' formats: a sheet's up

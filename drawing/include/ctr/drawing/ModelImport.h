@@ -5,11 +5,14 @@
 #define CTR_DRAWING_MODELIMPORT_H
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "qe/qePointer.h"
 #include "qe/qeTriMesh.h"
+
+#include "ctr/drawing/Units.h"
 
 namespace contour {
 
@@ -23,6 +26,9 @@ struct ImportedModel {
     bool hasNormals = false;        // every mesh carries per-vertex normals
     bool normalsGenerated = false;  // some mesh got them from its faces
     double normalSeconds = 0.0;     // the time making them took
+    // The unit of the coordinates, when the format defines one (glTF,
+    // Collada as assimp hands it on: metres) or the file states it (3MF).
+    std::optional<LengthUnit> statedUnit;
 
     // The mesh pointers in the form the generator takes.
     std::vector<const qe::qeTriMesh*> meshList() const;
