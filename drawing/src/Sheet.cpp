@@ -11,6 +11,7 @@
 #include "Wm4Vector4.h"
 
 #include "ctr/DiscreteProjectionSpace.h"
+#include "ctr/drawing/PageMerge.h"
 #include "ctr/SheetWriter.h"
 #include "ctr/Version.h"
 
@@ -50,9 +51,11 @@ void AddStats(DrawingStats& total, const DrawingStats& view) {
         sum->duplicatesRemoved += part->duplicatesRemoved;
         sum->visiblePieces += part->visiblePieces;
         sum->inkMM += part->inkMM;
+        sum->mergedOnPage += part->mergedOnPage;
     }
     total.hidden.pieces += view.hidden.pieces;
     total.hidden.inkMM += view.hidden.inkMM;
+    total.hidden.mergedOnPage += view.hidden.mergedOnPage;
     for (const PhaseTime& phase : view.phases) {
         const auto same = std::find_if(total.phases.begin(), total.phases.end(),
                                        [&](const PhaseTime& p) { return std::string(p.name) == phase.name; });
@@ -189,6 +192,7 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
             stats.cancelled = viewStats.cancelled;
             return false;
         }
+        MergeOnPage(lines, options.keepCommon, viewStats);
         if (i == 0) {
             stats.camera = viewStats.camera;
             std::copy(&viewStats.fit[0][0], &viewStats.fit[0][0] + 4, &stats.fit[0][0]);
