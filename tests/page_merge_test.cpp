@@ -217,13 +217,25 @@ TEST(PageMerge, CoincidentRims) {
         lines.creases = ctr_test::LineSet(square, front);
         // Half of one back edge hidden, the other half drawn: the hidden half
         // goes to the visible rim over it.
-        lines.hidden = {ctr_test::LineSet({V3(-1, -1, -3), V3(0, -1, -3)}, {0, 1})};
+        // A hidden line behind the top edge, sticking out on both sides,
+        // keeps the two stretches the rim leaves.
+        lines.hidden = {ctr_test::LineSet({V3(-1, -1, -3), V3(0, -1, -3)}, {0, 1}),
+                        ctr_test::LineSet({V3(-1.5f, 1, -5), V3(1.5f, 1, -5)}, {0, 1})};
         contour::DrawingStats stats;
         contour::MergeOnPage(lines, keepCommon, stats);
         ASSERT_TRUE(lines.silhouettes);
         EXPECT_EQ(lines.silhouettes->getSegmentQuantity(), 4);
         EXPECT_EQ(stats.silhouette.mergedOnPage, 4u);
         EXPECT_FALSE(lines.hidden[0]);
+        ASSERT_TRUE(lines.hidden[1]);
+        ASSERT_EQ(lines.hidden[1]->getSegmentQuantity(), 2);
+        const std::vector<unsigned> ends = ctr_test::Indices(*lines.hidden[1]);
+        for (int k = 0; k < 2; ++k) {
+            const float x0 = lines.hidden[1]->VBuffer->Position3(static_cast<int>(ends[2 * k]))[0];
+            const float x1 = lines.hidden[1]->VBuffer->Position3(static_cast<int>(ends[2 * k + 1]))[0];
+            EXPECT_EQ(std::abs(x1 - x0), 0.5f);
+            EXPECT_EQ(std::max(std::abs(x0), std::abs(x1)), 1.5f);
+        }
         EXPECT_EQ(stats.hidden.mergedOnPage, 1u);
         if (keepCommon) {
             ASSERT_TRUE(lines.creases);
