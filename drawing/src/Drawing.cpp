@@ -15,6 +15,7 @@
 #include "ctr/SVGExporter.h"
 #include "ctr/SheetLines.h"
 #include "ctr/SheetWriter.h"
+#include "ctr/drawing/PageMerge.h"
 
 namespace contour {
 
@@ -281,6 +282,8 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     ViewLines lines;
     if (!ComputeView(meshes, occluders, options, camera, FitToPage(options), lines, stats, error, executor, monitor))
         return false;
+    // Each line of the page drawn once, whichever way the page is written.
+    MergeOnPage(lines, options.keepCommon, stats);
     const ctr::ExportParameters& parameters = *lines.parameters;
 
     PhaseClock clock(stats, monitor);

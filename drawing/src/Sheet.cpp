@@ -12,6 +12,7 @@
 #include "Wm4Vector4.h"
 
 #include "ctr/DiscreteProjectionSpace.h"
+#include "ctr/drawing/PageMerge.h"
 #include "ctr/SheetWriter.h"
 #include "ctr/Version.h"
 
@@ -62,9 +63,11 @@ void AddCounts(DrawingStats& total, const DrawingStats& view) {
         sum->duplicatesRemoved += part->duplicatesRemoved;
         sum->visiblePieces += part->visiblePieces;
         sum->inkMM += part->inkMM;
+        sum->mergedOnPage += part->mergedOnPage;
     }
     total.hidden.pieces += view.hidden.pieces;
     total.hidden.inkMM += view.hidden.inkMM;
+    total.hidden.mergedOnPage += view.hidden.mergedOnPage;
 }
 
 bool SameCamera(const CameraMatrices& a, const CameraMatrices& b) {
@@ -301,6 +304,7 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
                 return false;
             }
         }
+        MergeOnPage(lines, options.keepCommon, viewStats);
         if (i == 0) {
             stats.camera = viewStats.camera;
             std::copy(&viewStats.fit[0][0], &viewStats.fit[0][0] + 4, &stats.fit[0][0]);

@@ -27,7 +27,8 @@ Json kind(const LineKindStats& stats) {
             {"duplicatesRemoved", stats.duplicatesRemoved},
             {"beforeHiding", stats.beforeHiding()},
             {"visiblePieces", stats.visiblePieces},
-            {"inkMM", stats.inkMM}};
+            {"inkMM", stats.inkMM},
+            {"mergedOnPage", stats.mergedOnPage}};
 }
 
 double milliseconds(double seconds) { return seconds * 1000.0; }
@@ -116,7 +117,9 @@ std::string StatsRecord(const DrawingRequest& options, const RunStats& run, cons
                      {"silhouette", kind(drawing.silhouette)},
                      {"intersection", kind(drawing.intersection)}};
     if (options.drawing.hiddenLines)
-        segments["hidden"] = {{"pieces", drawing.hidden.pieces}, {"inkMM", drawing.hidden.inkMM}};
+        segments["hidden"] = {{"pieces", drawing.hidden.pieces},
+                              {"inkMM", drawing.hidden.inkMM},
+                              {"mergedOnPage", drawing.hidden.mergedOnPage}};
     const Json record = {
         {"tool",
          {{"name", "contour"}, {"version", qeContouringLib::Version::GetDescStringMajorMinorReleaseRevisionDate()}}},

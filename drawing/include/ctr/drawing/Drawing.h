@@ -63,6 +63,8 @@ struct LineKindStats {
     size_t duplicatesRemoved = 0;  // segments another one of the kind repeats
     size_t visiblePieces = 0;      // pieces left after hiding
     double inkMM = 0.0;            // length of those pieces on the page
+    // Pieces that another one on the same page line took in (MergeOnPage).
+    size_t mergedOnPage = 0;
     // Segments that go into hiding, one of each.
     size_t beforeHiding() const { return found - commonRemoved - duplicatesRemoved; }
 };
@@ -71,6 +73,7 @@ struct LineKindStats {
 struct HiddenStats {
     size_t pieces = 0;
     double inkMM = 0.0;  // length of those pieces on the page
+    size_t mergedOnPage = 0;  // as for the visible kinds
 };
 
 struct PhaseTime {
