@@ -109,7 +109,10 @@ TEST(SheetScale, FrameAndTitleBlockLayer) {
     ASSERT_GT(cut.size(), 3u);
     EXPECT_EQ(cut.substr(cut.size() - 3), "\xe2\x80\xa6");
     EXPECT_EQ(long_.compare(0, cut.size() - 3, cut, 0, cut.size() - 3), 0);
-    EXPECT_NE(static_cast<unsigned char>(cut[cut.size() - 4]), 0xc3u) << "cut inside a character";
+    // 85.8 mm of room at 1.5 mm a character: 56 whole characters and the
+    // ellipsis.
+    EXPECT_EQ(std::count_if(cut.begin(), cut.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }),
+              57);
     // The frame 10 mm in, the block in its bottom-right corner (y down).
     EXPECT_NE(text.find("<rect x=\"10\" y=\"10\" width=\"400\" height=\"277\""), std::string::npos);
     EXPECT_NE(text.find("<rect x=\"240\" y=\"257\" width=\"170\" height=\"30\""), std::string::npos);
@@ -329,8 +332,9 @@ TEST_F(SheetTool, FrontSideUpConventionForcedScaleAndPictorialView) {
     // A forced scale: drawn at it when the views fit, a usage error naming
     // the largest that fits when they do not.
     const std::string box = model("cad-brep/box_holes.obj");
-    ASSERT_EQ(run(box + " --sheet --scale 1:2 --front +z -q -o half.svg"), 0) << errors;
+    ASSERT_EQ(run(box + " --sheet --scale 1:2 --front +z --units mm -q -o half.svg"), 0) << errors;
     const tSheet half = readSheet(read("half.svg"));
+    EXPECT_NE(half.text.find(">mm</text>"), std::string::npos);
     EXPECT_EQ(half.scale, "1:2");
     EXPECT_NEAR(half.box("top").maxX - half.box("top").minX, 50.0, 0.01);
     EXPECT_EQ(ViewShape(half, "front").size(), first.size());
@@ -346,6 +350,8 @@ TEST_F(SheetTool, FrontSideUpConventionForcedScaleAndPictorialView) {
     ASSERT_EQ(run(box + " --sheet --hidden -q -o hidden.svg"), 0) << errors;
     EXPECT_NE(read("hidden.svg").find("id=\"hidden-0\""), std::string::npos);
     EXPECT_EQ(read("hidden.svg").find("id=\"hidden-3\""), std::string::npos);
+    // Nothing said what the box's unit is.
+    EXPECT_NE(read("hidden.svg").find(">mm (assumed)</text>"), std::string::npos);
     ASSERT_EQ(run(box + " --sheet --hidden --iso-hidden -q -o iso.svg"), 0) << errors;
     EXPECT_NE(read("iso.svg").find("id=\"hidden-3\" inkscape:label=\"iso\""), std::string::npos);
 }

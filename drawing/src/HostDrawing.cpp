@@ -33,6 +33,7 @@ JobOutcome drawModels(const DrawingRequest& asked, const std::vector<HostInput>&
     for (ImportedModel& copy : copies) all.push_back(&copy);
     DrawingOptions options = request.drawing;
     options.unit = run.unit = SettleUnits(all, request.units);
+    options.unitAssumed = !request.units && (all.empty() || !all[0]->statedUnit);
 
     std::vector<const qe::qeTriMesh*> meshes, hiding;
     size_t next = 0;

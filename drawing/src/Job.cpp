@@ -65,6 +65,7 @@ JobOutcome runJob(const DrawingRequest& asked, RunStats& run, DrawingStats& stat
         for (ImportedModel& model : *loaded) all.push_back(&model);
     DrawingOptions drawing = request.drawing;
     drawing.unit = run.unit = SettleUnits(all, request.units);
+    drawing.unitAssumed = !request.units && (all.empty() || !all[0]->statedUnit);
 
     std::vector<const qe::qeTriMesh*> meshes, occluders;
     appendMeshes(models, request.models, "model", meshes, run.triangles, run);

@@ -325,6 +325,8 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     block.partNumber = sheetOptions.partNumber;
     block.drawnBy = sheetOptions.drawnBy;
     block.scale = layout.scale.label();
+    // The scale compares millimetres; say so when the model's were guessed.
+    block.units = options.unitAssumed ? "mm (assumed)" : "mm";
     block.projection = sheetOptions.projection;
     block.date = sheetOptions.date;
     block.software =

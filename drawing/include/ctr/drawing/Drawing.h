@@ -54,6 +54,9 @@ struct DrawingOptions {
     // page and does not depend on it.
     LengthUnit unit = LengthUnit::kMillimetre;
     double millimetresPerUnit() const { return MillimetresPer(unit); }
+    // Neither the files nor the caller said what the unit is: a sheet's
+    // title block says its millimetres are assumed.
+    bool unitAssumed = false;
 };
 
 // The segments of one kind of line on their way to the page.
