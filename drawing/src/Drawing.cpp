@@ -228,8 +228,13 @@ bool PlaceViewLines(ViewLines& lines, const PlaceView& place, const CameraMatric
     stats.worldUnitsPerMM = parameters.getWorldUnitsPerMM();
     const std::pair<const qe::qePointer<ctr::LineSegmentSet>&, LineKindStats&> kinds[] = {
         {lines.creases, stats.crease}, {lines.silhouettes, stats.silhouette}, {lines.intersections, stats.intersection}};
-    for (const auto& [set, kind] : kinds) kind.inkMM = InkLength(set, camera.worldToClip, stats.fit);
+    for (const auto& [set, kind] : kinds) {
+        kind.visiblePieces = countSegments(set);
+        kind.inkMM = InkLength(set, camera.worldToClip, stats.fit);
+    }
+    const size_t hiddenMerged = stats.hidden.mergedOnPage;
     stats.hidden = HiddenStats();
+    stats.hidden.mergedOnPage = hiddenMerged;
     for (const qe::qePointer<ctr::LineSegmentSet>& set : lines.hidden) {
         stats.hidden.pieces += countSegments(set);
         stats.hidden.inkMM += InkLength(set, camera.worldToClip, stats.fit);
@@ -284,6 +289,8 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         return false;
     // Each line of the page drawn once, whichever way the page is written.
     MergeOnPage(lines, options.keepCommon, stats);
+    // The counts and ink of what is drawn.
+    if (!PlaceViewLines(lines, FitToPage(options), camera, stats, error)) return false;
     const ctr::ExportParameters& parameters = *lines.parameters;
 
     PhaseClock clock(stats, monitor);

@@ -150,8 +150,9 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
                  DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor);
 
 // Places computed lines (again) on the page: the parameters from place, and
-// the fit, the ink lengths and the hidden pieces in stats, so that a view
-// computed once can be laid out after its neighbours are known. False with a
+// the fit, the pieces and ink lengths of every kind and the hidden pieces in
+// stats, so that a view computed once can be laid out after its neighbours
+// are known, and counted again once merged on the page. False with a
 // one-line reason when the view has no extent to scale.
 bool PlaceViewLines(ViewLines& lines, const PlaceView& place, const CameraMatrices& camera, DrawingStats& stats,
                     std::string& error);
