@@ -54,7 +54,7 @@ struct tSetEntry {
 class PieceGrid {
 public:
     PieceGrid(const std::vector<tPiece>& pieces, double cell, double tolerance)
-        : m_pieces(pieces), m_cell(cell), m_reach(2.0 * tolerance) {
+        : m_cell(cell), m_reach(2.0 * tolerance) {
         std::vector<uint64_t> keys;
         for (uint32_t p = 0; p < pieces.size(); ++p) {
             keys.clear();
@@ -100,7 +100,6 @@ private:
         return (static_cast<uint64_t>(static_cast<uint32_t>(x)) << 32) | static_cast<uint32_t>(y);
     }
 
-    const std::vector<tPiece>& m_pieces;
     double m_cell;
     double m_reach;
     std::vector<std::pair<uint64_t, uint32_t>> m_entries;
