@@ -30,6 +30,7 @@
 #include <STEPControl_Reader.hxx>
 #include <Standard_Failure.hxx>
 #include <TColStd_SequenceOfAsciiString.hxx>
+#include <XSControl_Reader.hxx>
 #include <TopExp.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopTools_IndexedDataMapOfShapeListOfShape.hxx>
@@ -98,6 +99,14 @@ void noteRoots(int roots, int transferred, tCadScene& scene) {
                                  std::to_string(roots - transferred) + " failed");
 }
 
+// A root counts as read when it gave a shape with a face: a root whose
+// geometry is broken may transfer "successfully" into nothing.
+bool transferredShape(const XSControl_Reader& reader, int shapesBefore, bool transferred) {
+    if (!transferred || reader.NbShapes() <= shapesBefore) return false;
+    const TopoDS_Shape last = reader.Shape(reader.NbShapes());
+    return !last.IsNull() && TopExp_Explorer(last, TopAbs_FACE).More();
+}
+
 // STEP and IGES readers bring lengths into millimetres (their default
 // working unit) whatever the file states; the stated unit is kept by name.
 TopoDS_Shape readShape(const std::string& path, const std::string& format, tCadScene& scene) {
@@ -109,8 +118,10 @@ TopoDS_Shape readShape(const std::string& path, const std::string& format, tCadS
         if (lengths.Length() > 0) scene.fileUnit = lower(lengths.First().ToCString());
         const int roots = reader.NbRootsForTransfer();
         int transferred = 0;
-        for (int r = 1; r <= roots; ++r)
-            if (reader.TransferRoot(r)) ++transferred;
+        for (int r = 1; r <= roots; ++r) {
+            const int before = reader.NbShapes();
+            if (transferredShape(reader, before, reader.TransferRoot(r))) ++transferred;
+        }
         noteRoots(roots, transferred, scene);
         return reader.OneShape();
     }
@@ -124,8 +135,10 @@ TopoDS_Shape readShape(const std::string& path, const std::string& format, tCadS
         }
         const int roots = reader.NbRootsForTransfer();
         int transferred = 0;
-        for (int r = 1; r <= roots; ++r)
-            if (reader.TransferOneRoot(r)) ++transferred;
+        for (int r = 1; r <= roots; ++r) {
+            const int before = reader.NbShapes();
+            if (transferredShape(reader, before, reader.TransferOneRoot(r))) ++transferred;
+        }
         noteRoots(roots, transferred, scene);
         return reader.OneShape();
     }
