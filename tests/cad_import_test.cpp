@@ -133,6 +133,28 @@ void ExpectWatertight(const qe::qeTriMesh& mesh) {
     EXPECT_EQ(bad, 0u) << "of " << uses.size() << " triangle edges";
 }
 
+// Triangles wind out of the material and agree with the surface normals at
+// their corners: the solid encloses a positive volume.
+void ExpectFacingOut(const qe::qeTriMesh& mesh) {
+    const unsigned int* corners = mesh.IBuffer->GetData();
+    double volume = 0.0;
+    size_t against = 0;
+    for (int c = 0; c < mesh.IBuffer->GetIndexQuantity(); c += 3) {
+        const Wm4::Vector3<float>& a = mesh.VBuffer->Position3(static_cast<int>(corners[c]));
+        const Wm4::Vector3<float>& b = mesh.VBuffer->Position3(static_cast<int>(corners[c + 1]));
+        const Wm4::Vector3<float>& d = mesh.VBuffer->Position3(static_cast<int>(corners[c + 2]));
+        const Wm4::Vector3<double> p(a[0], a[1], a[2]), q(b[0], b[1], b[2]), r(d[0], d[1], d[2]);
+        const Wm4::Vector3<double> n = (q - p).Cross(r - p);
+        volume += p.Dot(q.Cross(r)) / 6.0;
+        for (int k = 0; k < 3; ++k) {
+            const Wm4::Vector3<float>& m = mesh.VBuffer->Normal3(static_cast<int>(corners[c + k]));
+            against += n.Dot(Wm4::Vector3<double>(m[0], m[1], m[2])) <= 0.0;
+        }
+    }
+    EXPECT_GT(volume, 0.0);
+    EXPECT_EQ(against, 0u) << "corners whose normal points against their triangle";
+}
+
 struct tEdgeLines {
     std::vector<std::pair<tPoint, tPoint>> sharp, tangent;
     double length = 0.0;  // of both
@@ -165,7 +187,10 @@ tEdgeLines Lines(const contour::ImportedModel& model) {
 // long as the true edges (less the chords' shortfall), one record per face.
 void ExpectSound(const contour::ImportedModel& model, double trueEdgeLength) {
     ASSERT_TRUE(model.cad);
-    for (const auto& mesh : model.meshes) ExpectWatertight(*mesh);
+    for (const auto& mesh : model.meshes) {
+        ExpectWatertight(*mesh);
+        ExpectFacingOut(*mesh);
+    }
     const tEdgeLines lines = Lines(model);
     std::set<std::pair<tPoint, tPoint>> seen;
     for (const auto* list : {&lines.sharp, &lines.tangent})
