@@ -21,6 +21,7 @@
 #include <Message.hxx>
 #include <Message_Messenger.hxx>
 #include <Message_PrinterOStream.hxx>
+#include <STEPControl_Controller.hxx>
 #include <STEPControl_Writer.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
@@ -91,10 +92,12 @@ TopoDS_Shape TwoBlocks() {
 }
 
 std::string WriteStep(const TopoDS_Shape& shape, const std::string& name, const char* unit = "MM") {
-    Interface_Static::SetCVal("write.step.unit", unit);
+    const std::string path = Scratch(name).string();
+    // The writer's parameters exist once the STEP controller is set up.
+    STEPControl_Controller::Init();
+    EXPECT_TRUE(Interface_Static::SetCVal("write.step.unit", unit));
     STEPControl_Writer writer;
     EXPECT_EQ(writer.Transfer(shape, STEPControl_AsIs), IFSelect_RetDone);
-    const std::string path = Scratch(name).string();
     EXPECT_EQ(writer.Write(path.c_str()), IFSelect_RetDone);
     Interface_Static::SetCVal("write.step.unit", "MM");
     return path;
@@ -102,11 +105,11 @@ std::string WriteStep(const TopoDS_Shape& shape, const std::string& name, const 
 
 // Written as B-rep solids (mode 1), so that faces keep sharing their edges.
 std::string WriteIges(const TopoDS_Shape& shape, const std::string& name) {
+    const std::string path = Scratch(name).string();
     IGESControl_Controller::Init();
     IGESControl_Writer writer("MM", 1);
     writer.AddShape(shape);
     writer.ComputeModel();
-    const std::string path = Scratch(name).string();
     EXPECT_TRUE(writer.Write(path.c_str()));
     return path;
 }
@@ -385,11 +388,11 @@ TEST_F(CadTool, DrawsAStepSheetInTrueMillimetres) {
 // Two parts as two roots, for the file that breaks one of them
 // (malformed/one_root_broken.step).
 TEST(CadImport, DISABLED_WriteTwoRoots) {
-    Interface_Static::SetCVal("write.step.unit", "MM");
+    const std::string path = Scratch("two_roots.step").string();
     STEPControl_Writer writer;
     writer.Transfer(BRepPrimAPI_MakeBox(10.0, 10.0, 10.0).Shape(), STEPControl_AsIs);
     writer.Transfer(BRepPrimAPI_MakeCylinder(gp_Ax2(gp_Pnt(30, 0, 0), gp::DZ()), 5.0, 10.0).Shape(), STEPControl_AsIs);
-    writer.Write(Scratch("two_roots.step").string().c_str());
+    writer.Write(path.c_str());
 }
 
 // Writes the small part the repository carries (tests/models/cad-step):
