@@ -7,11 +7,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <vector>
 
 #include <BRepAdaptor_Surface.hxx>
 #include <BRepBndLib.hxx>
+#include <BRepBuilderAPI_Sewing.hxx>
 #include <BRepLib.hxx>
 #include <BRepMesh_IncrementalMesh.hxx>
 #include <BRepTools.hxx>
@@ -290,8 +292,46 @@ void addGroup(const TopoDS_Shape& group, const std::string& name, tCadScene& sce
     }
     if (mesh.corners.empty()) return;
 
+    // The nodes of an edge's polygon on each of its faces, as mesh vertices.
+    const auto polygonOn = [&](const TopoDS_Edge& edge, const TopoDS_Face& face, std::vector<uint32_t>& nodes) {
+        nodes.clear();
+        const size_t base = firstVertex[static_cast<size_t>(faces.FindIndex(face))];
+        if (base == kNone) return false;
+        TopLoc_Location location;
+        const Handle(Poly_Triangulation) triangulation = BRep_Tool::Triangulation(face, location);
+        const Handle(Poly_PolygonOnTriangulation) polygon =
+            BRep_Tool::PolygonOnTriangulation(edge, triangulation, location);
+        if (polygon.IsNull() || polygon->NbNodes() < 2) return false;
+        for (int k = 1; k <= polygon->NbNodes(); ++k) {
+            const int node = polygon->Node(k);
+            if (node < 1 || node > triangulation->NbNodes())
+                throw std::runtime_error("an edge's polygon refers to a node that does not exist");
+            nodes.push_back(static_cast<uint32_t>(base + static_cast<size_t>(node) - 1));
+        }
+        return true;
+    };
+    // Faces meet along an edge at the nodes of its polygons, which each
+    // face places by its own surface: on sewn or approximated faces they
+    // differ in the last bits. Matching nodes are joined to the position of
+    // the first, so that the faces close bit for bit and the edge's line
+    // lies on both.
+    std::vector<uint32_t> joinedTo(mesh.positions.size());
+    for (uint32_t v = 0; v < joinedTo.size(); ++v) joinedTo[v] = v;
+    const std::function<uint32_t(uint32_t)> root = [&](uint32_t v) {
+        while (joinedTo[v] != v) v = joinedTo[v] = joinedTo[joinedTo[v]];
+        return v;
+    };
+    const auto join = [&](const std::vector<uint32_t>& a, const std::vector<uint32_t>& b) {
+        if (a.size() != b.size()) return;
+        for (size_t k = 0; k < a.size(); ++k) {
+            const uint32_t ra = root(a[k]), rb = root(b[k]);
+            if (ra != rb) joinedTo[std::max(ra, rb)] = std::min(ra, rb);
+        }
+    };
+
     TopTools_IndexedDataMapOfShapeListOfShape edgeFaces;
     TopExp::MapShapesAndAncestors(group, TopAbs_EDGE, TopAbs_FACE, edgeFaces);
+    std::vector<uint32_t> first, other;
     for (int e = 1; e <= edgeFaces.Extent(); ++e) {
         const TopoDS_Edge& edge = TopoDS::Edge(edgeFaces.FindKey(e));
         if (BRep_Tool::Degenerated(edge)) continue;
@@ -300,38 +340,29 @@ void addGroup(const TopoDS_Shape& group, const std::string& name, tCadScene& sce
             if (std::none_of(around.begin(), around.end(), [&](const TopoDS_Face& seen) { return seen.IsSame(face); }))
                 around.push_back(TopoDS::Face(face));
         if (around.empty()) continue;
+        size_t f = 0;
+        while (f < around.size() && !polygonOn(edge, around[f], first)) ++f;
+        if (f == around.size()) {
+            ++edgesWithoutPolygon;
+            continue;
+        }
+        for (size_t g = f + 1; g < around.size(); ++g)
+            if (polygonOn(edge, around[g], other)) join(first, other);
+        // A seam has a polygon on each side of its face.
         if (around.size() == 1 && BRep_Tool::IsClosed(edge, around[0])) {
+            if (polygonOn(TopoDS::Edge(edge.Reversed()), around[0], other)) join(first, other);
             ++scene.seamEdges;
             continue;
         }
         const bool tangent = around.size() == 2 && BRep_Tool::Continuity(edge, around[0], around[1]) >= GeomAbs_G1;
         std::vector<uint32_t>& lines = tangent ? mesh.tangent : mesh.sharp;
-        bool found = false;
-        for (const TopoDS_Face& face : around) {
-            const size_t base = firstVertex[static_cast<size_t>(faces.FindIndex(face))];
-            if (base == kNone) continue;
-            TopLoc_Location location;
-            const Handle(Poly_Triangulation) triangulation = BRep_Tool::Triangulation(face, location);
-            const Handle(Poly_PolygonOnTriangulation) polygon =
-                BRep_Tool::PolygonOnTriangulation(edge, triangulation, location);
-            if (polygon.IsNull() || polygon->NbNodes() < 2) continue;
-            const int nodes = triangulation->NbNodes();
-            for (int k = 1; k < polygon->NbNodes(); ++k) {
-                const int from = polygon->Node(k), to = polygon->Node(k + 1);
-                if (std::min(from, to) < 1 || std::max(from, to) > nodes)
-                    throw std::runtime_error("an edge's polygon refers to a node that does not exist");
-                lines.push_back(static_cast<uint32_t>(base + static_cast<size_t>(from) - 1));
-                lines.push_back(static_cast<uint32_t>(base + static_cast<size_t>(to) - 1));
-            }
-            found = true;
-            break;
-        }
-        if (!found) {
-            ++edgesWithoutPolygon;
-            continue;
+        for (size_t k = 0; k + 1 < first.size(); ++k) {
+            lines.push_back(first[k]);
+            lines.push_back(first[k + 1]);
         }
         ++(tangent ? scene.tangentEdges : scene.sharpEdges);
     }
+    for (uint32_t v = 0; v < joinedTo.size(); ++v) mesh.positions[v] = mesh.positions[root(v)];
     scene.meshes.push_back(std::move(mesh));
 }
 
@@ -352,6 +383,17 @@ tCadScene readScene(const std::string& path, const std::string& format, double c
     const double diagonal = box.IsVoid() ? 0.0 : std::sqrt(box.SquareExtent());
     if (!std::isfinite(diagonal) || diagonal <= 0.0) throw std::runtime_error("the part has no extent");
     scene.chord = chordTolerance > 0.0 ? chordTolerance : kRelativeChord * diagonal;
+    // IGES files mostly hold trimmed surfaces, each with edges of its own:
+    // unsewn, every edge would be drawn once per face, no edge could be
+    // found tangent, and the tessellations of neighbouring faces would not
+    // meet. Faces that share no shell are sewn within a hundredth of the
+    // chord limit's default, a gap no drawing shows.
+    if (!TopExp_Explorer(shape, TopAbs_SHELL).More()) {
+        BRepBuilderAPI_Sewing sewing(1e-2 * kRelativeChord * diagonal);
+        sewing.Add(shape);
+        sewing.Perform();
+        if (!sewing.SewedShape().IsNull()) shape = sewing.SewedShape();
+    }
     IMeshTools_Parameters parameters;
     parameters.Deflection = scene.chord;
     parameters.Angle = kAngularDeflection;
