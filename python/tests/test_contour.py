@@ -118,8 +118,8 @@ def test_units_as_the_tool_takes_them(tmp_path, monkeypatch):
 def test_step_part_with_a_tolerance(tmp_path, monkeypatch):
     monkeypatch.setenv("SOURCE_DATE_EPOCH", ENV["SOURCE_DATE_EPOCH"])
     plate = ROOT / "tests/models/cad-step/plate.step"
-    tool(plate, "--sheet", "--tolerance", "0.02", "-o", "tool.svg", cwd=tmp_path)
-    drawn = contour.sheet(plate, tolerance=0.02)
+    tool(plate, "--sheet", "--tolerance", "0.005", "-o", "tool.svg", cwd=tmp_path)
+    drawn = contour.sheet(plate, tolerance=0.005)
     assert drawn.svg() == (tmp_path / "tool.svg").read_text()
     assert drawn.stats["inputs"][0]["cad"]["surfaces"]["cylinder"] == 6
     assert drawn.stats["inputs"][0]["triangles"] > contour.sheet(plate).stats["inputs"][0]["triangles"]
