@@ -5,30 +5,28 @@
 // with rounded corners and 16 holes each (4,992 faces). One face with very
 // many holes is the tessellator's slow case; an assembly of small parts is
 // the common large file.
-#include <cstdio>
-#include <filesystem>
-#include <string>
-
-#include <cmath>
-
 #include <BRepAlgoAPI_Cut.hxx>
 #include <BRepBuilderAPI_Transform.hxx>
 #include <BRepFilletAPI_MakeFillet.hxx>
-#include <BRep_Tool.hxx>
-#include <TopExp.hxx>
-#include <TopoDS.hxx>
 #include <BRepPrimAPI_MakeBox.hxx>
 #include <BRepPrimAPI_MakeCylinder.hxx>
 #include <BRep_Builder.hxx>
+#include <BRep_Tool.hxx>
 #include <Interface_Static.hxx>
 #include <Message.hxx>
 #include <Message_Messenger.hxx>
 #include <Message_PrinterOStream.hxx>
 #include <STEPControl_Writer.hxx>
+#include <TopExp.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopTools_ListOfShape.hxx>
+#include <TopoDS.hxx>
 #include <TopoDS_Compound.hxx>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
 #include <gp_Ax2.hxx>
+#include <string>
 
 #include "BenchMain.h"
 #include "ctr/drawing/ModelImport.h"

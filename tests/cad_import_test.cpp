@@ -1,13 +1,6 @@
 // CAD parts built here with Open CASCADE, written to STEP and IGES and read
 // back through ImportModel: the meshes must close, every true edge must be
 // there once, and the surfaces must come back as they were built.
-#include <array>
-#include <cmath>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <set>
-
 #include <BRepAlgoAPI_Cut.hxx>
 #include <BRepAlgoAPI_Fuse.hxx>
 #include <BRepBuilderAPI_Transform.hxx>
@@ -27,7 +20,13 @@
 #include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
 #include <TopoDS_Compound.hxx>
+#include <array>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
 #include <gp_Ax2.hxx>
+#include <map>
+#include <set>
 
 #include "TestSupport.h"
 
@@ -93,7 +92,8 @@ TopoDS_Shape TwoBlocks() {
     turn.SetRotation(gp_Ax1(gp::Origin(), gp::DZ()), M_PI / 2);
     gp_Trsf move;
     move.SetTranslation(gp_Vec(101.6, 0, 0));
-    builder.Add(both, BRepBuilderAPI_Transform(BRepPrimAPI_MakeBox(25.4, 25.4, 25.4).Shape(), move * turn, false).Shape());
+    builder.Add(both,
+                BRepBuilderAPI_Transform(BRepPrimAPI_MakeBox(25.4, 25.4, 25.4).Shape(), move * turn, false).Shape());
     return both;
 }
 
@@ -232,7 +232,8 @@ TEST(CadImport, BoxWithHolesInStepAndIges) {
         EXPECT_EQ(Radii(model, SurfaceKind::kPlane).size(), 6u);
         // Trimmed-surface IGES carries the holes as general surfaces.
         const bool trimmed = path.find("faces") != std::string::npos;
-        EXPECT_EQ(Radii(model, SurfaceKind::kCylinder), (trimmed ? std::multiset<double>{} : std::multiset<double>{5.0, 8.0}));
+        EXPECT_EQ(Radii(model, SurfaceKind::kCylinder),
+                  (trimmed ? std::multiset<double>{} : std::multiset<double>{5.0, 8.0}));
         for (const contour::AnalyticFace& face : model.cad->faces) {
             if (face.kind != SurfaceKind::kCylinder) continue;
             const double x = face.radius == 5.0 ? 25.0 : 70.0;
@@ -251,14 +252,16 @@ TEST(CadImport, BoxWithHolesInStepAndIges) {
                 const double r5 = std::hypot(p[0] - 25.0, p[1] - 30.0), r8 = std::hypot(p[0] - 70.0, p[1] - 30.0);
                 if (std::abs(r5 - 5.0) > 1e-3 && std::abs(r8 - 8.0) > 1e-3) continue;
                 ++onHoles;
-                EXPECT_TRUE(std::abs(p[2]) < 1e-6f || std::abs(p[2] - 20.0f) < 1e-6f) << p[0] << " " << p[1] << " " << p[2];
+                EXPECT_TRUE(std::abs(p[2]) < 1e-6f || std::abs(p[2] - 20.0f) < 1e-6f)
+                    << p[0] << " " << p[1] << " " << p[2];
             }
         EXPECT_GE(onHoles, 4u * 32u * 2u);
     }
 }
 
 TEST(CadImport, FilletsMarkTheirTangentEdges) {
-    const std::string path = WriteStep(RoundVerticalEdges(BRepPrimAPI_MakeBox(50.0, 40.0, 30.0).Shape(), 5.0), "fillet.step");
+    const std::string path =
+        WriteStep(RoundVerticalEdges(BRepPrimAPI_MakeBox(50.0, 40.0, 30.0).Shape(), 5.0), "fillet.step");
     contour::ImportedModel model;
     std::string error;
     ASSERT_TRUE(contour::ImportModel(path, model, error)) << error;

@@ -4,13 +4,6 @@
 // framework meshes from them.
 #include "OcctImport.h"
 
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
-#include <functional>
-#include <stdexcept>
-#include <vector>
-
 #include <BRepAdaptor_Surface.hxx>
 #include <BRepBndLib.hxx>
 #include <BRepBuilderAPI_Sewing.hxx>
@@ -32,7 +25,6 @@
 #include <STEPControl_Reader.hxx>
 #include <Standard_Failure.hxx>
 #include <TColStd_SequenceOfAsciiString.hxx>
-#include <XSControl_Reader.hxx>
 #include <TopExp.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopTools_IndexedDataMapOfShapeListOfShape.hxx>
@@ -42,6 +34,13 @@
 #include <TopoDS_Edge.hxx>
 #include <TopoDS_Face.hxx>
 #include <TopoDS_Shape.hxx>
+#include <XSControl_Reader.hxx>
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <stdexcept>
+#include <vector>
 
 #include "ByteCoding.h"
 #include "Isolation.h"
@@ -94,7 +93,9 @@ std::string lower(std::string text) {
 
 void noteRoots(int roots, int transferred, tCadScene& scene) {
     if (roots == 0) throw std::runtime_error("the file holds no shape");
-    if (transferred == 0) throw std::runtime_error("none of its " + plural(static_cast<size_t>(roots), "root", "roots") + " could be read");
+    if (transferred == 0)
+        throw std::runtime_error("none of its " + plural(static_cast<size_t>(roots), "root", "roots") +
+                                 " could be read");
     if (transferred < roots)
         scene.warnings.push_back("read " + std::to_string(transferred) + " of " +
                                  plural(static_cast<size_t>(roots), "root", "roots") + "; " +
@@ -220,7 +221,8 @@ bool addFace(const TopoDS_Face& face, tCadMesh& mesh) {
             record.boxMin[k] = std::min(record.boxMin[k], xyz[k]);
             record.boxMax[k] = std::max(record.boxMax[k], xyz[k]);
         }
-        mesh.positions.push_back(tVec3{static_cast<float>(p.X()), static_cast<float>(p.Y()), static_cast<float>(p.Z())});
+        mesh.positions.push_back(
+            tVec3{static_cast<float>(p.X()), static_cast<float>(p.Y()), static_cast<float>(p.Z())});
     }
     for (int t = 1; t <= triangulation->NbTriangles(); ++t) {
         int a = 0, b = 0, c = 0;
@@ -228,7 +230,8 @@ bool addFace(const TopoDS_Face& face, tCadMesh& mesh) {
         if (std::min({a, b, c}) < 1 || std::max({a, b, c}) > nodes)
             throw std::runtime_error("a face's tessellation refers to a node that does not exist");
         if (turned) std::swap(b, c);
-        for (const int corner : {a, b, c}) mesh.corners.push_back(static_cast<uint32_t>(base + static_cast<size_t>(corner) - 1));
+        for (const int corner : {a, b, c})
+            mesh.corners.push_back(static_cast<uint32_t>(base + static_cast<size_t>(corner) - 1));
     }
 
     // The surface's normal at each node's parameters (the adaptor applies
@@ -509,7 +512,8 @@ void buildMesh(const tCadMesh& source, ImportedModel& model, CadPart& part) {
         buffers.vertices->Position3(static_cast<int>(v)) = Wm4::Vector3<float>(p.x, p.y, p.z);
         buffers.vertices->Normal3(static_cast<int>(v)) = Wm4::Vector3<float>(n.x, n.y, n.z);
     }
-    buffers.indices = new qe::qeIndexBuffer(static_cast<int>(source.corners.size()), qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
+    buffers.indices =
+        new qe::qeIndexBuffer(static_cast<int>(source.corners.size()), qe::qeIndexBuffer::IBT_TRIANGLE_LIST);
     std::copy(source.corners.begin(), source.corners.end(), buffers.indices->GetData());
     tally(model, buffers);
     const tRows identity(1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f,

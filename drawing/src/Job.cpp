@@ -109,8 +109,9 @@ InputStats DescribeInput(const std::string& path, const char* role, const Import
     input.fileUnit = model.cad->fileUnit;
     for (const SurfaceKind kind : {SurfaceKind::kPlane, SurfaceKind::kCylinder, SurfaceKind::kCone,
                                    SurfaceKind::kSphere, SurfaceKind::kTorus, SurfaceKind::kOther}) {
-        const size_t count = static_cast<size_t>(std::count_if(
-            model.cad->faces.begin(), model.cad->faces.end(), [kind](const AnalyticFace& f) { return f.kind == kind; }));
+        const auto ofKind = [kind](const AnalyticFace& face) { return face.kind == kind; };
+        const size_t count =
+            static_cast<size_t>(std::count_if(model.cad->faces.begin(), model.cad->faces.end(), ofKind));
         input.surfaces.emplace_back(SurfaceKindName(kind), count);
     }
     input.sharpEdges = model.cad->sharpEdges;
