@@ -29,6 +29,7 @@
 #include <set>
 
 #include "TestSupport.h"
+#include "ctr/drawing/ModelUnits.h"
 
 #ifdef CONTOUR_TOOL
 #include <nlohmann/json.hpp>
@@ -325,6 +326,10 @@ TEST(CadImport, InchAssemblyComesBackInMillimetres) {
     EXPECT_NEAR(second.Min[0], 76.2, 1e-4);
     EXPECT_NEAR(second.Max[0], 101.6, 1e-4);
     EXPECT_NEAR(model.meshes[0]->ModelBound.Max[1], 50.8, 1e-4);
+    // Scaled into another drawing's unit, the meshes keep their outline.
+    const size_t segments = Lines(model).sharp.size();
+    contour::ScaleModel(model, 1 / 25.4);
+    EXPECT_EQ(Lines(model).sharp.size(), segments);
 }
 
 TEST(CadImport, MalformedFilesFailWithOneLine) {
