@@ -3,7 +3,7 @@
 # quick when everything is already there. --fuzz adds clang and its libFuzzer
 # and sanitizer runtimes, which scripts/fuzz.sh builds with.
 set -euo pipefail
-packages=(cmake g++ make libgtest-dev libbenchmark-dev libassimp-dev zlib1g-dev libcli11-dev nlohmann-json3-dev librsvg2-bin
+packages=(cmake g++ make libgtest-dev libbenchmark-dev libassimp-dev libocct-data-exchange-dev libocct-modeling-algorithms-dev zlib1g-dev libcli11-dev nlohmann-json3-dev librsvg2-bin
   pybind11-dev python3-dev python3-numpy python3-pytest python3-setuptools python3-distributed)
 if [ "${1:-}" = "--fuzz" ]; then
   packages+=(clang libclang-rt-14-dev)

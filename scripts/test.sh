@@ -23,6 +23,8 @@ fi
 "$root/scripts/build.sh" "$build" "${options[@]}"
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+# Suppressed leaks are not counted on standard error, where the tool
+# tests read the tool's messages.
 export LSAN_OPTIONS="suppressions=$root/scripts/lsan-suppressions.txt:print_suppressions=0"
 export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
 cd "$build"

@@ -12,6 +12,7 @@
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
+#include "ByteCoding.h"
 #include "Isolation.h"
 #include "MappedFile.h"
 #include "NumberScan.h"
@@ -102,58 +103,6 @@ tScene readScene(const std::string& path) {
     place(*scene->mRootNode, aiMatrix4x4());
     return result;
 }
-
-// The scene crosses from the child to the parent as plain bytes in host
-// order: both are the same program.
-class tWriter {
-public:
-    template <class T>
-    void value(const T& v) {
-        bytes.append(reinterpret_cast<const char*>(&v), sizeof v);
-    }
-    template <class T>
-    void array(const T* data, size_t count) {
-        value(static_cast<uint64_t>(count));
-        bytes.append(reinterpret_cast<const char*>(data), count * sizeof(T));
-    }
-    void text(const std::string& s) { array(s.data(), s.size()); }
-    std::string bytes;
-};
-
-class tReader {
-public:
-    explicit tReader(const std::string& bytes) : at(bytes.data()), end(bytes.data() + bytes.size()) {}
-    template <class T>
-    T value() {
-        T v;
-        take(&v, sizeof v);
-        return v;
-    }
-    uint64_t count(size_t elementSize) {
-        const uint64_t n = value<uint64_t>();
-        if (n > static_cast<uint64_t>(end - at) / elementSize) throw std::runtime_error("garbled scene");
-        return n;
-    }
-    template <class T>
-    void array(ScratchArray<T>& out) {
-        out.resize(count(sizeof(T)));
-        take(out.data(), out.size() * sizeof(T));
-    }
-    std::string text() {
-        std::string s(count(1), '\0');
-        take(s.data(), s.size());
-        return s;
-    }
-
-private:
-    void take(void* to, size_t size) {
-        if (size > static_cast<size_t>(end - at)) throw std::runtime_error("garbled scene");
-        if (size != 0) std::memcpy(to, at, size);
-        at += size;
-    }
-    const char* at;
-    const char* end;
-};
 
 std::string encode(const tScene& scene) {
     tWriter out;

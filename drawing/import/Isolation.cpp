@@ -96,10 +96,12 @@ void limitChild(size_t inputBytes) {
 [[noreturn]] void runChild(int descriptor, size_t inputBytes, const std::function<std::string()>& work) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) std::signal(signal, SIG_DFL);
     limitChild(inputBytes);
-    // Assimp prints its failed assertions; the parent's one-line reason
-    // says what happened.
+    // Readers print their failed assertions and progress; the parent's
+    // one-line reason says what happened, and its standard output may be
+    // carrying a drawing.
     const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (null >= 0) {
+        ::dup2(null, STDOUT_FILENO);
         ::dup2(null, STDERR_FILENO);
         ::close(null);
     }

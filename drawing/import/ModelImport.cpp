@@ -14,6 +14,9 @@
 #include "HeaderChecks.h"
 #include "MappedFile.h"
 #include "MeshReaders.h"
+#ifdef CONTOUR_WITH_OCCT
+#include "OcctImport.h"
+#endif
 #include "Welding.h"
 
 namespace contour {
@@ -26,7 +29,8 @@ const tRows kIdentityRows(1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 
                           1.0f);
 
 std::string lowerExtension(const std::string& path) {
-    std::string extension = path.size() >= 4 ? path.substr(path.size() - 4) : std::string();
+    const size_t dot = path.find_last_of("./");
+    std::string extension = dot != std::string::npos && path[dot] == '.' ? path.substr(dot) : std::string();
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return extension;
@@ -107,6 +111,15 @@ bool importFile(const std::string& path, ImportedModel& model, std::string& erro
     // would make every edge between two facets a crease, curved surfaces
     // included, so they are replaced like missing ones.
     const std::string extension = lowerExtension(path);
+    if (extension == ".step" || extension == ".stp" || extension == ".iges" || extension == ".igs" ||
+        extension == ".brep") {
+#ifdef CONTOUR_WITH_OCCT
+        return importWithOcct(path, CadFormat(extension), bytes, options, model, error);
+#else
+        error = "cannot read '" + path + "': this build reads no CAD files (it was made without Open CASCADE)";
+        return false;
+#endif
+    }
     if (extension == ".stl" || extension == ".ply" || extension == ".obj" || extension == ".off") {
         // Mapped for the count checks and the built-in readers, and
         // unmapped before assimp reads the file again.
@@ -135,6 +148,18 @@ bool importFile(const std::string& path, ImportedModel& model, std::string& erro
 }  // namespace
 
 }  // namespace importer
+
+const char* SurfaceKindName(SurfaceKind kind) {
+    switch (kind) {
+        case SurfaceKind::kPlane: return "plane";
+        case SurfaceKind::kCylinder: return "cylinder";
+        case SurfaceKind::kCone: return "cone";
+        case SurfaceKind::kSphere: return "sphere";
+        case SurfaceKind::kTorus: return "torus";
+        case SurfaceKind::kOther: break;
+    }
+    return "other";
+}
 
 std::vector<const qe::qeTriMesh*> ImportedModel::meshList() const {
     std::vector<const qe::qeTriMesh*> list;

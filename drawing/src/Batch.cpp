@@ -152,7 +152,8 @@ const std::vector<std::string>& BatchModelExtensions() {
     // and CAD and DCC programs commonly write; anything else can still be
     // given as a file.
     static const std::vector<std::string> extensions = {".obj", ".stl", ".ply", ".off", ".gltf", ".glb",
-                                                        ".fbx", ".dae", ".3ds", ".3mf", ".x3d", ".amf"};
+                                                        ".fbx", ".dae", ".3ds", ".3mf", ".x3d", ".amf",
+                                                        ".step", ".stp", ".iges", ".igs", ".brep"};
     return extensions;
 }
 

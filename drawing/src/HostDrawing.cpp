@@ -44,8 +44,7 @@ JobOutcome drawModels(const DrawingRequest& asked, const std::vector<HostInput>&
             const ImportedModel& model = copies[next++];
             for (const qe::qeTriMesh* mesh : model.meshList()) list->push_back(mesh);
             *triangles += model.triangleCount;
-            run.inputs.push_back(InputStats{input.label, role, model.meshes.size(), model.triangleCount,
-                                            model.vertexCount, model.normalsGenerated, model.statedUnit});
+            run.inputs.push_back(DescribeInput(input.label, role, model));
             run.normalsSeconds += model.normalSeconds;
         }
     run.meshes = meshes.size();

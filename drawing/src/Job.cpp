@@ -1,5 +1,6 @@
 #include "ctr/drawing/Job.h"
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <new>
@@ -20,9 +21,7 @@ void appendMeshes(const std::vector<ImportedModel>& models, const std::vector<st
         const ImportedModel& model = models[i];
         for (const qe::qeTriMesh* mesh : model.meshList()) meshes.push_back(mesh);
         triangles += model.triangleCount;
-        run.inputs.push_back(InputStats{i < paths.size() ? paths[i] : "(demo scene)", role, model.meshes.size(),
-                                        model.triangleCount, model.vertexCount, model.normalsGenerated,
-                                        model.statedUnit});
+        run.inputs.push_back(DescribeInput(i < paths.size() ? paths[i] : "(demo scene)", role, model));
         run.normalsSeconds += model.normalSeconds;
     }
 }
@@ -95,6 +94,31 @@ JobOutcome runJob(const DrawingRequest& asked, RunStats& run, DrawingStats& stat
 }
 
 }  // namespace
+
+InputStats DescribeInput(const std::string& path, const char* role, const ImportedModel& model) {
+    InputStats input;
+    input.path = path;
+    input.role = role;
+    input.meshes = model.meshes.size();
+    input.triangles = model.triangleCount;
+    input.vertices = model.vertexCount;
+    input.normalsGenerated = model.normalsGenerated;
+    input.statedUnit = model.statedUnit;
+    if (!model.cad) return input;
+    input.cad = true;
+    input.fileUnit = model.cad->fileUnit;
+    for (const SurfaceKind kind : {SurfaceKind::kPlane, SurfaceKind::kCylinder, SurfaceKind::kCone,
+                                   SurfaceKind::kSphere, SurfaceKind::kTorus, SurfaceKind::kOther}) {
+        const auto ofKind = [kind](const AnalyticFace& face) { return face.kind == kind; };
+        const size_t count =
+            static_cast<size_t>(std::count_if(model.cad->faces.begin(), model.cad->faces.end(), ofKind));
+        input.surfaces.emplace_back(SurfaceKindName(kind), count);
+    }
+    input.sharpEdges = model.cad->sharpEdges;
+    input.tangentEdges = model.cad->tangentEdgeCount;
+    input.readerWarnings = model.cad->warnings;
+    return input;
+}
 
 void ApplyFormatConventions(DrawingRequest& request, const std::string& firstModel) {
     if (request.sheet && !request.upGiven && !firstModel.empty()) {

@@ -27,6 +27,8 @@ void ScaleModel(ImportedModel& model, double factor) {
         // A new instance of the same buffers: a host that lent the model
         // keeps its meshes as they were.
         qe::qePointer<qe::qeTriMesh> scaled = new qe::qeTriMesh(mesh->VBuffer, mesh->IBuffer);
+        // The outline of a CAD part indexes the same vertices.
+        for (int i = 0; i < mesh->GetMetadataQuantity(); ++i) scaled->AttachMetadata(mesh->GetMetadata(i));
         scaled->Local = qe::qeGenericTransformation<float>(rows);
         scaled->World = scaled->Local;
         scaled->WorldIsCurrent = true;

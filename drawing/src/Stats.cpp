@@ -85,7 +85,7 @@ std::string DrawingOptionsHash(const DrawingRequest& asked) {
 
 std::string StatsRecord(const DrawingRequest& options, const RunStats& run, const DrawingStats& drawing) {
     Json inputs = Json::array();
-    for (const InputStats& input : run.inputs)
+    for (const InputStats& input : run.inputs) {
         inputs.push_back({{"file", input.path},
                           {"role", input.role},
                           {"meshes", input.meshes},
@@ -93,6 +93,14 @@ std::string StatsRecord(const DrawingRequest& options, const RunStats& run, cons
                           {"vertices", input.vertices},
                           {"normals", input.normalsGenerated ? "generated" : "stored"},
                           {"statedUnit", input.statedUnit ? Json(LengthUnitName(*input.statedUnit)) : Json()}});
+        if (!input.cad) continue;
+        Json surfaces = Json::object();
+        for (const auto& [kind, count] : input.surfaces) surfaces[kind] = count;
+        inputs.back()["cad"] = {{"fileUnit", input.fileUnit.empty() ? Json() : Json(input.fileUnit)},
+                                {"surfaces", surfaces},
+                                {"edges", {{"drawn", input.sharpEdges}, {"tangent", input.tangentEdges}}},
+                                {"warnings", input.readerWarnings}};
+    }
 
     const CameraOptions& camera = options.drawing.camera;
     Json view;

@@ -178,13 +178,14 @@ def _run(inputs: Any, occluders: Any, progress: Optional[Callable[[str, float], 
          margin: float, title: Optional[str], description: Optional[str], bits: Tuple[int, int],
          smoothing_angle: float, crease_width: Optional[float], silhouette_width: Optional[float],
          color: Optional[str], keep_common: bool, hidden: bool, layers: bool, arcs: bool,
-         threads: Optional[int], units: Optional[str] = None, **sheet_only: Any) -> Drawing:
+         threads: Optional[int], units: Optional[str] = None, tolerance: Optional[float] = None,
+         **sheet_only: Any) -> Drawing:
     models, hiding, options = _prepare(
         inputs, occluders, sheet=sheet, view=view, azimuth=azimuth, elevation=elevation, eye=eye, target=target,
         up=up, perspective=perspective, fov=fov, projection=projection, page=page, landscape=landscape,
         margin=margin, title=title, description=description, bits=bits, smoothing_angle=smoothing_angle,
         crease_width=crease_width, silhouette_width=silhouette_width, color=color, keep_common=keep_common,
-        hidden=hidden, layers=layers, arcs=arcs, threads=threads, units=units, **sheet_only)
+        hidden=hidden, layers=layers, arcs=arcs, threads=threads, units=units, tolerance=tolerance, **sheet_only)
     return Drawing(_contour.draw(models, hiding, options, progress), sheet)
 
 
@@ -195,7 +196,8 @@ def _prepare(inputs: Any, occluders: Any, *, sheet: bool, view: Optional[str], a
              bits: Tuple[int, int], smoothing_angle: float, crease_width: Optional[float],
              silhouette_width: Optional[float], color: Optional[str], keep_common: bool, hidden: bool,
              layers: bool, arcs: bool, threads: Optional[int], units: Optional[str] = None,
-             scale: Optional[str] = None, front: Optional[str] = None, part_number: Optional[str] = None,
+             tolerance: Optional[float] = None, scale: Optional[str] = None, front: Optional[str] = None,
+             part_number: Optional[str] = None,
              drawn_by: Optional[str] = None,
              iso_hidden: bool = False) -> Tuple[List[tuple], List[tuple], Dict[str, Any]]:
     """The inputs and the checked options, completed with the tool's defaults, as the module takes them."""
@@ -276,6 +278,7 @@ def _prepare(inputs: Any, occluders: Any, *, sheet: bool, view: Optional[str], a
         _number("silhouette_width", silhouette_width, 0, 100, True, unit=" mm"),
         "color": None if color is None else _color(color),
         "smoothing_angle": _number("smoothing_angle", smoothing_angle, 0, 180, unit=" degrees"),
+        "tolerance": None if tolerance is None else _number("tolerance", tolerance, 0, 1e12, True),
         "sheet": bool(sheet), "projection": projection or "third", "units": units,
         "scale": "" if scale is None else str(scale),
         "front": None if front is None else _SIDES[str(front).lower()],
@@ -293,7 +296,8 @@ def draw(inputs: Any, *, occluders: Any = None, view: Optional[str] = None, azim
          bits: Tuple[int, int] = (20, 20), smoothing_angle: float = 30.0, crease_width: Optional[float] = None,
          silhouette_width: Optional[float] = None, color: Optional[str] = None, keep_common: bool = False,
          hidden: bool = False, layers: bool = False, arcs: bool = False, threads: Optional[int] = None,
-         units: Optional[str] = None, progress: Optional[Callable[[str, float], Any]] = None) -> Drawing:
+         units: Optional[str] = None, tolerance: Optional[float] = None,
+         progress: Optional[Callable[[str, float], Any]] = None) -> Drawing:
     """Draws the visible lines of meshes as one view on a page, as the ``contour`` tool does.
 
     inputs: a model file (read by the tool's importer), a ``(vertices, faces)`` or
@@ -316,6 +320,9 @@ def draw(inputs: Any, *, occluders: Any = None, view: Optional[str] = None, azim
     units: mm, cm, m, in, ft or um, the unit of every model's coordinates, as ``--units``; by
         default the unit the first file states (glTF: metres, 3MF: its own), else millimetres,
         other files scaled into it.
+    tolerance: for STEP, IGES and BREP files, the largest gap between a surface and its
+        triangles, in the part's units (millimetres for STEP and IGES), as ``--tolerance``;
+        a thousandth of the part's diagonal by default.
     progress: called as ``progress(phase, fraction)`` from the calling thread while the drawing is
         computed; an exception it raises stops the drawing and propagates.
 
@@ -326,7 +333,7 @@ def draw(inputs: Any, *, occluders: Any = None, view: Optional[str] = None, azim
                 landscape=landscape, margin=margin, title=title, description=description, bits=bits,
                 smoothing_angle=smoothing_angle, crease_width=crease_width, silhouette_width=silhouette_width,
                 color=color, keep_common=keep_common, hidden=hidden, layers=layers, arcs=arcs, threads=threads,
-                units=units)
+                units=units, tolerance=tolerance)
 
 
 def sheet(inputs: Any, *, occluders: Any = None, up: Optional[Sequence[float]] = None,
@@ -337,7 +344,7 @@ def sheet(inputs: Any, *, occluders: Any = None, up: Optional[Sequence[float]] =
           smoothing_angle: float = 30.0, crease_width: Optional[float] = None,
           silhouette_width: Optional[float] = None, color: Optional[str] = None, keep_common: bool = False,
           hidden: bool = False, arcs: bool = False, threads: Optional[int] = None, units: Optional[str] = None,
-          progress: Optional[Callable[[str, float], Any]] = None) -> Drawing:
+          tolerance: Optional[float] = None, progress: Optional[Callable[[str, float], Any]] = None) -> Drawing:
     """Draws an engineering sheet of one part, as ``contour --sheet`` does: front, top and side views
     and an iso view at one standard scale (true to the models' unit, see ``units``), with frame and
     title block, on A3 landscape unless ``page`` is given. ``projection`` is "third" (angle, the
@@ -354,8 +361,8 @@ def sheet(inputs: Any, *, occluders: Any = None, up: Optional[Sequence[float]] =
                 landscape=landscape, margin=margin, title=title, description=description, bits=bits,
                 smoothing_angle=smoothing_angle, crease_width=crease_width, silhouette_width=silhouette_width,
                 color=color, keep_common=keep_common, hidden=hidden, layers=False, arcs=arcs, threads=threads,
-                units=units, scale=scale, front=front, part_number=part_number, drawn_by=drawn_by,
-                iso_hidden=iso_hidden)
+                units=units, tolerance=tolerance, scale=scale, front=front, part_number=part_number,
+                drawn_by=drawn_by, iso_hidden=iso_hidden)
 
 
 # The keywords of draw() and sheet() that a batch passes on, with their defaults.
@@ -363,7 +370,8 @@ _DRAW_DEFAULTS: Dict[str, Any] = dict(
     view=None, azimuth=None, elevation=None, eye=None, target=None, up=None, perspective=False, fov=None,
     projection=None, page=None, landscape=False, margin=10.0, title=None, description=None, bits=(20, 20),
     smoothing_angle=30.0, crease_width=None, silhouette_width=None, color=None, keep_common=False, hidden=False,
-    layers=False, arcs=False, threads=None, units=None, scale=None, front=None, part_number=None, drawn_by=None,
+    layers=False, arcs=False, threads=None, units=None, tolerance=None, scale=None, front=None, part_number=None,
+    drawn_by=None,
     iso_hidden=False)
 _SHEET_ONLY = {"projection", "scale", "front", "part_number", "drawn_by", "iso_hidden"}
 _VIEW_ONLY = {"view", "azimuth", "elevation", "eye", "target", "perspective", "fov", "layers"}

@@ -195,6 +195,7 @@ contour::DrawingRequest request(const py::dict& o) {
                                         (static_cast<float>(rgb[2]) + 0.5f) / 255.0f);
     }
     r.import.smoothingAngleDegrees = o["smoothing_angle"].cast<float>();
+    if (o.contains("tolerance") && !o["tolerance"].is_none()) r.import.chordTolerance = o["tolerance"].cast<double>();
     if (o.contains("units") && !o["units"].is_none()) {
         contour::LengthUnit unit;
         if (!contour::ParseLengthUnit(o["units"].cast<std::string>(), unit)) refuse("units: unknown unit");

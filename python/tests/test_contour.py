@@ -115,6 +115,18 @@ def test_units_as_the_tool_takes_them(tmp_path, monkeypatch):
     assert stated.stats["units"] == "m" and stated.stats["unitWarning"] is None
 
 
+def test_step_part_with_a_tolerance(tmp_path, monkeypatch):
+    monkeypatch.setenv("SOURCE_DATE_EPOCH", ENV["SOURCE_DATE_EPOCH"])
+    plate = ROOT / "tests/models/cad-step/plate.step"
+    tool(plate, "--sheet", "--tolerance", "0.005", "-o", "tool.svg", cwd=tmp_path)
+    drawn = contour.sheet(plate, tolerance=0.005)
+    assert drawn.svg() == (tmp_path / "tool.svg").read_text()
+    assert drawn.stats["inputs"][0]["cad"]["surfaces"]["cylinder"] == 6
+    assert drawn.stats["inputs"][0]["triangles"] > contour.sheet(plate).stats["inputs"][0]["triangles"]
+    with pytest.raises(ValueError, match="tolerance"):
+        contour.sheet(plate, tolerance=0)
+
+
 def svg_paths(svg):
     return [np.array(re.findall(r"(-?[\d.]+)[ ,](-?[\d.]+)", d), float) for d in re.findall(r' d="([^"]*)"', svg)]
 

@@ -175,6 +175,17 @@ Lines:
   two of them meet at more than --smoothing-angle, so edges sharper than
   that show as creases and smooth surface shows none.
 
+CAD files:
+  STEP (.step, .stp; AP203, AP214, AP242), IGES (.iges, .igs) and Open
+  CASCADE BREP (.brep) files are read with Open CASCADE and drawn with their
+  true edges instead of creases: every edge where two faces meet at an
+  angle, and the free edges of open face sets. Edges where faces meet
+  tangentially (a fillet's rims) are not drawn, as ISO 128 and the creases
+  of meshes have it; silhouettes show the rounds. Each face is tessellated
+  to within --tolerance (default: a thousandth of the part's diagonal) and
+  11.5 degrees per segment. STEP and IGES lengths are read in millimetres,
+  whatever unit the file uses; BREP files are taken as other files are.
+
 Layers:
   With --layers, or --hidden, each kind of line is a layer of its own, as
   Inkscape marks layers: hidden lines (bottom), creases, silhouettes and
@@ -233,7 +244,8 @@ Progress and statistics:
 Batch:
   contour batch PART... --out-dir DIR draws one drawing per part with the
   options of a single run: a file is a part, a folder gives its model files
-  (OBJ, STL, PLY, OFF, glTF/GLB, FBX, DAE, 3DS, 3MF, X3D, AMF, any case),
+  (OBJ, STL, PLY, OFF, glTF/GLB, FBX, DAE, 3DS, 3MF, X3D, AMF, STEP/STP,
+  IGES/IGS, BREP, any case),
   searched recursively in byte-wise order, hidden entries left out. A part
   given as a file is drawn to DIR/NAME.svg, its name without extension as a
   single run names it; a file found in a folder keeps its path below that
@@ -288,6 +300,7 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
                                              qeContouringLib::Version::GetDescStringMajorMinorReleaseRevisionDate());
 
     std::string view = "iso", eye, target, up, fov = "30", page = "A4", margin = "10", bits = "20,20";
+    std::string tolerance;
     std::string smoothing = "30", creaseWidth, silhouetteWidth, color, azimuth, elevation;
     bool landscape = false, perspective = false, orthographic = false;
     std::optional<std::string> title, description;
@@ -307,7 +320,7 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
             ->type_name("FILE");
         app.add_flag("--force", options.redrawAll, "Draw every part, also those whose drawing is current");
     } else {
-        app.add_option("MODEL", options.models, "Model files (OBJ, STL, PLY, glTF and what else assimp reads)")
+        app.add_option("MODEL", options.models, "Model files (OBJ, STL, PLY, glTF, STEP, IGES and what else assimp reads)")
             ->type_name("FILE");
         app.add_flag("--demo", options.demo, "Draw the built-in demo scene instead of model files");
         app.add_option("-o,--output", options.output, "Output SVG file (see Output below)")->type_name("FILE");
@@ -355,6 +368,9 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
     app.add_option("--title", title, "Title stored in the SVG and a --sheet's title block (default: the file names)");
     app.add_option("--description", description, "Description stored in the SVG");
     app.add_option("--bits", bits, "Grid bits of the visibility computation")->type_name("XY,Z")->capture_default_str();
+    app.add_option("--tolerance", tolerance,
+                   "CAD files: largest gap between a surface and its triangles, in the part's units")
+        ->type_name("LENGTH");
     app.add_option("--smoothing-angle", smoothing,
                    "Files without normals: faces meeting at more than this show a crease")
         ->type_name("DEG")
@@ -489,6 +505,8 @@ int ParseCommandLine(int argc, char** argv, ToolOptions& options) {
         options.drawing.xyBits = xyBits;
         options.drawing.zBits = zBits;
 
+        if (!tolerance.empty())
+            options.import.chordTolerance = number("--tolerance", tolerance, 0.0, 1e12, true, false, "");
         options.import.smoothingAngleDegrees =
             static_cast<float>(number("--smoothing-angle", smoothing, 0.0, 180.0, false, false, " degrees"));
         if (!creaseWidth.empty())

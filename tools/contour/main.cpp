@@ -52,6 +52,10 @@ int run(const contour::ToolOptions& options) {
     // Like an empty drawing, a part of an unlikely size is worth a line even
     // with -q: the drawing is complete, but most likely not what was meant.
     if (!run.unitWarning.empty()) std::fprintf(stderr, "contour: warning: %s\n", run.unitWarning.c_str());
+    // A CAD file read in part is drawn, with what was left out said.
+    for (const contour::InputStats& input : run.inputs)
+        for (const std::string& warning : input.readerWarnings)
+            std::fprintf(stderr, "contour: %s: warning: %s\n", input.path.c_str(), warning.c_str());
     if (stats.paths == 0)
         std::fprintf(
             stderr, "contour: warning: the drawing is empty (%s)\n",

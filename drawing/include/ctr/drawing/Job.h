@@ -37,13 +37,23 @@ struct DrawingRequest {
 
 struct InputStats {
     std::string path;
-    const char* role;  // "model" or "occluder"
+    const char* role = "model";  // or "occluder"
     size_t meshes = 0;
     size_t triangles = 0;
     size_t vertices = 0;
     bool normalsGenerated = false;  // from the faces, for lack of stored ones
     std::optional<LengthUnit> statedUnit;  // by the file or its format
+    // CAD files: the unit the file names, faces per kind of surface, true
+    // edges drawn and tangent ones, and what the reader left out.
+    bool cad = false;
+    std::string fileUnit;
+    std::vector<std::pair<std::string, size_t>> surfaces;
+    size_t sharpEdges = 0, tangentEdges = 0;
+    std::vector<std::string> readerWarnings;
 };
+
+// The record of one input file.
+InputStats DescribeInput(const std::string& path, const char* role, const ImportedModel& model);
 
 struct RunStats {
     std::vector<InputStats> inputs;
