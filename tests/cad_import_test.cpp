@@ -29,6 +29,7 @@
 #include <set>
 
 #include "TestSupport.h"
+#include "ctr/drawing/Drawing.h"
 #include "ctr/drawing/ModelUnits.h"
 
 #ifdef CONTOUR_TOOL
@@ -278,6 +279,52 @@ TEST(CadImport, FilletsMarkTheirTangentEdges) {
         EXPECT_EQ(a[1], b[1]);
     }
     EXPECT_FALSE(lines.tangent.empty());
+}
+
+// A part drawn from its B-rep and from the same triangles read as a plain
+// mesh with the surfaces' normals: the mesh finds its creases where the
+// normals break, which are the sharp B-rep edges, so both draw the same
+// lines, hidden the same way.
+TEST(CadImport, DrawsAsItsMeshWithSurfaceNormals) {
+    const std::pair<TopoDS_Shape, const char*> parts[] = {
+        {BoxWithHoles(), "holes_mesh.step"},
+        {RoundVerticalEdges(BRepPrimAPI_MakeBox(80.0, 50.0, 30.0).Shape(), 6.0), "rounded_mesh.step"},
+        {SteppedShaft(), "shaft_mesh.step"}};
+    for (const auto& [shape, name] : parts) {
+        SCOPED_TRACE(name);
+        contour::ImportedModel cad, mesh;
+        std::string error;
+        ASSERT_TRUE(contour::ImportModel(WriteStep(shape, name), cad, error)) << error;
+        for (const qe::qePointer<qe::qeTriMesh>& part : cad.meshes) {
+            const qe::qeVertexBuffer& vertices = *part->VBuffer;
+            std::vector<float> positions, normals;
+            for (int v = 0; v < vertices.GetVertexQuantity(); ++v)
+                for (int axis = 0; axis < 3; ++axis) {
+                    positions.push_back(vertices.Position3(v)[axis]);
+                    normals.push_back(vertices.Normal3(v)[axis]);
+                }
+            contour::MeshArrays arrays;
+            arrays.positions = positions.data();
+            arrays.vertexCount = static_cast<size_t>(vertices.GetVertexQuantity());
+            arrays.corners = part->IBuffer->GetData();
+            arrays.triangleCount = static_cast<size_t>(part->IBuffer->GetIndexQuantity() / 3);
+            arrays.normals = normals.data();
+            ASSERT_TRUE(contour::AddMeshArrays(arrays, "mesh", mesh, error)) << error;
+        }
+        contour::DrawingOptions options;
+        options.hiddenLines = true;
+        contour::DrawingStats fromCad, fromMesh;
+        ASSERT_TRUE(contour::DrawToSVG(cad.meshList(), {}, options, Scratch("cad.svg").string(), fromCad, error))
+            << error;
+        ASSERT_TRUE(contour::DrawToSVG(mesh.meshList(), {}, options, Scratch("mesh.svg").string(), fromMesh, error))
+            << error;
+        EXPECT_GT(fromCad.crease.inkMM, 0.0);
+        for (const auto& [a, b] : {std::pair{fromCad.crease.inkMM, fromMesh.crease.inkMM},
+                                   std::pair{fromCad.silhouette.inkMM, fromMesh.silhouette.inkMM},
+                                   std::pair{fromCad.hidden.inkMM, fromMesh.hidden.inkMM}})
+            EXPECT_NEAR(a, b, 1e-9 * std::max(1.0, a));
+        EXPECT_EQ(fromCad.crease.beforeHiding(), fromMesh.crease.beforeHiding());
+    }
 }
 
 TEST(CadImport, SteppedShaftAndBrep) {
