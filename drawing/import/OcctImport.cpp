@@ -91,7 +91,19 @@ std::string lower(std::string text) {
     return text;
 }
 
-void noteRoots(int roots, int transferred, tCadScene& scene) {
+// Transfers every root with transfer(r) and returns the shape of those that
+// gave one. A root counts as read when it gave a shape with a face: a root
+// whose geometry is broken may transfer "successfully" into nothing.
+template <class Transfer>
+TopoDS_Shape transferRoots(XSControl_Reader& reader, Transfer&& transfer, tCadScene& scene) {
+    const int roots = reader.NbRootsForTransfer();
+    int transferred = 0;
+    for (int r = 1; r <= roots; ++r) {
+        const int before = reader.NbShapes();
+        if (!transfer(r) || reader.NbShapes() <= before) continue;
+        const TopoDS_Shape last = reader.Shape(reader.NbShapes());
+        if (!last.IsNull() && TopExp_Explorer(last, TopAbs_FACE).More()) ++transferred;
+    }
     if (roots == 0) throw std::runtime_error("the file holds no shape");
     if (transferred == 0)
         throw std::runtime_error("none of its " + plural(static_cast<size_t>(roots), "root", "roots") +
@@ -100,14 +112,7 @@ void noteRoots(int roots, int transferred, tCadScene& scene) {
         scene.warnings.push_back("read " + std::to_string(transferred) + " of " +
                                  plural(static_cast<size_t>(roots), "root", "roots") + "; " +
                                  std::to_string(roots - transferred) + " failed");
-}
-
-// A root counts as read when it gave a shape with a face: a root whose
-// geometry is broken may transfer "successfully" into nothing.
-bool transferredShape(const XSControl_Reader& reader, int shapesBefore, bool transferred) {
-    if (!transferred || reader.NbShapes() <= shapesBefore) return false;
-    const TopoDS_Shape last = reader.Shape(reader.NbShapes());
-    return !last.IsNull() && TopExp_Explorer(last, TopAbs_FACE).More();
+    return reader.OneShape();
 }
 
 // STEP and IGES readers bring lengths into millimetres (their default
@@ -119,14 +124,7 @@ TopoDS_Shape readShape(const std::string& path, const std::string& format, tCadS
         TColStd_SequenceOfAsciiString lengths, angles, solidAngles;
         reader.FileUnits(lengths, angles, solidAngles);
         if (lengths.Length() > 0) scene.fileUnit = lower(lengths.First().ToCString());
-        const int roots = reader.NbRootsForTransfer();
-        int transferred = 0;
-        for (int r = 1; r <= roots; ++r) {
-            const int before = reader.NbShapes();
-            if (transferredShape(reader, before, reader.TransferRoot(r))) ++transferred;
-        }
-        noteRoots(roots, transferred, scene);
-        return reader.OneShape();
+        return transferRoots(reader, [&](int r) { return reader.TransferRoot(r); }, scene);
     }
     if (format == "IGES") {
         IGESControl_Reader reader;
@@ -136,14 +134,7 @@ TopoDS_Shape readShape(const std::string& path, const std::string& format, tCadS
             const Handle(TCollection_HAsciiString) unit = model->GlobalSection().UnitName();
             if (!unit.IsNull()) scene.fileUnit = lower(unit->ToCString());
         }
-        const int roots = reader.NbRootsForTransfer();
-        int transferred = 0;
-        for (int r = 1; r <= roots; ++r) {
-            const int before = reader.NbShapes();
-            if (transferredShape(reader, before, reader.TransferOneRoot(r))) ++transferred;
-        }
-        noteRoots(roots, transferred, scene);
-        return reader.OneShape();
+        return transferRoots(reader, [&](int r) { return reader.TransferOneRoot(r); }, scene);
     }
     TopoDS_Shape shape;
     BRep_Builder builder;

@@ -201,11 +201,12 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
     if (cancelled()) return false;
     clock.start(nullptr);
     lines.space.emplace(space);
-    return PlaceViewLines(lines, place, camera, stats, error);
+    if (!PlaceViewLines(lines, place, stats, error)) return false;
+    CountViewLines(lines, camera, stats);
+    return true;
 }
 
-bool PlaceViewLines(ViewLines& lines, const PlaceView& place, const CameraMatrices& camera, DrawingStats& stats,
-                    std::string& error) {
+bool PlaceViewLines(ViewLines& lines, const PlaceView& place, DrawingStats& stats, std::string& error) {
     if (!lines.space) {
         error = "the view has no lines to place";
         return false;
@@ -226,20 +227,22 @@ bool PlaceViewLines(ViewLines& lines, const PlaceView& place, const CameraMatric
         stats.offset[row] = parameters.getPageOffset()[row];
     }
     stats.worldUnitsPerMM = parameters.getWorldUnitsPerMM();
+    return true;
+}
+
+void CountViewLines(const ViewLines& lines, const CameraMatrices& camera, DrawingStats& stats) {
     const std::pair<const qe::qePointer<ctr::LineSegmentSet>&, LineKindStats&> kinds[] = {
         {lines.creases, stats.crease}, {lines.silhouettes, stats.silhouette}, {lines.intersections, stats.intersection}};
     for (const auto& [set, kind] : kinds) {
         kind.visiblePieces = countSegments(set);
         kind.inkMM = InkLength(set, camera.worldToClip, stats.fit);
     }
-    const size_t hiddenMerged = stats.hidden.mergedOnPage;
-    stats.hidden = HiddenStats();
-    stats.hidden.mergedOnPage = hiddenMerged;
+    stats.hidden.pieces = 0;
+    stats.hidden.inkMM = 0.0;
     for (const qe::qePointer<ctr::LineSegmentSet>& set : lines.hidden) {
         stats.hidden.pieces += countSegments(set);
         stats.hidden.inkMM += InkLength(set, camera.worldToClip, stats.fit);
     }
-    return true;
 }
 
 void StyleSheet(ctr::SheetWriter& sheet, const DrawingOptions& options) {
@@ -289,8 +292,7 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         return false;
     // Each line of the page drawn once, whichever way the page is written.
     MergeOnPage(lines, options.keepCommon, stats);
-    // The counts and ink of what is drawn.
-    if (!PlaceViewLines(lines, FitToPage(options), camera, stats, error)) return false;
+    CountViewLines(lines, camera, stats);
     const ctr::ExportParameters& parameters = *lines.parameters;
 
     PhaseClock clock(stats, monitor);

@@ -10,7 +10,7 @@
 
 #include "ctr/drawing/ModelUnits.h"
 #include "ctr/drawing/OutputFile.h"
-#include "ctr/drawing/ThreadPool.h"
+#include "RequestSteps.h"
 
 namespace contour {
 
@@ -31,9 +31,7 @@ JobOutcome drawModels(const DrawingRequest& asked, const std::vector<HostInput>&
         for (const HostInput& input : *inputs) copies.push_back(input.model);
     std::vector<ImportedModel*> all;
     for (ImportedModel& copy : copies) all.push_back(&copy);
-    DrawingOptions options = request.drawing;
-    options.unit = run.unit = SettleUnits(all, request.units);
-    options.unitAssumed = !request.units && (all.empty() || !all[0]->statedUnit);
+    const DrawingOptions options = SettleDrawingOptions(request, all, run);
 
     std::vector<const qe::qeTriMesh*> meshes, hiding;
     size_t next = 0;
@@ -57,13 +55,9 @@ JobOutcome drawModels(const DrawingRequest& asked, const std::vector<HostInput>&
     AtomicOutput output;
     if (!output.create(std::string(folder && *folder ? folder : "/tmp") + "/contour-drawing.svg", error))
         return JobOutcome::kFailed;
-    ThreadPool pool(request.threads ? request.threads : ThreadPool::DefaultThreadCount());
-    run.threads = pool.threadCount();
-    ctr::Executor* executor = pool.threadCount() > 1 ? &pool : nullptr;
-    const bool drawn = request.sheet ? DrawSheet(meshes, hiding, options, request.sheetOptions, output.writePath(),
-                                                 drawing.stats, error, executor, monitor)
-                                     : DrawToSVG(meshes, hiding, options, output.writePath(), drawing.stats, error,
-                                                 executor, monitor, &drawing.lines);
+    const bool drawn =
+        DrawRequested(request, options, meshes, hiding, output.writePath(), run, drawing.stats, error, monitor,
+                      &drawing.lines);
     if (drawing.stats.cancelled) return JobOutcome::kCancelled;
     if (!drawn) return JobOutcome::kFailed;
     std::ifstream file(output.writePath(), std::ios::binary);

@@ -10,6 +10,7 @@
 #include "ctr/drawing/ModelUnits.h"
 #include "ctr/drawing/OutputFile.h"
 #include "ctr/drawing/ThreadPool.h"
+#include "RequestSteps.h"
 
 namespace contour {
 
@@ -62,9 +63,7 @@ JobOutcome runJob(const DrawingRequest& asked, RunStats& run, DrawingStats& stat
     std::vector<ImportedModel*> all;
     for (std::vector<ImportedModel>* loaded : {&models, &occluderModels})
         for (ImportedModel& model : *loaded) all.push_back(&model);
-    DrawingOptions drawing = request.drawing;
-    drawing.unit = run.unit = SettleUnits(all, request.units);
-    drawing.unitAssumed = !request.units && (all.empty() || !all[0]->statedUnit);
+    const DrawingOptions drawing = SettleDrawingOptions(request, all, run);
 
     std::vector<const qe::qeTriMesh*> meshes, occluders;
     appendMeshes(models, request.models, "model", meshes, run.triangles, run);
@@ -74,14 +73,8 @@ JobOutcome runJob(const DrawingRequest& asked, RunStats& run, DrawingStats& stat
     MeasurePart(meshes, run);
 
     AtomicOutput output;
-    ThreadPool pool(request.threads ? request.threads : ThreadPool::DefaultThreadCount());
-    run.threads = pool.threadCount();
-    ctr::Executor* executor = pool.threadCount() > 1 ? &pool : nullptr;
     const bool drawn = output.create(request.output, error) &&
-                       (request.sheet ? DrawSheet(meshes, occluders, drawing, request.sheetOptions,
-                                                  output.writePath(), stats, error, executor, monitor)
-                                      : DrawToSVG(meshes, occluders, drawing, output.writePath(), stats, error,
-                                                  executor, monitor));
+                       DrawRequested(request, drawing, meshes, occluders, output.writePath(), run, stats, error, monitor);
     if (stats.cancelled) return JobOutcome::kCancelled;
     if (!drawn) {
         error = output.nameTheTarget(error);
@@ -118,6 +111,26 @@ InputStats DescribeInput(const std::string& path, const char* role, const Import
     input.tangentEdges = model.cad->tangentEdgeCount;
     input.readerWarnings = model.cad->warnings;
     return input;
+}
+
+DrawingOptions SettleDrawingOptions(const DrawingRequest& request, const std::vector<ImportedModel*>& models,
+                                    RunStats& run) {
+    DrawingOptions options = request.drawing;
+    options.unit = run.unit = SettleUnits(models, request.units);
+    options.unitAssumed = !request.units && (models.empty() || !models[0]->statedUnit);
+    return options;
+}
+
+bool DrawRequested(const DrawingRequest& request, const DrawingOptions& options,
+                   const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
+                   const std::string& path, RunStats& run, DrawingStats& stats, std::string& error,
+                   DrawingMonitor* monitor, ViewLines* kept) {
+    ThreadPool pool(request.threads ? request.threads : ThreadPool::DefaultThreadCount());
+    run.threads = pool.threadCount();
+    ctr::Executor* executor = pool.threadCount() > 1 ? &pool : nullptr;
+    return request.sheet
+               ? DrawSheet(meshes, occluders, options, request.sheetOptions, path, stats, error, executor, monitor)
+               : DrawToSVG(meshes, occluders, options, path, stats, error, executor, monitor, kept);
 }
 
 void ApplyFormatConventions(DrawingRequest& request, const std::string& firstModel) {

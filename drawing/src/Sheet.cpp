@@ -293,8 +293,8 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
             lines = std::move(reused->lines);
             viewStats = reused->stats;
             viewStats.phases.clear();  // counted when the side was measured
-            if (!hidden) lines.hidden.clear(), viewStats.hidden = HiddenStats();
-            if (!PlaceViewLines(lines, place, view.camera, viewStats, error)) return false;
+            if (!hidden) lines.hidden.clear();
+            if (!PlaceViewLines(lines, place, viewStats, error)) return false;
         } else {
             DrawingOptions viewOptions = laid;
             viewOptions.hiddenLines = hidden;
@@ -305,8 +305,7 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
             }
         }
         MergeOnPage(lines, options.keepCommon, viewStats);
-        // The counts and ink of what is drawn.
-        if (!PlaceViewLines(lines, place, view.camera, viewStats, error)) return false;
+        CountViewLines(lines, view.camera, viewStats);
         if (i == 0) {
             stats.camera = viewStats.camera;
             std::copy(&viewStats.fit[0][0], &viewStats.fit[0][0] + 4, &stats.fit[0][0]);

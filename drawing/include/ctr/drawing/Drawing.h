@@ -150,12 +150,13 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
                  DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor);
 
 // Places computed lines (again) on the page: the parameters from place, and
-// the fit, the pieces and ink lengths of every kind and the hidden pieces in
-// stats, so that a view computed once can be laid out after its neighbours
-// are known, and counted again once merged on the page. False with a
-// one-line reason when the view has no extent to scale.
-bool PlaceViewLines(ViewLines& lines, const PlaceView& place, const CameraMatrices& camera, DrawingStats& stats,
-                    std::string& error);
+// the fit in stats, so that a view computed once can be laid out after its
+// neighbours are known. False with a one-line reason when the view has no
+// extent to scale.
+bool PlaceViewLines(ViewLines& lines, const PlaceView& place, DrawingStats& stats, std::string& error);
+// The pieces and page ink of every kind, and of the hidden lines, in stats:
+// what placed lines draw, counted again once they are merged on the page.
+void CountViewLines(const ViewLines& lines, const CameraMatrices& camera, DrawingStats& stats);
 
 // Title, description and layer styles of a layered sheet from the options.
 void StyleSheet(ctr::SheetWriter& sheet, const DrawingOptions& options);
