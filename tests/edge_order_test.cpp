@@ -97,7 +97,7 @@ TEST(EdgeOrder, CreaseRecordsMatchAComparatorSortOnAwkwardPositions) {
     std::mt19937 random(3);
     // Vertex and triangle counts: small and large enough for each ranking
     // path, and a buffer with more vertices than edges.
-    const std::vector<std::pair<int, int>> sizes = {{12, 10}, {60, 200}, {2000, 900}, {6000, 300}};
+    const std::vector<std::pair<int, int>> sizes = {{12, 10}, {60, 200}, {2000, 900}, {6000, 300}, {150000, 60000}};
     for (const auto& size : sizes) {
         for (int trial = 0; trial < 3; ++trial) {
             std::vector<V3> positions;
@@ -105,6 +105,10 @@ TEST(EdgeOrder, CreaseRecordsMatchAComparatorSortOnAwkwardPositions) {
             for (int v = 0; v < size.first; ++v) {
                 if (v > 0 && random() % 3 == 0) {
                     positions.push_back(positions[random() % positions.size()]);  // a split copy
+                } else if (size.first > 10000) {
+                    // Enough distinct positions for the two-step placement.
+                    positions.emplace_back(static_cast<float>(random() % 1000), pool[random() % pool.size()],
+                                           static_cast<float>(random() % 1000));
                 } else {
                     positions.emplace_back(pool[random() % pool.size()], pool[random() % pool.size()],
                                            pool[random() % pool.size()]);
@@ -123,6 +127,39 @@ TEST(EdgeOrder, CreaseRecordsMatchAComparatorSortOnAwkwardPositions) {
             for (size_t i = 0; i < records.size(); ++i) {
                 ASSERT_EQ(records[i].vertexA, expected[i].vertexA) << i;
                 ASSERT_EQ(records[i].vertexBAndFlag, expected[i].vertexBAndFlag) << i;
+            }
+        }
+    }
+}
+
+TEST(EdgeOrder, PlacingInGroupsPutsEveryItemInItsRanksGroup) {
+    // Rank counts on both sides of the two-step threshold, with ranks that
+    // leave whole coarse buckets empty.
+    std::mt19937 random(5);
+    for (const uint32_t rankCount : {1u, 300u, ctr::edges::kDirectGroupRanks, ctr::edges::kDirectGroupRanks + 1,
+                                     700000u}) {
+        for (const uint32_t stride : {1u, 4099u}) {
+            std::vector<uint32_t> ranks(3 * rankCount / 2 + 7);
+            for (uint32_t& r : ranks) r = static_cast<uint32_t>(random() % rankCount / stride * stride);
+            // Items are their own index; forEach hands them out in index order.
+            std::vector<uint32_t> placed(ranks.size()), groupEnd, bucket, bucketRanks;
+            ctr::edges::PlaceInGroups(
+                ranks.size(), rankCount,
+                [&](auto&& take) {
+                    for (uint32_t i = 0; i < ranks.size(); ++i) take(i, ranks[i]);
+                },
+                [&](uint32_t item) { return ranks[item]; }, placed.data(), groupEnd, bucket, bucketRanks);
+            ASSERT_EQ(groupEnd.size(), rankCount);
+            ASSERT_EQ(groupEnd.back(), ranks.size());
+            std::vector<bool> seen(ranks.size(), false);
+            for (uint32_t g = 0; g < rankCount; ++g) {
+                const uint32_t begin = g == 0 ? 0u : groupEnd[g - 1];
+                ASSERT_LE(begin, groupEnd[g]) << g;
+                for (uint32_t k = begin; k < groupEnd[g]; ++k) {
+                    ASSERT_EQ(ranks[placed[k]], g) << "rank count " << rankCount << ", slot " << k;
+                    ASSERT_FALSE(seen[placed[k]]);
+                    seen[placed[k]] = true;
+                }
             }
         }
     }

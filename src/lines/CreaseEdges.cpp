@@ -16,8 +16,6 @@ namespace ctr {
 
 namespace {
 
-// Edges are collected in blocks of this many triangles between cancel polls.
-constexpr int kCancelBlock = 1000;
 // Relative tolerance of the perpendicularity flag: 2^-10 of the edge length.
 constexpr float kPerpendicularTolerance = 0.0009765625f;
 
@@ -180,30 +178,31 @@ bool ComputeCreaseEdgeInfo(std::vector<CreaseEdgeInfo>& out, const qe::qeVertexB
     std::vector<uint32_t> rank;
     const uint32_t rankCount = RankPositions(buffer, indices, edgeCount, rank);
 
-    // Collection counts the edges of each group; the edges are placed in a
-    // second pass over the triangles, so that no list of all edges in
-    // triangle order is kept.
-    std::vector<uint32_t> groupEnd(static_cast<size_t>(rankCount) + 1, 0u);
-    for (int blockStart = 0; blockStart < triangleCount; blockStart += kCancelBlock) {
-        const int blockEnd = std::min(triangleCount, blockStart + kCancelBlock);
-        for (size_t i = 3 * static_cast<size_t>(blockStart); i < 3 * static_cast<size_t>(blockEnd); i += 3)
-            for (int k = 0; k < 3; ++k)
-                ++groupEnd[rank[Canonical(rank, indices[i + k], indices[i + (k + 1) % 3]).a] + 1];
-        if (cancel.isCancelled()) {
-            out.clear();
-            return false;
-        }
-    }
-    edges::CountsToStarts(groupEnd);
+    // Edges are placed by the rank of their first end in two passes over
+    // the triangles, so that no list of all edges in triangle order is kept.
+    // Cancellation is polled once per pass: ranking and placing cost about
+    // as much as reading the triangles.
+    const auto forEachEdge = [&](auto&& take) {
+        for (size_t i = 0; i < edgeCount; i += 3)
+            for (int k = 0; k < 3; ++k) {
+                const EdgeEnds edge = Canonical(rank, indices[i + k], indices[i + (k + 1) % 3]);
+                take(edge, rank[edge.a]);
+            }
+    };
+    if (cancel.isCancelled()) return false;
     // Every slot is written below: the list needs no initial values.
     const std::unique_ptr<EdgeEnds[]> grouped(new EdgeEnds[edgeCount]);
-    for (size_t i = 0; i < edgeCount; i += 3) {
-        for (int k = 0; k < 3; ++k) {
-            const EdgeEnds edge = Canonical(rank, indices[i + k], indices[i + (k + 1) % 3]);
-            grouped[groupEnd[rank[edge.a]]++] = edge;
-        }
+    std::vector<uint32_t> groupEnd;
+    std::vector<EdgeEnds> bucket;
+    std::vector<uint32_t> bucketRanks;
+    edges::PlaceInGroups(
+        edgeCount, rankCount, forEachEdge, [&](const EdgeEnds& edge) { return rank[edge.a]; }, grouped.get(),
+        groupEnd, bucket, bucketRanks);
+    std::vector<EdgeEnds>().swap(bucket);
+    if (cancel.isCancelled()) {
+        out.clear();
+        return false;
     }
-    groupEnd.pop_back();
 
     out.reserve(edgeCount / 8);
     const float cosLimit = std::cos(Wm4::Math<float>::WM4_DEG_TO_RAD * angleDegrees);

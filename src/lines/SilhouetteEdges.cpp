@@ -69,7 +69,9 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
     edges::RankScratch scratch;
     scratch.spare.reserve(largestRange);
     std::vector<uint32_t> groupEnd;
-    groupEnd.reserve(largestRange + 1);
+    groupEnd.reserve(largestRange);
+    std::vector<uint64_t> bucket;
+    std::vector<uint32_t> bucketRanks;
 
     const auto isForward = [&](uint32_t e) { return (edgeDirections[e / 32] >> (e % 32)) & 1u; };
 
@@ -107,26 +109,25 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
         // output, does not depend on the sort algorithm: a counting sort by
         // the rank of the first end, then each group by (rank of the second
         // end, number), both in one 64-bit key.
-        groupEnd.assign(static_cast<size_t>(rankCount) + 1, 0u);
         std::fill(edgeDirections.begin(), edgeDirections.begin() + (edgeCount + 31) / 32, 0u);
-        for (uint32_t e = 0; e < edgeCount; ++e) {
-            if (forward(e)) {
-                edgeDirections[e / 32] |= 1u << (e % 32);
-                ++groupEnd[rankOf(from(e)) + 1];
-            } else {
-                ++groupEnd[rankOf(to(e)) + 1];
+        for (uint32_t e = 0; e < edgeCount; ++e)
+            if (forward(e)) edgeDirections[e / 32] |= 1u << (e % 32);
+        const auto forEachEdge = [&](auto&& take) {
+            for (uint32_t e = 0; e < edgeCount; ++e) {
+                const uint32_t rankFrom = rankOf(from(e));
+                const uint32_t rankTo = rankOf(to(e));
+                const bool ahead = isForward(e);
+                const uint32_t rankA = ahead ? rankFrom : rankTo;
+                const uint32_t rankB = ahead ? rankTo : rankFrom;
+                take(static_cast<uint64_t>(rankB) << 32 | e, rankA);
             }
-        }
-        edges::CountsToStarts(groupEnd);
-        for (uint32_t e = 0; e < edgeCount; ++e) {
-            const uint32_t rankFrom = rankOf(from(e));
-            const uint32_t rankTo = rankOf(to(e));
-            const bool ahead = isForward(e);
-            const uint32_t rankA = ahead ? rankFrom : rankTo;
-            const uint32_t rankB = ahead ? rankTo : rankFrom;
-            grouped[groupEnd[rankA]++] = static_cast<uint64_t>(rankB) << 32 | e;
-        }
-        groupEnd.pop_back();
+        };
+        const auto firstRank = [&](uint64_t item) {
+            const uint32_t e = static_cast<uint32_t>(item);
+            return isForward(e) ? rankOf(from(e)) : rankOf(to(e));
+        };
+        edges::PlaceInGroups(edgeCount, rankCount, forEachEdge, firstRank, grouped.get(), groupEnd, bucket,
+                             bucketRanks);
 
         // Runs never cross a group, so ranges of groups could be sorted and
         // walked apart and their candidates joined in group order. (Tried
