@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <unordered_map>
 #include <memory>
 #include <string>
 #include <sys/resource.h>
@@ -54,24 +55,27 @@ contour::ImportedModel makeIcosphere(int frequency) {
     const int faces[20][3] = {{0, 11, 5},  {0, 5, 1},  {0, 1, 7},  {0, 7, 10}, {0, 10, 11}, {1, 5, 9}, {5, 11, 4},
                               {11, 10, 2}, {10, 7, 6}, {7, 1, 8},  {3, 9, 4},  {3, 4, 2},   {3, 2, 6}, {3, 6, 8},
                               {3, 8, 9},   {4, 9, 5},  {2, 4, 11}, {6, 2, 10}, {8, 6, 7},   {9, 8, 1}};
-    std::map<std::vector<int>, unsigned int> known;
+    // Keyed by the sorted (corner, weight) pairs packed into 64 bits: a
+    // corner is below 16 and a weight at most the frequency.
+    std::unordered_map<uint64_t, unsigned int> known;
     std::vector<Wm4::Vector3<float>> positions;
     const auto vertex = [&](const int(&face)[3], int a, int b) {
         const int weights[3] = {frequency - a - b, a, b};
-        std::vector<int> key;
+        std::pair<int, int> pairs[3];
+        int count = 0;
         for (int k = 0; k < 3; ++k)
-            if (weights[k] > 0) key.insert(key.end(), {face[k], weights[k]});
+            if (weights[k] > 0) pairs[count++] = {face[k], weights[k]};
         // Sorted by corner number: the same point from any face.
-        std::vector<std::pair<int, int>> pairs;
-        for (size_t k = 0; k < key.size(); k += 2) pairs.emplace_back(key[k], key[k + 1]);
-        std::sort(pairs.begin(), pairs.end());
-        key.clear();
-        for (const auto& [corner, weight] : pairs) key.insert(key.end(), {corner, weight});
+        for (int i = 1; i < count; ++i)
+            for (int j = i; j > 0 && pairs[j] < pairs[j - 1]; --j) std::swap(pairs[j], pairs[j - 1]);
+        uint64_t key = static_cast<uint64_t>(count);
+        for (int k = 0; k < count; ++k)
+            key = key << 20 | static_cast<uint64_t>(pairs[k].first) << 16 | static_cast<uint64_t>(pairs[k].second);
         const auto found = known.find(key);
         if (found != known.end()) return found->second;
         double p[3] = {0.0, 0.0, 0.0};
-        for (const auto& [corner, weight] : pairs)
-            for (int axis = 0; axis < 3; ++axis) p[axis] += corners[corner][axis] * weight;
+        for (int k = 0; k < count; ++k)
+            for (int axis = 0; axis < 3; ++axis) p[axis] += corners[pairs[k].first][axis] * pairs[k].second;
         const double length = std::sqrt(p[0] * p[0] + p[1] * p[1] + p[2] * p[2]);
         positions.emplace_back(static_cast<float>(p[0] / length), static_cast<float>(p[1] / length),
                                static_cast<float>(p[2] / length));
@@ -135,6 +139,7 @@ int main(int argc, char** argv) {
             runs = std::max(1, std::atoi(argv[++i]));
         } else if (option == "--icosphere" && hasValue) {
             icosphere = std::atoi(argv[++i]);
+            if (icosphere > 4096) return usage();
         } else if (option == "--torus" && hasValue) {
             torus = std::atoi(argv[++i]);
         } else if (!option.empty() && option[0] != '-' && model.empty()) {

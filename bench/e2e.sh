@@ -6,21 +6,27 @@
 # from file to SVG with its wall time and peak memory. Prints a Markdown table
 # headed by the date and the machine.
 #
-#   bench/e2e.sh [--runs K] [--threads N] [--build DIR] [--models DIR] [MODEL...]
+#   bench/e2e.sh [--runs K] [--threads N] [--build DIR [--no-build]] [--models DIR] [MODEL...]
 #
-# MODEL is a path under the models folder, or icosphere (1,003,520 triangles)
-# or torus (11,664 triangles), both made in the program.
+# --no-build times the programs already in DIR (bench/drawing_phases and
+# tools/contour/contour), e.g. those of an earlier tree kept for comparison.
+#
+# MODEL is a path under the models folder, or icosphere (1,003,520 triangles),
+# icosphere4m (4,014,080: four times as many, for how the phases grow) or
+# torus (11,664 triangles), all made in the program.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 runs=3
 threads="$(nproc)"
 build="$root/build-bench"
 models_dir="$root/../shared/models"
+build_first=1
 while [ $# -gt 0 ]; do
   case "$1" in
     --runs) runs="$2"; shift 2 ;;
     --threads) threads="$2"; shift 2 ;;
     --build) build="$2"; shift 2 ;;
+    --no-build) build_first=0; shift ;;
     --models) models_dir="$2"; shift 2 ;;
     *) break ;;
   esac
@@ -28,9 +34,11 @@ done
 models=("$@")
 if [ ${#models[@]} -eq 0 ]; then
   models=(cad-brep/box_holes.obj cad/fandisk.obj torus organic/stanford-bunny.obj organic/armadillo_86k.ply
-          organic/igea.ply icosphere organic/igea_1m_subdivided.ply)
+          organic/igea.ply icosphere organic/igea_1m_subdivided.ply icosphere4m)
 fi
-"$root/scripts/build.sh" "$build" -DCTR_BUILD_BENCH=ON -DCTR_BUILD_TESTS=OFF >/dev/null
+if [ "$build_first" = 1 ]; then
+  "$root/scripts/build.sh" "$build" -DCTR_BUILD_BENCH=ON -DCTR_BUILD_TESTS=OFF >/dev/null
+fi
 phases="$build/bench/drawing_phases"
 contour="$build/tools/contour/contour"
 scratch="$(mktemp -d)"
@@ -44,6 +52,7 @@ for model in "${models[@]}"; do
   for view in iso front; do
     case "$model" in
       icosphere) source=(--icosphere 224); file="" ;;
+      icosphere4m) source=(--icosphere 448); file="" ;;
       torus) source=(--torus 54); file="" ;;
       *) source=("$models_dir/$model"); file="$models_dir/$model" ;;
     esac
