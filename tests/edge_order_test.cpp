@@ -3,6 +3,7 @@
 // ranks against a plain sort, and crease extraction against a direct
 // implementation that sorts edges with the position comparator, on meshes
 // full of repeated, signed-zero and NaN positions.
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -127,6 +128,35 @@ TEST(EdgeOrder, CreaseRecordsMatchAComparatorSortOnAwkwardPositions) {
             for (size_t i = 0; i < records.size(); ++i) {
                 ASSERT_EQ(records[i].vertexA, expected[i].vertexA) << i;
                 ASSERT_EQ(records[i].vertexBAndFlag, expected[i].vertexBAndFlag) << i;
+            }
+        }
+    }
+}
+
+TEST(EdgeOrder, RanksAreDenseInKeyOrder) {
+    // Word domains from one value to all: long runs tied on the first word
+    // or two go down to the later words' radix passes.
+    std::mt19937 random(11);
+    for (const size_t count : {size_t(7), size_t(600), size_t(40000)}) {
+        for (const uint32_t domain0 : {1u, 3u, 0xffffffffu}) {
+            for (const uint32_t domain1 : {2u, 0xffffffffu}) {
+                std::vector<ctr::edges::RankRecord> records(count);
+                for (uint32_t i = 0; i < count; ++i)
+                    records[i] = {{static_cast<uint32_t>(random()) % domain0, static_cast<uint32_t>(random()) % domain1,
+                                   static_cast<uint32_t>(random()) % 5000u},
+                                  i};
+                const std::vector<ctr::edges::RankRecord> original = records;
+                std::vector<std::array<uint32_t, 3>> keys;
+                for (const auto& r : original) keys.push_back({r.key[0], r.key[1], r.key[2]});
+                std::sort(keys.begin(), keys.end());
+                keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+                std::vector<uint32_t> rank(count);
+                ctr::edges::RankScratch scratch;
+                ASSERT_EQ(ctr::edges::RankByKeys(records, rank, scratch), keys.size());
+                for (const auto& r : original) {
+                    const std::array<uint32_t, 3> key{r.key[0], r.key[1], r.key[2]};
+                    ASSERT_EQ(rank[r.item], std::lower_bound(keys.begin(), keys.end(), key) - keys.begin());
+                }
             }
         }
     }
