@@ -142,13 +142,38 @@ TEST(TriangleIntersection, EachPairOnce) {
 // axis by 128-bit division, then the comparison along the axis of larger
 // spread. The library's test takes shortcuts (estimates that reject without
 // floors, floors only where they decide), which must not change a result.
+// floor(p + (q - p) n / d) by 128-bit division.
+int32_t ReferenceFloorAlong(int32_t p, int32_t q, int64_t n, int64_t d) {
+    const Int128 product = Int128(int64_t{q} - p) * n;
+    Int128 quotient = product / d;
+    if (product % d != 0 && product < 0) --quotient;
+    return static_cast<int32_t>(p + quotient);
+}
+
+// The comparison of four floored crossings (0, 1 of the first triangle, 2, 3
+// of the other) along the axis of larger spread: true, with the slots of the
+// common segment's ends, when there is one.
+bool ReferenceCompare(const Record (&slot)[4], int& from, int& to) {
+    int64_t spread[2];
+    for (int axis = 0; axis < 2; ++axis) {
+        std::array<int32_t, 4> c;
+        for (int s = 0; s < 4; ++s) c[s] = axis == 0 ? slot[s].point.x : slot[s].point.y;
+        spread[axis] = int64_t{*std::max_element(c.begin(), c.end())} - *std::min_element(c.begin(), c.end());
+    }
+    if (spread[0] == 0 && spread[1] == 0) return false;
+    const auto c = [&](int s) { return spread[0] > spread[1] ? slot[s].point.x : slot[s].point.y; };
+    const int lowA = c(1) < c(0) ? 1 : 0, lowB = c(3) < c(2) ? 3 : 2;
+    from = c(lowB) >= c(lowA) ? lowB : lowA;
+    to = c(5 - lowB) < c(1 - lowA) ? 5 - lowB : 1 - lowA;
+    if (!(c(from) < c(to))) {
+        std::swap(from, to);
+        if ((from < 2) != (to < 2)) return false;
+    }
+    return true;
+}
+
 bool ReferencePair(const Internal::tTriangleData& a, const Internal::tTriangleData& b, Record& start, Record& end) {
-    const auto floorAlong = [](int32_t p, int32_t q, int64_t n, int64_t d) {
-        const Int128 product = Int128(int64_t{q} - p) * n;
-        Int128 quotient = product / d;
-        if (product % d != 0 && product < 0) --quotient;
-        return static_cast<int32_t>(p + quotient);
-    };
+    const auto floorAlong = ReferenceFloorAlong;
     const auto crossings = [&](const Internal::tTriangleData& t, const Internal::tTriangleData& plane, Record* out) {
         int64_t distance[3];
         bool below = false, above = false;
@@ -175,21 +200,8 @@ bool ReferencePair(const Internal::tTriangleData& a, const Internal::tTriangleDa
     };
     Record slot[4];
     if (!crossings(a, b, slot) || !crossings(b, a, slot + 2)) return false;
-    int64_t spread[2];
-    for (int axis = 0; axis < 2; ++axis) {
-        std::array<int32_t, 4> c;
-        for (int s = 0; s < 4; ++s) c[s] = axis == 0 ? slot[s].point.x : slot[s].point.y;
-        spread[axis] = int64_t{*std::max_element(c.begin(), c.end())} - *std::min_element(c.begin(), c.end());
-    }
-    if (spread[0] == 0 && spread[1] == 0) return false;
-    const auto c = [&](int s) { return spread[0] > spread[1] ? slot[s].point.x : slot[s].point.y; };
-    const int lowA = c(1) < c(0) ? 1 : 0, lowB = c(3) < c(2) ? 3 : 2;
-    int from = c(lowB) >= c(lowA) ? lowB : lowA;
-    int to = c(5 - lowB) < c(1 - lowA) ? 5 - lowB : 1 - lowA;
-    if (!(c(from) < c(to))) {
-        std::swap(from, to);
-        if ((from < 2) != (to < 2)) return false;
-    }
+    int from, to;
+    if (!ReferenceCompare(slot, from, to)) return false;
     start = slot[from];
     end = slot[to];
     return true;
@@ -262,6 +274,60 @@ TEST(TriangleIntersection, PairTestMatchesPlainFloorsOnEveryGrid) {
         }
     }
     EXPECT_GT(hits, 1000);
+}
+
+// The rejection by estimates at its ties: crossings built to lie within
+// 2^-40 or less of grid points a unit or two apart, on the grid of 20 bits and
+// the widest screen grid. Whenever the estimates reject, the comparison of
+// the floored points must find no common segment.
+TEST(TriangleIntersection, EstimatesRejectOnlyWhatFloorsReject) {
+    std::mt19937_64 random(22);
+    const auto draw = [&](int64_t low, int64_t high) {
+        return std::uniform_int_distribution<int64_t>(low, high)(random);
+    };
+    int rejected = 0, kept = 0;
+    for (const int64_t range : {int64_t{1} << 20, int64_t{1} << 28}) {
+        for (int i = 0; i < 40000; ++i) {
+            BakedVertex ends[4][2];
+            Internal::tCrossing slot[4];
+            Record record[4];
+            const int64_t base = draw(1 << 12, range - (1 << 12)), baseY = draw(1 << 12, range - (1 << 12));
+            for (int s = 0; s < 4; ++s) {
+                // x = a.x + span t lands near the target k, y = a.y + r span t
+                // near the target kY: t = (k - a.x) / span + delta / (span m).
+                const int64_t k = base + draw(-2, 2), kY = baseY + draw(-2, 2);
+                const int64_t span = draw(1, 1000);
+                const int64_t r = draw(-2, 2);
+                const int64_t ax = k - draw(0, span), ay = kY - r * (k - ax);
+                const int64_t m = draw(1, (int64_t{1} << 62) / span);
+                const int64_t d = span * m;
+                int64_t n = std::clamp<int64_t>((k - ax) * m + draw(-3, 3), 1, d);
+                if (draw(0, 9) == 0) n = d;
+                BakedVertex a{int32_t(ax), int32_t(ay), int32_t(draw(0, 1000))};
+                BakedVertex b{int32_t(ax + span), int32_t(ay + r * span), int32_t(draw(0, 1000))};
+                // Half the edges run the other way: the parameter from b.
+                if (random() % 2) {
+                    std::swap(a, b);
+                    n = d - n;
+                    if (n == 0) n = d;
+                }
+                ends[s][0] = a;
+                ends[s][1] = b;
+                slot[s] = Internal::tCrossing{&ends[s][0], &ends[s][1], n, d};
+                record[s].point =
+                    BakedVertex{ReferenceFloorAlong(a.x, b.x, n, d), ReferenceFloorAlong(a.y, b.y, n, d), 0};
+            }
+            int from, to;
+            if (Internal::crossingsApart(slot)) {
+                ++rejected;
+                ASSERT_FALSE(ReferenceCompare(record, from, to)) << i;
+            } else {
+                kept += ReferenceCompare(record, from, to);
+            }
+        }
+    }
+    EXPECT_GT(rejected, 5000);
+    EXPECT_GT(kept, 5000);
 }
 
 // An X pair meeting exactly at x 300 .. 700, y = 450, depth 1450, then the

@@ -23,14 +23,7 @@ bool straddles(const int64_t (&distance)[3]) {
     return below && above;
 }
 
-// Where an edge of a triangle crosses the other triangle's plane, before it
-// is put on the grid: the edge's corners and the parameter from the first.
-struct tCrossing {
-    const BakedVertex* edgeStart;
-    const BakedVertex* edgeEnd;
-    int64_t numerator;
-    int64_t denominator;
-};
+using tCrossing = TrianglesIntersection::tInternal::tCrossing;
 
 // The two points where the boundary of a triangle that straddles a plane
 // crosses it. An edge starting on the plane is skipped: its start is the end
@@ -417,6 +410,60 @@ bool TrianglesIntersection::tInternal::testTriangleIntersection(const tTriangleD
     return testTrianglePair(first, getTriangleData(second), start, end);
 }
 
+bool TrianglesIntersection::tInternal::crossingsApart(const tCrossing (&slot)[4]) {
+    // Both crossing segments lie on the line where the planes meet; the pair
+    // test compares them, on their floored grid points, along the screen axis
+    // on which the four points spread most. With minA, maxA and minB, maxB
+    // the ranges of the two segments on that axis, the comparison finds no
+    // common segment (whatever the ties among the four points) when
+    //   R1: maxA <= minB, or
+    //   R2: maxB < minA, or
+    //   R3: maxB <= minA, minA < maxA and minB < maxB
+    // (in R3 the segments touch in one coordinate and neither is degenerate;
+    // a degenerate one there would count as inside the other's range). The
+    // floor keeps <=, and x <= y - 1 gives floor(x) < floor(y), so these
+    // follow from the exact coordinates: R1 from maxA <= minB, R2 from
+    // minA - maxB >= 1, R3 from maxB <= minA, maxA - minA >= 1 and maxB - minB
+    // >= 1. Estimates prove them without the floors; when they do on the
+    // axis the comparison will use, or on both axes, the pair is rejected
+    // here, exactly as the comparison would reject it.
+    tEstimate estimate[2][4];
+    for (int s = 0; s < 4; ++s) {
+        const BakedVertex& a = *slot[s].edgeStart;
+        const BakedVertex& b = *slot[s].edgeEnd;
+        const bool whole = slot[s].numerator == slot[s].denominator;
+        const double quotient = exact::AlongQuotient(slot[s].numerator, slot[s].denominator);
+        estimate[0][s] = tEstimate{exact::AlongEstimate(a.x, b.x, quotient), whole || a.x == b.x};
+        estimate[1][s] = tEstimate{exact::AlongEstimate(a.y, b.y, quotient), whole || a.y == b.y};
+    }
+    bool apart[2];
+    double spread[2];
+    for (int axis = 0; axis < 2; ++axis) {
+        const tEstimate* a = estimate[axis];
+        const tEstimate* b = a + 2;
+        // Every point of one segment against every point of the other:
+        // an estimate's error does not say which of two close points is
+        // the larger.
+        const auto allApart = [](const tEstimate* low, const tEstimate* high, double atLeast) {
+            return provenApart(low[0], high[0], atLeast) && provenApart(low[0], high[1], atLeast) &&
+                   provenApart(low[1], high[0], atLeast) && provenApart(low[1], high[1], atLeast);
+        };
+        const auto long1 = [](const tEstimate* e) {
+            return provenApart(e[0], e[1], 1.0) || provenApart(e[1], e[0], 1.0);
+        };
+        apart[axis] = allApart(a, b, 0.0) || allApart(b, a, 1.0) || (allApart(b, a, 0.0) && long1(a) && long1(b));
+        const double high = std::max({a[0].value, a[1].value, b[0].value, b[1].value});
+        const double low = std::min({a[0].value, a[1].value, b[0].value, b[1].value});
+        spread[axis] = high - low;
+    }
+    // A floored spread is within one unit of the exact one, so spreads
+    // two apart fix the axis.
+    const double lead = spread[0] - spread[1];
+    if (lead >= 2.0 + kSpreadMargin) return apart[0];
+    if (lead <= -(2.0 + kSpreadMargin)) return apart[1];
+    return apart[0] && apart[1];
+}
+
 bool TrianglesIntersection::tInternal::testTrianglePair(const tTriangleData& first, const tTriangleData& other,
                                                         tPointOnEdge& start, tPointOnEdge& end) {
     // Parallel planes need no test of their own: a triangle lies wholly on
@@ -435,63 +482,8 @@ bool TrianglesIntersection::tInternal::testTrianglePair(const tTriangleData& fir
     findCrossings(first.vertices, distance, slot);
     findCrossings(other.vertices, otherDistance, slot + 2);
 
-    // Both crossing segments lie on the line where the planes meet; below
-    // they are compared, on their floored grid points, along the screen axis
-    // on which the four points spread most. With minA, maxA and minB, maxB
-    // the ranges of the two segments on that axis, the comparison finds no
-    // common segment (whatever the ties among the four points) when
-    //   R1: maxA <= minB, or
-    //   R2: maxB < minA, or
-    //   R3: maxB <= minA, minA < maxA and minB < maxB
-    // (in R3 the segments touch in one coordinate and neither is degenerate;
-    // a degenerate one there would count as inside the other's range). The
-    // floor keeps <=, and x <= y - 1 gives floor(x) < floor(y), so these
-    // follow from the exact coordinates: R1 from maxA <= minB, R2 from
-    // minA - maxB >= 1, R3 from maxB <= minA, maxA - minA >= 1 and maxB - minB
-    // >= 1. Estimates prove them without the floors; when they do on the
-    // axis the comparison will use, or on both axes, the pair is rejected
-    // here, exactly as the comparison would reject it.
-    {
-        tEstimate estimate[2][4];
-        for (int s = 0; s < 4; ++s) {
-            const BakedVertex& a = *slot[s].edgeStart;
-            const BakedVertex& b = *slot[s].edgeEnd;
-            const bool whole = slot[s].numerator == slot[s].denominator;
-            const double quotient = exact::AlongQuotient(slot[s].numerator, slot[s].denominator);
-            estimate[0][s] = tEstimate{exact::AlongEstimate(a.x, b.x, quotient), whole || a.x == b.x};
-            estimate[1][s] = tEstimate{exact::AlongEstimate(a.y, b.y, quotient), whole || a.y == b.y};
-        }
-        bool apart[2];
-        double spread[2];
-        for (int axis = 0; axis < 2; ++axis) {
-            const tEstimate* a = estimate[axis];
-            const tEstimate* b = a + 2;
-            // Every point of one segment against every point of the other:
-            // an estimate's error does not say which of two close points is
-            // the larger.
-            const auto allApart = [](const tEstimate* low, const tEstimate* high, double atLeast) {
-                return provenApart(low[0], high[0], atLeast) && provenApart(low[0], high[1], atLeast) &&
-                       provenApart(low[1], high[0], atLeast) && provenApart(low[1], high[1], atLeast);
-            };
-            const auto long1 = [](const tEstimate* e) {
-                return provenApart(e[0], e[1], 1.0) || provenApart(e[1], e[0], 1.0);
-            };
-            apart[axis] = allApart(a, b, 0.0) || allApart(b, a, 1.0) || (allApart(b, a, 0.0) && long1(a) && long1(b));
-            const double high = std::max({a[0].value, a[1].value, b[0].value, b[1].value});
-            const double low = std::min({a[0].value, a[1].value, b[0].value, b[1].value});
-            spread[axis] = high - low;
-        }
-        // A floored spread is within one unit of the exact one, so spreads
-        // two apart fix the axis.
-        const double lead = spread[0] - spread[1];
-        if (lead >= 2.0 + kSpreadMargin) {
-            if (apart[0]) return false;
-        } else if (lead <= -(2.0 + kSpreadMargin)) {
-            if (apart[1]) return false;
-        } else if (apart[0] && apart[1]) {
-            return false;
-        }
-    }
+    // Estimates reject most pairs that reach this point, without a floor.
+    if (crossingsApart(slot)) return false;
 
     // The crossing points cost floors: only their screen coordinates decide,
     // depth is needed for the two ends of a hit alone.
