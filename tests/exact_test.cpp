@@ -194,6 +194,65 @@ TEST(ExactFractions, FloorAlongMatchesFloorDivision) {
     EXPECT_EQ(ctr::exact::FloorAlong(10, 20, 1, 0), 10);
 }
 
+// Every accepted split of the bit budget (xy bits 1 .. 28, depth taking the
+// rest of 59, saturating at 2^31 - 1) and the default 20/20 grid.
+std::vector<Grid> AcceptedGrids() {
+    std::vector<Grid> grids{{1 << 20, 1 << 20}};
+    for (int xy = 1; xy <= 28; ++xy) {
+        const int z = 59 - 2 * xy;
+        grids.push_back(Grid{int64_t{1} << xy, z >= 31 ? INT32_MAX : int64_t{1} << z});
+    }
+    return grids;
+}
+
+// The filters against their integer versions: FloorAlong (filtered) against
+// floor division, and the crossing estimate's static bound, on the segments
+// and parameters of every accepted grid: random, between corners of the grid
+// box, and at near-ties, where span * n / d lies within a few 1/m of an
+// integer k (d = span m, n = k m + delta).
+TEST(ExactFilters, AgreeWithIntegerVersionsOnEveryGrid) {
+    std::mt19937_64 random(16);
+    const auto draw = [&](int64_t low, int64_t high) {
+        return std::uniform_int_distribution<int64_t>(low, high)(random);
+    };
+    for (const Grid& grid : AcceptedGrids()) {
+        SCOPED_TRACE(testing::Message() << "grid " << grid.xy << " x " << grid.z);
+        const int64_t distanceLimit = int64_t{1} << 62;
+        int ties = 0;
+        for (int i = 0; i < 6000; ++i) {
+            const int64_t range = i % 2 ? grid.xy : grid.z;
+            int64_t a = draw(0, range), b = draw(0, range);
+            if (i % 5 == 1) a = random() % 2 ? range : 0, b = range - a;
+            int64_t n, d;
+            const int64_t span = std::max<int64_t>(1, b > a ? b - a : a - b);
+            if (i % 3 == 0) {
+                d = draw(1, distanceLimit);
+                n = draw(0, d);
+            } else {
+                const int64_t m = draw(1, distanceLimit / span);
+                const int64_t k = draw(0, span - 1);
+                d = span * m;
+                n = std::clamp<int64_t>(k * m + draw(-3, 3), 0, d);
+                ++ties;
+            }
+            const int64_t floor = ReferenceFloor(a, b, n, d);
+            ASSERT_EQ(ctr::exact::FloorAlong(static_cast<int32_t>(a), static_cast<int32_t>(b), n, d), floor)
+                << a << " " << b << " " << n << "/" << d;
+            // The estimate within its bound: the exact point lies between the
+            // floors of estimate -+ bound (long double holds these sums).
+            const long double estimate = ctr::exact::AlongEstimate(static_cast<int32_t>(a), static_cast<int32_t>(b),
+                                                                   ctr::exact::AlongQuotient(n, d));
+            const long double bound = ctr::exact::kAlongEstimateError;
+            ASSERT_LE(std::floor(estimate - bound), floor) << a << " " << b << " " << n << "/" << d;
+            ASSERT_GE(std::floor(estimate + bound), floor) << a << " " << b << " " << n << "/" << d;
+            if (n == d || a == b) {
+                ASSERT_EQ(estimate, static_cast<long double>(n == d ? b : a));
+            }
+        }
+        EXPECT_GT(ties, 3000);
+    }
+}
+
 TEST(ExactConversions, OutwardRoundingBracketsTheInteger) {
     std::mt19937_64 random(15);
     std::vector<int64_t> values = {0,

@@ -4,6 +4,7 @@
 // hierarchy search against testing every pair on a real scene.
 #include <algorithm>
 #include <array>
+#include <random>
 #include <set>
 #include <tuple>
 
@@ -11,6 +12,7 @@
 #include "TestSupport.h"
 #include "ctr/TrianglesIntersection.h"
 #include "ctr/drawing/ThreadPool.h"
+#include "exact/Exact.h"
 #include "visibility/IntersectionInternal.h"
 
 namespace {
@@ -134,6 +136,198 @@ TEST(TriangleIntersection, EachPairOnce) {
     EXPECT_EQ(scene.edges(2).size(), 1u);
     EXPECT_TRUE(scene.edges(3).empty());
     EXPECT_EQ(scene.edges().size(), 2u);
+}
+
+// The pair test as plainly as it can be put: every crossing floored on every
+// axis by 128-bit division, then the comparison along the axis of larger
+// spread. The library's test takes shortcuts (estimates that reject without
+// floors, floors only where they decide), which must not change a result.
+// floor(p + (q - p) n / d) by 128-bit division.
+int32_t ReferenceFloorAlong(int32_t p, int32_t q, int64_t n, int64_t d) {
+    const Int128 product = Int128(int64_t{q} - p) * n;
+    Int128 quotient = product / d;
+    if (product % d != 0 && product < 0) --quotient;
+    return static_cast<int32_t>(p + quotient);
+}
+
+// The comparison of four floored crossings (0, 1 of the first triangle, 2, 3
+// of the other) along the axis of larger spread: true, with the slots of the
+// common segment's ends, when there is one.
+bool ReferenceCompare(const Record (&slot)[4], int& from, int& to) {
+    int64_t spread[2];
+    for (int axis = 0; axis < 2; ++axis) {
+        std::array<int32_t, 4> c;
+        for (int s = 0; s < 4; ++s) c[s] = axis == 0 ? slot[s].point.x : slot[s].point.y;
+        spread[axis] = int64_t{*std::max_element(c.begin(), c.end())} - *std::min_element(c.begin(), c.end());
+    }
+    if (spread[0] == 0 && spread[1] == 0) return false;
+    const auto c = [&](int s) { return spread[0] > spread[1] ? slot[s].point.x : slot[s].point.y; };
+    const int lowA = c(1) < c(0) ? 1 : 0, lowB = c(3) < c(2) ? 3 : 2;
+    from = c(lowB) >= c(lowA) ? lowB : lowA;
+    to = c(5 - lowB) < c(1 - lowA) ? 5 - lowB : 1 - lowA;
+    if (!(c(from) < c(to))) {
+        std::swap(from, to);
+        if ((from < 2) != (to < 2)) return false;
+    }
+    return true;
+}
+
+bool ReferencePair(const Internal::tTriangleData& a, const Internal::tTriangleData& b, Record& start, Record& end) {
+    const auto floorAlong = ReferenceFloorAlong;
+    const auto crossings = [&](const Internal::tTriangleData& t, const Internal::tTriangleData& plane, Record* out) {
+        int64_t distance[3];
+        bool below = false, above = false;
+        for (int k = 0; k < 3; ++k) {
+            distance[k] = ctr::exact::PlaneDistance(t.vertices[k], plane.vertices[0], plane.normal);
+            below = below || distance[k] < 0;
+            above = above || distance[k] > 0;
+        }
+        if (!below || !above) return false;
+        int found = 0;
+        for (int k = 0; k < 3 && found < 2; ++k) {
+            const int64_t da = distance[k], db = distance[(k + 1) % 3];
+            if (da == 0 || (db != 0 && (db < 0) == (da < 0))) continue;
+            Record& r = out[found++];
+            r.edgeStart = t.vertices[k];
+            r.edgeEnd = t.vertices[(k + 1) % 3];
+            r.numerator = da > 0 ? da : -da;
+            r.denominator = da > 0 ? da - db : db - da;
+            r.point = BakedVertex{floorAlong(r.edgeStart.x, r.edgeEnd.x, r.numerator, r.denominator),
+                                  floorAlong(r.edgeStart.y, r.edgeEnd.y, r.numerator, r.denominator),
+                                  floorAlong(r.edgeStart.z, r.edgeEnd.z, r.numerator, r.denominator)};
+        }
+        return true;
+    };
+    Record slot[4];
+    if (!crossings(a, b, slot) || !crossings(b, a, slot + 2)) return false;
+    int from, to;
+    if (!ReferenceCompare(slot, from, to)) return false;
+    start = slot[from];
+    end = slot[to];
+    return true;
+}
+
+// The library's pair test against the reference on every accepted grid, on
+// pairs made to sit near the shortcuts' edges: small triangles packed in a
+// few cells, pairs sharing a corner (crossing segments that meet in it),
+// copies shifted by a unit or two (segments that nearly touch), and random
+// pairs reaching the corners of the grid box.
+TEST(TriangleIntersection, PairTestMatchesPlainFloorsOnEveryGrid) {
+    std::mt19937_64 random(21);
+    std::vector<std::pair<int64_t, int64_t>> grids{{1 << 20, 1 << 20}};
+    for (int xy = 1; xy <= 28; ++xy)
+        grids.emplace_back(int64_t{1} << xy, 59 - 2 * xy >= 31 ? INT32_MAX : int64_t{1} << (59 - 2 * xy));
+    const auto clampTo = [](int64_t v, int64_t range) { return static_cast<int32_t>(std::clamp<int64_t>(v, 0, range)); };
+    int hits = 0;
+    for (const auto& [xy, z] : grids) {
+        SCOPED_TRACE(testing::Message() << "grid " << xy << " x " << z);
+        const auto draw = [&](int64_t range) { return static_cast<int64_t>(random() % static_cast<uint64_t>(range + 1)); };
+        for (int i = 0; i < 4000; ++i) {
+            // Triangles in a cube of side 2^k around a random centre.
+            const int64_t side = int64_t{1} << (random() % 40);
+            const BakedVertex centre{clampTo(draw(xy), xy), clampTo(draw(xy), xy), clampTo(draw(z), z)};
+            const auto near = [&]() {
+                const auto off = [&](int64_t range) { return static_cast<int64_t>(random() % uint64_t(2 * std::min(side, range) + 1)) - std::min(side, range); };
+                return BakedVertex{clampTo(centre.x + off(xy), xy), clampTo(centre.y + off(xy), xy),
+                                   clampTo(centre.z + off(z), z)};
+            };
+            Internal::tTriangleData t[2];
+            for (auto& v : t[0].vertices) v = near();
+            for (auto& v : t[1].vertices) v = near();
+            switch (i % 4) {
+                case 1:  // a shared corner
+                    t[1].vertices[random() % 3] = t[0].vertices[random() % 3];
+                    break;
+                case 2:  // a copy, turned and shifted by up to two units per axis
+                    for (int k = 0; k < 3; ++k) {
+                        const BakedVertex& v = t[0].vertices[(k + 1) % 3];
+                        const auto shift = [&]() { return static_cast<int64_t>(random() % 5) - 2; };
+                        t[1].vertices[k] = BakedVertex{clampTo(v.x + shift(), xy), clampTo(v.y + shift(), xy),
+                                                       clampTo(v.z + shift(), z)};
+                    }
+                    break;
+                case 3:  // corners of the grid box
+                    for (auto& v : t[1].vertices)
+                        v = BakedVertex{clampTo(random() % 2 ? xy : 0, xy), clampTo(random() % 2 ? xy : 0, xy),
+                                        clampTo(random() % 2 ? z : 0, z)};
+                    break;
+                default:
+                    break;
+            }
+            for (int k = 0; k < 2; ++k) {
+                t[k].normal = ctr::exact::PlaneRecord(t[k].vertices[0], t[k].vertices[1], t[k].vertices[2]);
+                t[k].index = static_cast<uint32_t>(k);
+            }
+            Record s, e, rs, re;
+            const bool found = Internal::testTrianglePair(t[0], t[1], s, e);
+            const bool expected = ReferencePair(t[0], t[1], rs, re);
+            ASSERT_EQ(found, expected) << i;
+            hits += found;
+            if (!found) continue;
+            for (const auto& [got, want] : {std::pair<const Record*, const Record*>{&s, &rs}, {&e, &re}}) {
+                ASSERT_EQ(got->point, want->point) << i;
+                ASSERT_EQ(got->edgeStart, want->edgeStart) << i;
+                ASSERT_EQ(got->edgeEnd, want->edgeEnd) << i;
+                ASSERT_EQ(got->numerator, want->numerator) << i;
+                ASSERT_EQ(got->denominator, want->denominator) << i;
+            }
+        }
+    }
+    EXPECT_GT(hits, 1000);
+}
+
+// The rejection by estimates at its ties: crossings built to lie within
+// 2^-40 or less of grid points a unit or two apart, on the grid of 20 bits and
+// the widest screen grid. Whenever the estimates reject, the comparison of
+// the floored points must find no common segment.
+TEST(TriangleIntersection, EstimatesRejectOnlyWhatFloorsReject) {
+    std::mt19937_64 random(22);
+    const auto draw = [&](int64_t low, int64_t high) {
+        return std::uniform_int_distribution<int64_t>(low, high)(random);
+    };
+    int rejected = 0, kept = 0;
+    for (const int64_t range : {int64_t{1} << 20, int64_t{1} << 28}) {
+        for (int i = 0; i < 40000; ++i) {
+            BakedVertex ends[4][2];
+            Internal::tCrossing slot[4];
+            Record record[4];
+            const int64_t base = draw(1 << 12, range - (1 << 12)), baseY = draw(1 << 12, range - (1 << 12));
+            for (int s = 0; s < 4; ++s) {
+                // x = a.x + span t lands near the target k, y = a.y + r span t
+                // near the target kY: t = (k - a.x) / span + delta / (span m).
+                const int64_t k = base + draw(-2, 2), kY = baseY + draw(-2, 2);
+                const int64_t span = draw(1, 1000);
+                const int64_t r = draw(-2, 2);
+                const int64_t ax = k - draw(0, span), ay = kY - r * (k - ax);
+                const int64_t m = draw(1, (int64_t{1} << 62) / span);
+                const int64_t d = span * m;
+                int64_t n = std::clamp<int64_t>((k - ax) * m + draw(-3, 3), 1, d);
+                if (draw(0, 9) == 0) n = d;
+                BakedVertex a{int32_t(ax), int32_t(ay), int32_t(draw(0, 1000))};
+                BakedVertex b{int32_t(ax + span), int32_t(ay + r * span), int32_t(draw(0, 1000))};
+                // Half the edges run the other way: the parameter from b.
+                if (random() % 2) {
+                    std::swap(a, b);
+                    n = d - n;
+                    if (n == 0) n = d;
+                }
+                ends[s][0] = a;
+                ends[s][1] = b;
+                slot[s] = Internal::tCrossing{&ends[s][0], &ends[s][1], n, d};
+                record[s].point =
+                    BakedVertex{ReferenceFloorAlong(a.x, b.x, n, d), ReferenceFloorAlong(a.y, b.y, n, d), 0};
+            }
+            int from, to;
+            if (Internal::crossingsApart(slot)) {
+                ++rejected;
+                ASSERT_FALSE(ReferenceCompare(record, from, to)) << i;
+            } else {
+                kept += ReferenceCompare(record, from, to);
+            }
+        }
+    }
+    EXPECT_GT(rejected, 5000);
+    EXPECT_GT(kept, 5000);
 }
 
 // An X pair meeting exactly at x 300 .. 700, y = 450, depth 1450, then the

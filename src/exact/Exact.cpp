@@ -25,8 +25,13 @@ int32_t FloorAlong(int32_t a, int32_t b, int64_t numerator, int64_t denominator)
     if (part >= denominator) return static_cast<int32_t>(int64_t{base} + span);
     const uint128 target = static_cast<uint128>(span) * static_cast<uint64_t>(part);
     const uint128 divisor = static_cast<uint64_t>(denominator);
-    int64_t k =
-        DoubleToInt64(static_cast<double>(span) * (static_cast<double>(part) / static_cast<double>(denominator)));
+    const double estimate = static_cast<double>(span) * (static_cast<double>(part) / static_cast<double>(denominator));
+    // The estimate is finite, not negative and below 2^32: truncation is its
+    // floor, and the fraction is exact.
+    int64_t k = static_cast<int64_t>(estimate);
+    const double fraction = estimate - static_cast<double>(k);
+    if (fraction >= kFloorEstimateError && fraction < 1.0 - kFloorEstimateError)
+        return static_cast<int32_t>(int64_t{base} + k);
     // The estimate is off by a unit or two at most; clamping first keeps the
     // correction loops short and the result between the two ends.
     k = std::clamp<int64_t>(k, 0, span);

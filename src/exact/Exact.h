@@ -193,10 +193,52 @@ inline int64_t PlaneDistance(const BakedVertex& x, const BakedVertex& p0, const 
     return (int64_t{x.x} - p0.x) * n[0] + (int64_t{x.y} - p0.y) * n[1] + (int64_t{x.z} - p0.z) * n[2];
 }
 
+// ---------------------------------------------------------------------------
+// Filters. A double evaluation decides where it lies farther from a tie than
+// its error bound; nearer, the integer path does. The bounds are static:
+// derived here from the ranges of the arguments, in units of the double's
+// unit roundoff u = 2^-53, with gamma(k) = k u / (1 - k u) the relative error
+// of a product or quotient of k rounded factors. A filter never changes a
+// decision, so none of this is a tolerance.
+
+constexpr double kUnitRoundoff = 0x1p-53;
+constexpr double Gamma(int k) { return k * kUnitRoundoff / (1.0 - k * kUnitRoundoff); }
+
+// Where a grid segment meets a plane, in double: a + (b - a) q with the
+// parameter's quotient q = n / d, taken once for every coordinate of the
+// crossing. For int32 ends and 0 <= n <= d, d > 0: n, d and their quotient
+// round three times, q = t (1 + e3) with |e3| <= gamma(3); b - a is exact
+// (below 2^33); the product rounds once more, so it is (b - a) t (1 + e4)
+// with |e4| <= gamma(4), and the sum once, relatively to its own size, at
+// most 2^31 plus the product's error. With |b - a| t <= 2^32:
+//   |estimate - exact| <= gamma(4) 2^32 + u (2^31 + gamma(4) 2^32).
+// When n = d the quotient is 1 exactly and the estimate is b itself; when
+// a = b it is a: exact in both cases.
+constexpr double kAlongEstimateError = 0x1p-18;
+static_assert(Gamma(4) * 0x1p32 + kUnitRoundoff * (0x1p31 + Gamma(4) * 0x1p32) <= kAlongEstimateError,
+              "the bound covers the estimate of a crossing coordinate");
+inline double AlongQuotient(int64_t numerator, int64_t denominator) {
+    return static_cast<double>(numerator) / static_cast<double>(denominator);
+}
+inline double AlongEstimate(int32_t a, int32_t b, double quotient) {
+    return static_cast<double>(a) + (static_cast<double>(b) - static_cast<double>(a)) * quotient;
+}
+
+// FloorAlong's estimate of the offset from the smaller end, span (part / d)
+// for 0 < part < d and span < 2^32: three roundings in the quotient and one
+// in the product, so |estimate - exact| <= gamma(4) 2^32. Its floor k is the
+// exact floor when the estimate's fraction, estimate - k (exact: the estimate
+// lies within [k, 2k) or is below 1), is at least the bound away from both
+// k and k + 1.
+constexpr double kFloorEstimateError = 0x1p-18;
+static_assert(Gamma(4) * 0x1p32 <= kFloorEstimateError, "the bound covers FloorAlong's estimate");
+static_assert(1.0 - kFloorEstimateError < 1.0, "the upper margin is representable");
+
 // The floor of a + (b - a) * numerator / denominator, for 0 <= numerator /
 // denominator <= 1, exactly: the crossing of a segment with a plane put on
 // the grid. Defined (between a and b) for any other arguments too.
-// A double estimate from the smaller end, corrected by 128-bit comparisons.
+// A double estimate from the smaller end, taken when it is clear of the
+// integers by its error bound, otherwise corrected by 128-bit comparisons.
 int32_t FloorAlong(int32_t a, int32_t b, int64_t numerator, int64_t denominator);
 
 // The same for each coordinate of a grid segment.

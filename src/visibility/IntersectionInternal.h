@@ -47,6 +47,14 @@ public:
         int64_t denominator;
     };
 
+    // The same crossing before it is put on the grid.
+    struct tCrossing {
+        const BakedVertex* edgeStart;
+        const BakedVertex* edgeEnd;
+        int64_t numerator;
+        int64_t denominator;
+    };
+
     using tEdge = std::pair<tPointOnEdge, tPointOnEdge>;
     using tEdgeList = std::list<tEdge>;
 
@@ -80,6 +88,11 @@ public:
                                   tPointOnEdge& end) const;
     static bool testTrianglePair(const tTriangleData& first, const tTriangleData& other, tPointOnEdge& start,
                                  tPointOnEdge& end);
+    // True when double estimates of the crossings of two triangles with each
+    // other's planes (slots 0 and 1 the first triangle's, 2 and 3 the
+    // other's) prove that the comparison of their floored screen points finds
+    // no common segment; false when they prove nothing.
+    static bool crossingsApart(const tCrossing (&slot)[4]);
 
     // Appends, unsorted, one hidden interval of the edge's parameter per
     // triangle that hides part of it.
