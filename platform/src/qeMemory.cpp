@@ -1,6 +1,7 @@
 #include "qe/qeMemory.h"
 
 #include <cstdint>
+#include <new>
 
 #if defined(__linux__)
 #include <sys/mman.h>
@@ -24,6 +25,33 @@ void qeAdviseLargePages(void* data, size_t bytes) {
     (void)data;
     (void)bytes;
 #endif
+}
+
+namespace {
+
+constexpr size_t kLargePageBytes = size_t(1) << 21;
+
+size_t wholeLargePages(size_t bytes) { return (bytes + kLargePageBytes - 1) & ~(kLargePageBytes - 1); }
+
+}  // namespace
+
+void* qeAllocateLarge(size_t bytes) {
+    if (bytes < kLargePageBytes) return ::operator new(bytes);
+    // The rounding is part of the block, so no other allocation shares its
+    // last large page.
+    const size_t size = wholeLargePages(bytes);
+    if (size < bytes) throw std::bad_alloc();
+    void* data = ::operator new(size, std::align_val_t(kLargePageBytes));
+    qeAdviseLargePages(data, size);
+    return data;
+}
+
+void qeFreeLarge(void* data, size_t bytes) noexcept {
+    if (!data) return;
+    if (bytes < kLargePageBytes)
+        ::operator delete(data);
+    else
+        ::operator delete(data, std::align_val_t(kLargePageBytes));
 }
 
 }  // namespace qe

@@ -1,5 +1,7 @@
 #include "lines/RankSort.h"
 
+#include "qe/qeMemory.h"
+
 #include <algorithm>
 
 namespace ctr {
@@ -36,16 +38,17 @@ bool SameKey(const RankRecord& p, const RankRecord& q) {
 
 // Least-significant-digit radix sort; a digit that every record shares needs
 // no pass. The result ends in records.
-void RadixSort(std::vector<RankRecord>& records, RankScratch& scratch) {
+void RadixSort(qe::qeLargeVector<RankRecord>& records, RankScratch& scratch) {
     const size_t count = records.size();
     std::vector<uint32_t>& histograms = scratch.histograms;
     histograms.assign(static_cast<size_t>(kDigits) * kBuckets, 0u);
     for (const RankRecord& record : records)
         for (int d = 0; d < kDigits; ++d) ++histograms[d * kBuckets + Digit(record, d)];
 
+    qe::qeReserveLarge(scratch.spare, count);
     scratch.spare.resize(count);
-    std::vector<RankRecord>* from = &records;
-    std::vector<RankRecord>* to = &scratch.spare;
+    qe::qeLargeVector<RankRecord>* from = &records;
+    qe::qeLargeVector<RankRecord>* to = &scratch.spare;
     for (int d = 0; d < kDigits; ++d) {
         uint32_t* offsets = &histograms[d * kBuckets];
         if (offsets[Digit((*from)[0], d)] == count) continue;
@@ -64,7 +67,7 @@ void RadixSort(std::vector<RankRecord>& records, RankScratch& scratch) {
 
 }  // namespace
 
-uint32_t RankByKeys(std::vector<RankRecord>& records, std::vector<uint32_t>& rank, RankScratch& scratch) {
+uint32_t RankByKeys(qe::qeLargeVector<RankRecord>& records, std::vector<uint32_t>& rank, RankScratch& scratch) {
     const size_t count = records.size();
     if (count == 0) return 0;
     if (count < kRadixMinimum)
