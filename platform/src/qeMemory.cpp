@@ -31,18 +31,16 @@ namespace {
 
 constexpr size_t kLargePageBytes = size_t(1) << 21;
 
-size_t wholeLargePages(size_t bytes) { return (bytes + kLargePageBytes - 1) & ~(kLargePageBytes - 1); }
-
 }  // namespace
 
 void* qeAllocateLarge(size_t bytes) {
     if (bytes < kLargePageBytes) return ::operator new(bytes);
-    // The rounding is part of the block, so no other allocation shares its
-    // last large page.
-    const size_t size = wholeLargePages(bytes);
-    if (size < bytes) throw std::bad_alloc();
-    void* data = ::operator new(size, std::align_val_t(kLargePageBytes));
-    qeAdviseLargePages(data, size);
+    // Aligned, so that only the partial page at the end is left to small
+    // pages. The block is not rounded up to whole large pages: a large page
+    // is resident as a whole once touched, and rounding every list up would
+    // raise the peak memory by up to a large page per list.
+    void* data = ::operator new(bytes, std::align_val_t(kLargePageBytes));
+    qeAdviseLargePages(data, bytes);
     return data;
 }
 

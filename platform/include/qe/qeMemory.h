@@ -29,9 +29,9 @@ void qeReserveLarge(std::vector<T, Allocator>& list, size_t capacity) {
 }
 
 // Memory for a large working list that lives for one step: from 2 MiB on,
-// whole large pages aligned to them and advised as such, so that writing it
-// for the first time costs one fault per large page wherever the allocator
-// takes it from. A fresh mapping per list (what the C library does for large
+// aligned to a large page and advised to large pages, so that writing it
+// for the first time costs one fault per large page (and small ones for the
+// partial page at its end) wherever the allocator takes it from. A fresh mapping per list (what the C library does for large
 // blocks unless told otherwise) then costs about as little as a block
 // reused from the heap. Smaller sizes are plain allocations. Throws
 // std::bad_alloc as operator new does; release with the same size.
