@@ -5,7 +5,11 @@
 // sum of the compute phases is what a host pays for one view.
 //
 //   drawing_phases [--view NAME] [--perspective] [--threads N] [--runs K]
+//                  [--no-allocator-settings]
 //                  (MODEL | --icosphere FREQUENCY | --torus RESOLUTION)
+//
+// --no-allocator-settings leaves the C library's allocator as a host that
+// links the library gets it, instead of the contour tool's settings.
 //
 // Prints one line per run: phase=milliseconds pairs and counts.
 #include <chrono>
@@ -108,24 +112,28 @@ size_t segments(const qe::qePointer<ctr::LineSegmentSet>& set) {
     return set ? static_cast<size_t>(set->getSegmentQuantity()) : 0;
 }
 
+long minorFaults() {
+    struct rusage usage {};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_minflt;
+}
+
 int usage() {
     std::fprintf(stderr,
                  "usage: drawing_phases [--view NAME] [--perspective] [--threads N] [--runs K] "
-                 "(MODEL | --icosphere FREQUENCY | --torus RESOLUTION)\n");
+                 "[--no-allocator-settings] (MODEL | --icosphere FREQUENCY | --torus RESOLUTION)\n");
     return 2;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    // The allocator settings of the contour tool, so that the phases pay
-    // for fresh pages as they do there.
-    contour::KeepLargeBuffersInHeap();
     contour::CameraOptions cameraOptions;
     cameraOptions.perspective = false;
     unsigned int threads = 1;
     int runs = 1, icosphere = 0, torus = 0;
     std::string model;
+    bool allocatorSettings = true;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
         const bool hasValue = i + 1 < argc;
@@ -137,6 +145,8 @@ int main(int argc, char** argv) {
             threads = static_cast<unsigned int>(std::max(1, std::atoi(argv[++i])));
         } else if (option == "--runs" && hasValue) {
             runs = std::max(1, std::atoi(argv[++i]));
+        } else if (option == "--no-allocator-settings") {
+            allocatorSettings = false;
         } else if (option == "--icosphere" && hasValue) {
             icosphere = std::atoi(argv[++i]);
             if (icosphere > 4096) return usage();
@@ -149,6 +159,10 @@ int main(int argc, char** argv) {
         }
     }
     if (model.empty() && icosphere <= 0 && torus <= 0) return usage();
+    // The allocator settings of the contour tool, so that the phases pay
+    // for fresh pages as they do there; set before anything large is
+    // allocated.
+    if (allocatorSettings) contour::KeepLargeBuffersInHeap();
 
     contour::ThreadPool pool(threads);
     ctr::Executor* executor = threads > 1 ? &pool : nullptr;
@@ -178,6 +192,9 @@ int main(int argc, char** argv) {
         }
         const ctr::DiscreteProjectionSpace space = contour::ProjectionSpaceOf(camera);
 
+        // Page faults of the compute phases: each first write of a page costs
+        // one, so they show how often the phases' buffers are faulted anew.
+        const long faultsBefore = minorFaults();
         ctr::GeometricFeaturesGenerator generator;
         generator.setProjectionSpace(space);
         generator.setExecutor(executor);
@@ -216,6 +233,7 @@ int main(int argc, char** argv) {
                 (void)pieces;
             }
         ms["visible"] = millisecondsSince(start);
+        const long computeFaults = minorFaults() - faultsBefore;
 
         start = Clock::now();
         ctr::ExportParameters parameters(space);
@@ -237,7 +255,7 @@ int main(int argc, char** argv) {
                     scene.triangleCount, segments(features.creaseEdges), segments(features.silhouetteEdges),
                     segments(features.intersectionEdges));
         for (const auto& [phase, value] : ms) std::printf(" %s=%.3f", phase.c_str(), value);
-        std::printf(" peakRssMiB=%.1f\n", static_cast<double>(usage.ru_maxrss) / 1024.0);
+        std::printf(" computeFaults=%ld peakRssMiB=%.1f\n", computeFaults, static_cast<double>(usage.ru_maxrss) / 1024.0);
         std::fflush(stdout);
     }
     return 0;

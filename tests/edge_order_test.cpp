@@ -140,12 +140,12 @@ TEST(EdgeOrder, RanksAreDenseInKeyOrder) {
     for (const size_t count : {size_t(7), size_t(600), size_t(40000)}) {
         for (const uint32_t domain0 : {1u, 3u, 0xffffffffu}) {
             for (const uint32_t domain1 : {2u, 0xffffffffu}) {
-                std::vector<ctr::edges::RankRecord> records(count);
+                qe::qeLargeVector<ctr::edges::RankRecord> records(count);
                 for (uint32_t i = 0; i < count; ++i)
                     records[i] = {{static_cast<uint32_t>(random()) % domain0, static_cast<uint32_t>(random()) % domain1,
                                    static_cast<uint32_t>(random()) % 5000u},
                                   i};
-                const std::vector<ctr::edges::RankRecord> original = records;
+                const qe::qeLargeVector<ctr::edges::RankRecord> original = records;
                 std::vector<std::array<uint32_t, 3>> keys;
                 for (const auto& r : original) keys.push_back({r.key[0], r.key[1], r.key[2]});
                 std::sort(keys.begin(), keys.end());

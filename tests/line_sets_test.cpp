@@ -3,6 +3,8 @@
 // against testing every triangle.
 #include <array>
 #include <climits>
+#include <limits>
+#include <random>
 
 #include "Wm4Math.h"
 
@@ -223,6 +225,52 @@ void CheckAgainstEveryTriangle(const char* model, const V3& toEye) {
 TEST(FeatureOcclusion, MatchesEveryTriangleReferenceOnRealModels) {
     CheckAgainstEveryTriangle("cad-brep/box_holes.obj", V3(0.5f, 0.6f, 0.7f));
     CheckAgainstEveryTriangle("cad/couplingdown.ply", V3(-0.6f, 0.4f, 0.7f));
+}
+
+// Against a plain pairwise search: a's segments go that b holds with equal
+// end values, in either direction, with -0 equal to +0 and a NaN end equal
+// to nothing. Positions come from a small pool, so that matches, signed
+// zeros, infinities, NaN and indices past the buffer all occur often.
+TEST(CommonSegments, MatchPairwiseSearchOnRandomSets) {
+    const float inf = std::numeric_limits<float>::infinity();
+    const float pool[] = {0.0f, -0.0f, 1.0f, std::nextafter(1.0f, 2.0f), -inf, std::nanf("")};
+    std::mt19937 random(7);
+    const auto pick = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    const auto randomSet = [&](int positions, int segments) {
+        std::vector<V3> points;
+        for (int i = 0; i < positions; ++i) points.emplace_back(pool[pick(6)], pool[pick(3)], pool[pick(2)]);
+        std::vector<unsigned> indices;
+        for (int i = 0; i < 2 * segments; ++i) indices.push_back(static_cast<unsigned>(pick(positions + 1)));
+        return ctr_test::LineSet(points, indices);
+    };
+    const auto valueEqual = [](const V3& p, const V3& q) { return p[0] == q[0] && p[1] == q[1] && p[2] == q[2]; };
+    for (int round = 0; round < 200; ++round) {
+        const SetPointer a = randomSet(8, 1 + pick(40));
+        const SetPointer b = randomSet(8, pick(40));
+        const auto position = [](const LineSegmentSet& set, unsigned index, V3& out) {
+            if (index >= static_cast<unsigned>(set.VBuffer->GetVertexQuantity())) return false;
+            out = set.VBuffer->Position3(static_cast<int>(index));
+            return true;
+        };
+        bool bHasKey = false;
+        std::vector<Segment> expected;
+        const std::vector<Segment> segmentsA = Segments(*a), segmentsB = Segments(*b);
+        for (const Segment& t : segmentsB) {
+            V3 p, q;
+            bHasKey = bHasKey || (position(*b, t.first, p) && position(*b, t.second, q));
+        }
+        for (const Segment& s : segmentsA) {
+            V3 p, q, u, v;
+            bool common = false;
+            if (position(*a, s.first, p) && position(*a, s.second, q))
+                for (const Segment& t : segmentsB)
+                    if (position(*b, t.first, u) && position(*b, t.second, v))
+                        common = common || (valueEqual(p, u) && valueEqual(q, v)) || (valueEqual(p, v) && valueEqual(q, u));
+            if (!common || !bHasKey) expected.push_back(s);
+        }
+        LineSegmentSet::RemoveCommonSegments(a, b);
+        EXPECT_EQ(a->IBuffer ? Segments(*a) : std::vector<Segment>(), expected) << round;
+    }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // The host-framework layer: reference counting, the math conventions the
 // library's bit-exact results depend on, and the hierarchy builder.
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <random>
 
@@ -10,6 +11,7 @@
 #include "qe/qeBVHPrimitiveContainer.h"
 #include "qe/qeGenericTransformation.h"
 #include "qe/qeLinearGenericBVHBuilder.h"
+#include "qe/qeMemory.h"
 #include "qe/qeTriMesh.h"
 
 namespace {
@@ -102,6 +104,27 @@ TEST(Platform, BuilderMakesTheSameTreeAsEver) {
         qe::qeLinearGenericBVHBuilder::build(container, bvh, nullptr, 10, qe::qeLinearGenericBVHBuilder::SPLIT_MEDIAN));
     EXPECT_EQ(bvh.getNodes().size(), 2047u);
     EXPECT_EQ(TreeFingerprint(bvh), 0x734e878301c123e9ull);
+}
+
+// Lists from a large page on start on a large-page boundary, so that only
+// their last partial page takes small pages; they keep their contents as
+// they grow through those sizes, and smaller lists are plain allocations.
+TEST(Platform, LargeListsStartOnALargePage) {
+    constexpr size_t kLargePage = size_t(1) << 21;
+    for (const size_t bytes : {kLargePage, 3 * kLargePage + 12345}) {
+        const qe::qeLargeArray<unsigned char> array(bytes);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(array.get()) % kLargePage, 0u) << bytes;
+        array[0] = 1;
+        array[bytes - 1] = 2;
+        EXPECT_EQ(array[0] + array[bytes - 1], 3);
+    }
+    qe::qeLargeVector<uint32_t> list;
+    for (uint32_t i = 0; i < 3 * kLargePage / sizeof(uint32_t); ++i) list.push_back(i * 7u);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(list.data()) % kLargePage, 0u);
+    for (uint32_t i = 0; i < list.size(); i += 4099) ASSERT_EQ(list[i], i * 7u) << i;
+    const qe::qeLargeArray<double> small(10);
+    small[9] = 0.5;
+    EXPECT_EQ(small[9], 0.5);
 }
 
 }  // namespace

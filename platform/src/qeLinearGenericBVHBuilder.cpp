@@ -384,14 +384,8 @@ bool buildDepthFirst(const tSplitter& splitter, const tTask& root, const tBins* 
 // The item list, allocated once and written once per item (no fill first).
 struct tItemStore {
     static_assert(std::is_trivially_destructible<tItem>::value, "items are dropped without destruction");
-    struct tFree {
-        void operator()(tItem* items) const { ::operator delete(items); }
-    };
-    explicit tItemStore(uint32_t quantity)
-        : items(static_cast<tItem*>(::operator new(sizeof(tItem) * std::max<size_t>(quantity, 1)))) {
-        qeAdviseLargePages(items.get(), sizeof(tItem) * static_cast<size_t>(quantity));
-    }
-    std::unique_ptr<tItem, tFree> items;
+    explicit tItemStore(uint32_t quantity) : items(std::max<size_t>(quantity, 1)) {}
+    qeLargeArray<tItem> items;
 };
 
 // Work is cut into pieces that depend on the primitive count alone.

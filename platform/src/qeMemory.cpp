@@ -1,6 +1,7 @@
 #include "qe/qeMemory.h"
 
 #include <cstdint>
+#include <new>
 
 #if defined(__linux__)
 #include <sys/mman.h>
@@ -24,6 +25,31 @@ void qeAdviseLargePages(void* data, size_t bytes) {
     (void)data;
     (void)bytes;
 #endif
+}
+
+namespace {
+
+constexpr size_t kLargePageBytes = size_t(1) << 21;
+
+}  // namespace
+
+void* qeAllocateLarge(size_t bytes) {
+    if (bytes < kLargePageBytes) return ::operator new(bytes);
+    // Aligned, so that only the partial page at the end is left to small
+    // pages. The block is not rounded up to whole large pages: a large page
+    // is resident as a whole once touched, and rounding every list up would
+    // raise the peak memory by up to a large page per list.
+    void* data = ::operator new(bytes, std::align_val_t(kLargePageBytes));
+    qeAdviseLargePages(data, bytes);
+    return data;
+}
+
+void qeFreeLarge(void* data, size_t bytes) noexcept {
+    if (!data) return;
+    if (bytes < kLargePageBytes)
+        ::operator delete(data);
+    else
+        ::operator delete(data, std::align_val_t(kLargePageBytes));
 }
 
 }  // namespace qe

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Wm4Math.h"
+#include "qe/qeMemory.h"
 #include "qe/qeTriMesh.h"
 
 #include "ctr/LineSegmentSet.h"
@@ -65,18 +66,29 @@ bool SameIndices(const CreaseEdgeInfo& p, const CreaseEdgeInfo& q) {
 uint32_t RankPositions(const qe::qeVertexBuffer& vertices, const unsigned int* indices, size_t edgeCount,
                        std::vector<uint32_t>& rank) {
     const size_t vertexCount = static_cast<size_t>(vertices.GetVertexQuantity());
+    // The lists of this extraction are as long as the mesh: advised to
+    // large pages before their first write, so that a host's allocator,
+    // which may hand out fresh mappings for each, costs few page faults.
+    qe::qeReserveLarge(rank, vertexCount);
     rank.assign(vertexCount, 0u);
-    std::vector<edges::RankRecord> records;
+    qe::qeLargeVector<edges::RankRecord> records;
     const auto add = [&](uint32_t v) {
         const Vector3f& p = vertices.Position3(static_cast<int>(v));
         records.push_back({{edges::FloatOrderKey(p[0]), edges::FloatOrderKey(p[1]), edges::FloatOrderKey(p[2])}, v});
     };
     if (vertexCount <= edgeCount) {
-        records.reserve(vertexCount);
+        qe::qeReserveLarge(records, vertexCount);
         for (size_t v = 0; v < vertexCount; ++v) add(static_cast<uint32_t>(v));
     } else {
-        std::vector<unsigned char> used(vertexCount, 0);
-        for (size_t i = 0; i < edgeCount; ++i) used[indices[i]] = 1;
+        std::vector<unsigned char> used;
+        qe::qeReserveLarge(used, vertexCount);
+        used.assign(vertexCount, 0);
+        size_t usedCount = 0;
+        for (size_t i = 0; i < edgeCount; ++i) {
+            usedCount += used[indices[i]] == 0;
+            used[indices[i]] = 1;
+        }
+        qe::qeReserveLarge(records, usedCount);
         for (size_t v = 0; v < vertexCount; ++v)
             if (used[v]) add(static_cast<uint32_t>(v));
     }
@@ -191,8 +203,9 @@ bool ComputeCreaseEdgeInfo(std::vector<CreaseEdgeInfo>& out, const qe::qeVertexB
     };
     if (cancel.isCancelled()) return false;
     // Every slot is written below: the list needs no initial values.
-    const std::unique_ptr<EdgeEnds[]> grouped(new EdgeEnds[edgeCount]);
+    const qe::qeLargeArray<EdgeEnds> grouped(edgeCount);
     std::vector<uint32_t> groupEnd;
+    qe::qeReserveLarge(groupEnd, rankCount);
     std::vector<EdgeEnds> bucket;
     std::vector<uint32_t> bucketRanks;
     edges::PlaceInGroups(

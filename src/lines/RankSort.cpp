@@ -1,5 +1,7 @@
 #include "lines/RankSort.h"
 
+#include "qe/qeMemory.h"
+
 #include <algorithm>
 
 namespace ctr {
@@ -73,12 +75,13 @@ void SortFromWord(RankRecord* begin, RankRecord* end, int word, RankRecord* spar
 
 }  // namespace
 
-uint32_t RankByKeys(std::vector<RankRecord>& records, std::vector<uint32_t>& rank, RankScratch& scratch) {
+uint32_t RankByKeys(qe::qeLargeVector<RankRecord>& records, std::vector<uint32_t>& rank, RankScratch& scratch) {
     const size_t count = records.size();
     if (count == 0) return 0;
     if (count < kRadixMinimum) {
         std::sort(records.begin(), records.end(), KeyLess);
     } else {
+        qe::qeReserveLarge(scratch.spare, count);
         scratch.spare.resize(count);
         SortFromWord(records.data(), records.data() + count, 0, scratch.spare.data(), scratch);
     }

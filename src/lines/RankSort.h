@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "qe/qeMemory.h"
+
 namespace ctr {
 namespace edges {
 
@@ -35,7 +37,7 @@ inline bool operator<(const KeyedEdge& p, const KeyedEdge& q) { return p.key != 
 // Working arrays of ranking, kept by a caller that ranks repeatedly so that
 // their storage is reused.
 struct RankScratch {
-    std::vector<RankRecord> spare;
+    qe::qeLargeVector<RankRecord> spare;
     std::vector<uint32_t> histograms;
 };
 
@@ -43,7 +45,7 @@ struct RankScratch {
 // each) its dense rank in rank[item]: the position of its key among the
 // distinct keys in lexicographic order. Reorders records. Returns the number
 // of distinct keys.
-uint32_t RankByKeys(std::vector<RankRecord>& records, std::vector<uint32_t>& rank, RankScratch& scratch);
+uint32_t RankByKeys(qe::qeLargeVector<RankRecord>& records, std::vector<uint32_t>& rank, RankScratch& scratch);
 
 // Sorts the edges of one group: most groups hold the few edges that leave
 // one position, and are sorted by insertion.

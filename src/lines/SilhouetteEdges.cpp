@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "qe/qeIndexBuffer.h"
+#include "qe/qeMemory.h"
 #include "qe/qePointer.h"
 #include "qe/qeTriMesh.h"
 
@@ -59,17 +60,24 @@ bool BakedTriangles::computeSilhouetteEdges(std::vector<LineSegmentSet*>& out) c
 
     // Every slot of grouped is written before it is read: it needs no
     // initial values.
-    const std::unique_ptr<uint64_t[]> grouped(new uint64_t[3 * largest]);
-    std::vector<uint32_t> edgeDirections((3 * largest + 31) / 32);
+    // The working lists are as long as the largest mesh: advised to large
+    // pages before their first write, so that a host's allocator, which may
+    // hand out fresh mappings for each, costs few page faults.
+    const qe::qeLargeArray<uint64_t> grouped(3 * largest);
+    std::vector<uint32_t> edgeDirections;
+    qe::qeReserveLarge(edgeDirections, (3 * largest + 31) / 32);
+    edgeDirections.resize((3 * largest + 31) / 32);
     std::vector<uint32_t> candidates;
     std::vector<unsigned int> segments;
-    std::vector<uint32_t> rank(largestRange);
-    std::vector<edges::RankRecord> keys;
-    keys.reserve(largestRange);
+    std::vector<uint32_t> rank;
+    qe::qeReserveLarge(rank, largestRange);
+    rank.resize(largestRange);
+    qe::qeLargeVector<edges::RankRecord> keys;
+    qe::qeReserveLarge(keys, largestRange);
     edges::RankScratch scratch;
-    scratch.spare.reserve(largestRange);
+    qe::qeReserveLarge(scratch.spare, largestRange);
     std::vector<uint32_t> groupEnd;
-    groupEnd.reserve(largestRange);
+    qe::qeReserveLarge(groupEnd, largestRange);
     std::vector<uint64_t> bucket;
     std::vector<uint32_t> bucketRanks;
 

@@ -173,7 +173,7 @@ void BakedTriangles::initializeFirstPass(tFirstPassData& data) {
     if (!projectionSpace) return;
     const DiscreteProjectionSpace& space = *projectionSpace;
 
-    std::vector<Wm4::Vector4<float>> clipVertices;
+    qe::qeLargeVector<Wm4::Vector4<float>> clipVertices;
     std::vector<uint8_t> flags;
     std::vector<tTriangleChunk> chunks;
     for (size_t j = 0; j < meshes.size(); ++j) {
@@ -185,6 +185,7 @@ void BakedTriangles::initializeFirstPass(tFirstPassData& data) {
         const uint32_t vertexCount = static_cast<uint32_t>(std::max(vertexQuantity, 0));
         qe::qeReserveLarge(clipVertices, vertexCount);
         qe::qeReserveLarge(meshData.sourceVertices, vertexCount);
+        qe::qeReserveLarge(flags, vertexCount);
         clipVertices.resize(vertexCount);
         flags.resize(vertexCount);
         meshData.sourceVertices.resize(vertexCount);
@@ -325,7 +326,11 @@ void BakedTriangles::initialize() {
     qe::qeReserveLarge(planes, triangleTotal);
     triangles.resize(3 * triangleTotal);
     planes.resize(triangleTotal);
-    ForEachTask(executor, tasks.size(), [&](size_t i) {
+    // A store task per mesh and chunk: a part made of many small meshes
+    // gives many tasks of a few microseconds each, which cost more to hand
+    // out than they take; below a chunk's worth of triangles they run here.
+    Executor* const storeExecutor = triangleTotal >= kTriangleChunk ? executor : nullptr;
+    ForEachTask(storeExecutor, tasks.size(), [&](size_t i) {
         const tStoreTask& task = tasks[i];
         const qe::qeTriMesh& mesh = *meshes[task.mesh];
         const tFirstPassData::tMeshData& meshData = data.meshes[task.mesh];
@@ -373,7 +378,7 @@ bool BakedTriangles::buildHierarchy(qe::qeLinearGenericBVHBuilder::SplitMethod m
     // world space once rather than once per triangle that uses it.
     const size_t vertexCount = vertices.size();
     const uint32_t triangleCount = getTriangleQuantity();
-    std::vector<Wm4::Vector3<float>> world;
+    qe::qeLargeVector<Wm4::Vector3<float>> world;
     qe::qeBVHPrimitiveContainer container;
     if (!executor) {
         qe::qeReserveLarge(world, vertexCount);
@@ -402,7 +407,7 @@ bool BakedTriangles::buildHierarchy(qe::qeLinearGenericBVHBuilder::SplitMethod m
             }
         });
     }
-    world = std::vector<Wm4::Vector3<float>>();
+    world = qe::qeLargeVector<Wm4::Vector3<float>>();
     qe::qeLinearGenericBVHBuilder::ParallelFor parallelFor;
     if (executor)
         parallelFor = [this](size_t count, const std::function<void(size_t)>& task) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Wm4Vector4.h"
+#include "qe/qeMemory.h"
 
 #include "ctr/BakedTriangles.h"
 #include "ctr/BakedVertex.h"
@@ -38,7 +39,7 @@ struct BakedTriangles::tFirstPassData {
         std::vector<uint32_t> insideBits;
         std::vector<uint32_t> chunkKeptCounts;
         // Every source vertex quantised, or the out-of-cube marker.
-        std::vector<BakedVertex> sourceVertices;
+        qe::qeLargeVector<BakedVertex> sourceVertices;
         std::vector<tClipRecord> clipRecords;
         std::vector<Wm4::Vector4<float>> clipPolygons;
     };

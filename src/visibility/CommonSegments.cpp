@@ -38,6 +38,27 @@ bool HasNaN(const SegmentKey& key) {
     return false;
 }
 
+// The six coordinates of a segment's ends, lower end first, as unsigned
+// numbers whose order is the value order of CompareValue without NaN: -0
+// and +0 take one key, so equal keys mean equal values. Only segments
+// without a NaN end get one.
+struct ValueKey {
+    uint32_t k[6];
+    bool operator<(const ValueKey& other) const {
+        return std::lexicographical_compare(k, k + 6, other.k, other.k + 6);
+    }
+};
+
+ValueKey MakeValueKey(const SegmentKey& key) {
+    ValueKey value{};
+    for (int axis = 0; axis < 3; ++axis) {
+        // Adding +0 turns -0 into +0 and changes nothing else.
+        value.k[axis] = edges::FloatOrderKey((*key.lo)[axis] + 0.0f);
+        value.k[3 + axis] = edges::FloatOrderKey((*key.hi)[axis] + 0.0f);
+    }
+    return value;
+}
+
 // The segments of one set with their key; a segment naming a vertex the
 // buffer does not have has none.
 class SegmentKeys {
@@ -118,13 +139,24 @@ int CompactSegments(LineSegmentSet& set, const std::vector<bool>& dropped) {
 void LineSegmentSet::RemoveCommonSegments(LineSegmentSet* a, const LineSegmentSet* b) {
     if (!a || !b) return;
 
+    // b's segments as value keys, sorted; the order among equal keys does
+    // not matter, as only whether a key is there is asked. A segment with a
+    // NaN end equals nothing of a's (those are skipped below, and NaN is
+    // unequal to every number), so it is left out.
     const SegmentKeys keysB(*b);
-    std::vector<uint32_t> sortedB = keysB.keyed(b->getSegmentQuantity(), true);
+    const int segmentsB = b->getSegmentQuantity();
+    std::vector<ValueKey> sortedB;
+    sortedB.reserve(static_cast<size_t>(std::max(segmentsB, 0)));
+    bool anyB = false;
+    SegmentKey key{};
+    for (int s = 0; s < segmentsB; ++s) {
+        if (!keysB.get(s, key)) continue;
+        anyB = true;
+        if (!HasNaN(key)) sortedB.push_back(MakeValueKey(key));
+    }
     // Nothing to match against: a stays as it is, even without segments.
-    if (sortedB.empty()) return;
-    std::sort(sortedB.begin(), sortedB.end(), [&keysB](uint32_t s, uint32_t t) {
-        return CompareKey(keysB.at(static_cast<int>(s)), keysB.at(static_cast<int>(t))) < 0;
-    });
+    if (!anyB) return;
+    std::sort(sortedB.begin(), sortedB.end());
 
     // Every match is decided before a's indices move: a and b may share
     // their index buffer, and compacting would rewrite b's segments under
@@ -132,15 +164,10 @@ void LineSegmentSet::RemoveCommonSegments(LineSegmentSet* a, const LineSegmentSe
     const SegmentKeys keysA(*a);
     const int segmentsA = a->getSegmentQuantity();
     std::vector<bool> dropped(static_cast<size_t>(segmentsA), false);
-    SegmentKey key{};
     for (int i = 0; i < segmentsA; ++i) {
         // NaN is equal to nothing, under the order's ties as well.
         if (!keysA.get(i, key) || HasNaN(key)) continue;
-        const auto after = std::upper_bound(
-            sortedB.begin(), sortedB.end(), key,
-            [&keysB](const SegmentKey& k, uint32_t s) { return CompareKey(k, keysB.at(static_cast<int>(s))) < 0; });
-        if (after == sortedB.begin()) continue;
-        dropped[static_cast<size_t>(i)] = CompareKey(keysB.at(static_cast<int>(*(after - 1))), key) == 0;
+        dropped[static_cast<size_t>(i)] = std::binary_search(sortedB.begin(), sortedB.end(), MakeValueKey(key));
     }
 
     CompactSegments(*a, dropped);

@@ -44,8 +44,8 @@ public:
     }
 
 private:
-    std::vector<qeBBox> m_boxes;
-    std::vector<Wm4::Vector3<float>> m_centroids;
+    qeLargeVector<qeBBox> m_boxes;
+    qeLargeVector<Wm4::Vector3<float>> m_centroids;
 };
 
 // Asks a source for every primitive's box once and keeps them. Source must
