@@ -125,6 +125,17 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
                  const DrawingOptions& options, const CameraMatrices& camera, const PlaceView& place, ViewLines& lines,
                  DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor) {
     PhaseClock clock(stats, monitor);
+    clock.start("prepare");
+    const ctr::PreparedModel model(meshes, &occluders, executor);
+    clock.start(nullptr);
+    return ComputeView(model, options, camera, place, lines, stats, error, executor, monitor);
+}
+
+bool ComputeView(const ctr::PreparedModel& model, const DrawingOptions& options, const CameraMatrices& camera,
+                 const PlaceView& place, ViewLines& lines, DrawingStats& stats, std::string& error,
+                 ctr::Executor* executor, DrawingMonitor* monitor) {
+    const std::vector<const qe::qeTriMesh*>& occluders = model.getOccluders();
+    PhaseClock clock(stats, monitor);
     const auto cancelled = [&]() {
         if (!monitor || !monitor->shouldCancel()) return false;
         stats.cancelled = true;
@@ -151,7 +162,7 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
     ctr::GeometricFeatures features;
     clock.watchCreases(&features.creaseEdges);
     clock.start("bake");
-    generator.setSingleExportCluster(meshes, &occluders);
+    generator.setPreparedModel(&model);
     if (cancelled()) return false;
 
     qe::qePointer<ctr::LineSegmentSet> hiddenIntersections;

@@ -21,6 +21,8 @@ class qeTriMesh;
 
 namespace ctr {
 
+class PreparedModel;
+
 // The three line sets of one feature computation; any of them may be null.
 struct CTR_API GeometricFeatures {
     qe::qePointer<LineSegmentSet> creaseEdges;
@@ -68,6 +70,13 @@ public:
     // only hide lines; null or empty for none) and bakes both lists.
     void setSingleExportCluster(const std::vector<const qe::qeTriMesh*>& meshes,
                                 const std::vector<const qe::qeTriMesh*>* occluders);
+    // The same with the meshes and occluders of a prepared model, whose crease
+    // and outline edges computeGeometricFeatures then copies instead of
+    // extracting them again: the features are those that setSingleExportCluster
+    // with the same lists gives, bit for bit. The model is borrowed and must
+    // outlive the generator's use of it; null empties the cluster list.
+    // setSingleExportCluster forgets the model.
+    void setPreparedModel(const PreparedModel* model);
     // No range check.
     BakedTriangles& getBakedTriangles(unsigned int cluster);
 
