@@ -202,6 +202,13 @@ struct ViewBatch {
                 return false;
             }
         }
+        // The starting thread may have taken no view at all, and so not have
+        // asked the host's monitor: it asks once more now.
+        if (shared && shared->shouldCancel()) {
+            total.cancelled = true;
+            error = "cancelled";
+            return false;
+        }
         // The views overlapped in time: their steps share the batch's wall
         // time in proportion to the time each took on its thread, so that the
         // phases still add up to the run's time.
