@@ -159,6 +159,8 @@ bool ComputeView(const ctr::PreparedModel& model, const DrawingOptions& options,
     generator.setExecutor(executor);
     generator.setProgressNotifier(monitor);
     generator.setStepObserver(&clock);
+    // Split normals give most creases twice; one copy is enough to hide.
+    generator.setRemoveDuplicateCreases(true);
     ctr::GeometricFeatures features;
     clock.watchCreases(&features.creaseEdges);
     clock.start("bake");
@@ -172,7 +174,8 @@ bool ComputeView(const ctr::PreparedModel& model, const DrawingOptions& options,
     // The steps that count their work are over, whatever they counted.
     if (monitor) monitor->advanceProgress(monitor->getRemainingProgress());
     stats.crease.found = clock.creasesFound;
-    stats.crease.commonRemoved = clock.creasesFound - countSegments(features.creaseEdges);
+    const size_t duplicateCreases = static_cast<size_t>(generator.getRemovedDuplicateCreases());
+    stats.crease.commonRemoved = clock.creasesFound - countSegments(features.creaseEdges) - duplicateCreases;
     stats.silhouette.found = countSegments(features.silhouetteEdges);
     stats.intersection.found = countSegments(features.intersectionEdges);
     // The library hides intersection lines behind the cluster's own solids
@@ -198,6 +201,7 @@ bool ComputeView(const ctr::PreparedModel& model, const DrawingOptions& options,
     clock.start("duplicates");
     for (tKind& kind : kinds)
         kind.stats.duplicatesRemoved = static_cast<size_t>(ctr::LineSegmentSet::RemoveDuplicateSegments(kind.set));
+    stats.crease.duplicatesRemoved += duplicateCreases;
     clock.start("visible pieces");
     for (tKind& kind : kinds) {
         if (kind.set) kind.visible = ctr::LineSegmentSet::BakeVisibleSegments(kind.set);

@@ -66,6 +66,16 @@ public:
     void setExecutor(Executor* executor);
     // Not owned; null (the default) for none.
     void setStepObserver(FeatureStepObserver* observer);
+    // With true, computeGeometricFeatures removes the creases that an earlier
+    // crease repeats (LineSegmentSet::RemoveDuplicateSegments) once the
+    // common segments are gone and before the occlusion, which then has
+    // fewer segments to hide: the set is the one that removing them
+    // afterwards leaves, as occlusion is computed segment by segment. A mesh
+    // with split normals yields each of its creases twice. False (the
+    // default) leaves them in. The number removed by the latest computation
+    // is getRemovedDuplicateCreases().
+    void setRemoveDuplicateCreases(bool remove);
+    int getRemovedDuplicateCreases() const;
     // Makes cluster 0 of meshes (whose lines are wanted) and occluders (which
     // only hide lines; null or empty for none) and bakes both lists.
     void setSingleExportCluster(const std::vector<const qe::qeTriMesh*>& meshes,

@@ -57,6 +57,8 @@ public:
     qe::qeProgressNotifierInterface* progressNotifier = nullptr;
     Executor* executor = nullptr;
     FeatureStepObserver* stepObserver = nullptr;
+    bool removeDuplicateCreases = false;
+    int removedDuplicateCreases = 0;
     // Set by setPreparedModel, cleared by setSingleExportCluster.
     const PreparedModel* prepared = nullptr;
 };

@@ -43,6 +43,10 @@ void GeometricFeaturesGenerator::setExecutor(Executor* executor) { internal->exe
 
 void GeometricFeaturesGenerator::setStepObserver(FeatureStepObserver* observer) { internal->stepObserver = observer; }
 
+void GeometricFeaturesGenerator::setRemoveDuplicateCreases(bool remove) { internal->removeDuplicateCreases = remove; }
+
+int GeometricFeaturesGenerator::getRemovedDuplicateCreases() const { return internal->removedDuplicateCreases; }
+
 FeatureStepObserver::~FeatureStepObserver() = default;
 
 void GeometricFeaturesGenerator::setSingleExportCluster(const std::vector<const qe::qeTriMesh*>& meshes,
