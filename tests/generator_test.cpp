@@ -7,6 +7,7 @@
 
 #include "TestSupport.h"
 #include "ctr/PreparedModel.h"
+#include "ctr/drawing/Drawing.h"
 #include "ctr/drawing/ThreadPool.h"
 
 namespace {
@@ -181,9 +182,10 @@ TEST(PreparedModel, ViewsEqualFreshGeneratorsOnAnyThread) {
         views(0, &pool);
         other.join();
         for (size_t c = 0; c < cameras.size(); ++c) {
-            if (c % 3 == 0)
+            if (c % 3 == 0) {
                 EXPECT_EQ(ctr::LineSegmentSet::RemoveDuplicateSegments(fresh[c].features.creaseEdges),
                           shared[c].duplicates);
+            }
             ExpectSameView(fresh[c], shared[c], scene.models[0] + " camera " + std::to_string(c));
         }
         // The views edited their copies only.
@@ -191,6 +193,40 @@ TEST(PreparedModel, ViewsEqualFreshGeneratorsOnAnyThread) {
         ExpectSameSet(before, after, scene.models[0] + " prepared edges");
         EXPECT_EQ(prepared.getCreaseEdges()->VBuffer, after->VBuffer);
         EXPECT_NE(prepared.getCreaseEdges()->IBuffer, after->IBuffer);
+    }
+}
+
+// The tool drops repeated creases before hiding them; its counts are still
+// those of dropping them afterwards: found, repeated by a silhouette, and
+// repeated by another crease.
+TEST(PreparedModel, ViewCountsAsWhenDuplicatesGoLast) {
+    for (const char* name : {"cad/cube_split_normals.obj", "cad/joint.obj"}) {
+        const contour::ImportedModel model = ctr_test::LoadModel(name);
+        const std::vector<const qe::qeTriMesh*> meshes = model.meshList(), none;
+        contour::DrawingOptions options;
+        contour::CameraMatrices camera;
+        std::string error;
+        ASSERT_TRUE(contour::FrameCamera(meshes, none, options.camera, 210.0, 297.0, camera, error)) << error;
+        contour::ViewLines lines;
+        contour::DrawingStats stats;
+        ASSERT_TRUE(contour::ComputeView(meshes, none, options, camera, contour::FitToPage(options), lines, stats,
+                                         error, nullptr, nullptr))
+            << error;
+
+        ctr::GeometricFeaturesGenerator generator;
+        generator.setProjectionSpace(contour::ProjectionSpaceOf(camera));
+        generator.setSingleExportCluster(meshes, nullptr);
+        ctr::GeometricFeatures features;
+        generator.computeGeometricFeatures(features, 0, false);
+        const size_t found = static_cast<size_t>(Segments(features.creaseEdges));
+        ctr::LineSegmentSet::RemoveCommonSegments(features.creaseEdges, features.silhouetteEdges);
+        const size_t afterCommon = static_cast<size_t>(features.creaseEdges->getSegmentQuantity());
+        EXPECT_EQ(stats.crease.found, found) << name;
+        EXPECT_EQ(stats.crease.commonRemoved, found - afterCommon) << name;
+        EXPECT_EQ(stats.crease.duplicatesRemoved,
+                  static_cast<size_t>(ctr::LineSegmentSet::RemoveDuplicateSegments(features.creaseEdges)))
+            << name;
+        EXPECT_GT(stats.crease.duplicatesRemoved + stats.crease.commonRemoved, 0u) << name;
     }
 }
 
