@@ -3,13 +3,17 @@
 // and on a random scene whose triangles cut each other; and the tool's
 // layered file is well formed, marks its Inkscape layers and renders.
 #include <cstring>
+#include <filesystem>
 #include <random>
+#include <thread>
 
 #include "TestSupport.h"
 #include "ctr/ExportParameters.h"
 #include "ctr/SheetLines.h"
 #include "ctr/SheetWriter.h"
 #include "ctr/TrianglesIntersection.h"
+#include "ctr/drawing/Sheet.h"
+#include "ctr/drawing/ThreadPool.h"
 #include "exact/Exact.h"
 #include "visibility/IntersectionInternal.h"
 #include "visibility/IntersectionPieces.h"
@@ -237,5 +241,62 @@ TEST_F(SheetTool, WritesInkscapeLayers) {
     EXPECT_NE(read("joint.json").find("\"hidden\": {\n      \"pieces\": "), std::string::npos);
 }
 #endif
+
+// Asks to stop at its n-th question; counts where the questions come from.
+class StopAfter : public contour::DrawingMonitor {
+public:
+    explicit StopAfter(int n) : m_left(n) {}
+    void phaseStarted(const char*) override {}
+    bool shouldCancel() override {
+        offThread = offThread || std::this_thread::get_id() != m_owner;
+        return --m_left < 0;
+    }
+    void setTotalProgress(double) override {}
+    void advanceProgress(double) override {}
+    bool offThread = false;
+
+private:
+    int m_left;
+    std::thread::id m_owner = std::this_thread::get_id();
+};
+
+// A sheet's views computed one after another, side by side on two threads,
+// and with three threads (sides side by side, the other two views with the
+// pool inside) make the same file; a request to stop ends a sheet computed
+// side by side, and the host's monitor is only ever asked on its own thread.
+TEST(SheetViews, SameSheetComputedInAnyOrderAndStoppable) {
+    const contour::ImportedModel model = ctr_test::LoadModel("cad/joint.obj");
+    contour::DrawingOptions options;
+    options.pageWidthMM = 420.0;
+    options.pageHeightMM = 297.0;
+    options.hiddenLines = true;
+    contour::SheetOptions sheet;
+    sheet.date = "2000-01-01";
+    const std::string path = (std::filesystem::temp_directory_path() / "sheet_views.svg").string();
+    std::string files[3];
+    contour::ThreadPool two(2), three(3);
+    ctr::Executor* executors[3] = {nullptr, &two, &three};
+    for (int i = 0; i < 3; ++i) {
+        contour::DrawingStats stats;
+        std::string error;
+        ASSERT_TRUE(contour::DrawSheet(model.meshList(), {}, options, sheet, path, stats, error, executors[i]))
+            << error;
+        files[i] = ctr_test::ReadFile(path);
+    }
+    std::filesystem::remove(path);
+    EXPECT_GT(files[0].size(), 1000u);
+    EXPECT_EQ(files[0], files[1]);
+    EXPECT_EQ(files[0], files[2]);
+
+    for (const int questions : {0, 3, 12}) {
+        StopAfter stop(questions);
+        contour::DrawingStats stats;
+        std::string error;
+        EXPECT_FALSE(contour::DrawSheet(model.meshList(), {}, options, sheet, path, stats, error, &two, &stop));
+        EXPECT_TRUE(stats.cancelled) << questions;
+        EXPECT_FALSE(stop.offThread);
+    }
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
 
 }  // namespace

@@ -125,6 +125,17 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
                  const DrawingOptions& options, const CameraMatrices& camera, const PlaceView& place, ViewLines& lines,
                  DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor) {
     PhaseClock clock(stats, monitor);
+    clock.start("prepare");
+    const ctr::PreparedModel model(meshes, &occluders, executor);
+    clock.start(nullptr);
+    return ComputeView(model, options, camera, place, lines, stats, error, executor, monitor);
+}
+
+bool ComputeView(const ctr::PreparedModel& model, const DrawingOptions& options, const CameraMatrices& camera,
+                 const PlaceView& place, ViewLines& lines, DrawingStats& stats, std::string& error,
+                 ctr::Executor* executor, DrawingMonitor* monitor) {
+    const std::vector<const qe::qeTriMesh*>& occluders = model.getOccluders();
+    PhaseClock clock(stats, monitor);
     const auto cancelled = [&]() {
         if (!monitor || !monitor->shouldCancel()) return false;
         stats.cancelled = true;
@@ -148,10 +159,12 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
     generator.setExecutor(executor);
     generator.setProgressNotifier(monitor);
     generator.setStepObserver(&clock);
+    // Split normals give most creases twice; one copy is enough to hide.
+    generator.setRemoveDuplicateCreases(true);
     ctr::GeometricFeatures features;
     clock.watchCreases(&features.creaseEdges);
     clock.start("bake");
-    generator.setSingleExportCluster(meshes, &occluders);
+    generator.setPreparedModel(&model);
     if (cancelled()) return false;
 
     qe::qePointer<ctr::LineSegmentSet> hiddenIntersections;
@@ -161,7 +174,8 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
     // The steps that count their work are over, whatever they counted.
     if (monitor) monitor->advanceProgress(monitor->getRemainingProgress());
     stats.crease.found = clock.creasesFound;
-    stats.crease.commonRemoved = clock.creasesFound - countSegments(features.creaseEdges);
+    const size_t duplicateCreases = static_cast<size_t>(generator.getRemovedDuplicateCreases());
+    stats.crease.commonRemoved = clock.creasesFound - countSegments(features.creaseEdges) - duplicateCreases;
     stats.silhouette.found = countSegments(features.silhouetteEdges);
     stats.intersection.found = countSegments(features.intersectionEdges);
     // The library hides intersection lines behind the cluster's own solids
@@ -187,6 +201,7 @@ bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
     clock.start("duplicates");
     for (tKind& kind : kinds)
         kind.stats.duplicatesRemoved = static_cast<size_t>(ctr::LineSegmentSet::RemoveDuplicateSegments(kind.set));
+    stats.crease.duplicatesRemoved += duplicateCreases;
     clock.start("visible pieces");
     for (tKind& kind : kinds) {
         if (kind.set) kind.visible = ctr::LineSegmentSet::BakeVisibleSegments(kind.set);

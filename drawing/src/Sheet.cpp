@@ -2,17 +2,24 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
+#include <exception>
 #include <limits>
+#include <optional>
+#include <thread>
 
 #include "Wm4Vector2.h"
 #include "Wm4Vector4.h"
 
 #include "ctr/DiscreteProjectionSpace.h"
 #include "ctr/drawing/PageMerge.h"
+#include "ctr/drawing/ThreadPool.h"
+#include "ctr/PreparedModel.h"
 #include "ctr/SheetWriter.h"
 #include "ctr/Version.h"
 
@@ -85,6 +92,144 @@ struct tComputedView {
     ViewLines lines;
     DrawingStats stats;
 };
+
+double SecondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Views are computed side by side, each on one thread, up to this many
+// triangles (models and occluders together); larger models are computed one
+// view after another with the pool inside each. Each view holds a bake of its
+// own, so side by side the memory grows with the number of threads, while
+// the steps of a large view keep every thread busy anyway.
+constexpr size_t kSideBySideTriangles = size_t(1) << 20;
+
+// One view to compute, and what became of it.
+struct tViewJob {
+    DrawingOptions options;
+    CameraMatrices camera;
+    PlaceView place;
+    ViewLines lines;
+    DrawingStats stats;
+    std::string error;
+    bool computed = false;
+    std::exception_ptr thrown;
+};
+
+// The monitor of views computed side by side. Only the thread that started
+// them talks to the host's monitor (which need not take calls from other
+// threads): it passes on a request to stop, which every view then sees, and
+// counts finished views as the progress. The views' own steps and progress
+// are not passed on; they overlap.
+class tSideBySideMonitor : public DrawingMonitor {
+public:
+    tSideBySideMonitor(DrawingMonitor* host, size_t views) : m_host(host), m_caller(std::this_thread::get_id()) {
+        m_host->phaseStarted("views");
+        m_host->setTotalProgress(static_cast<double>(views));
+    }
+    void phaseStarted(const char*) override {}
+    bool shouldCancel() override {
+        if (std::this_thread::get_id() == m_caller) {
+            report();
+            if (m_host->shouldCancel()) m_cancel.store(true, std::memory_order_relaxed);
+        }
+        return m_cancel.load(std::memory_order_relaxed);
+    }
+    void setTotalProgress(double) override {}
+    void advanceProgress(double) override {}
+    void viewFinished() { m_finished.fetch_add(1, std::memory_order_relaxed); }
+    // On the starting thread only.
+    void report() {
+        const size_t finished = m_finished.load(std::memory_order_relaxed);
+        if (finished > m_reported) m_host->advanceProgress(static_cast<double>(finished - m_reported));
+        m_reported = finished;
+    }
+
+private:
+    DrawingMonitor* m_host;
+    std::thread::id m_caller;
+    std::atomic<bool> m_cancel{false};
+    std::atomic<size_t> m_finished{0};
+    size_t m_reported = 0;
+};
+
+// Computes views of one prepared model: side by side on the executor (each
+// view on one thread, without the executor inside) or one after another with
+// the executor inside each; the lines are the same either way.
+struct ViewBatch {
+    const ctr::PreparedModel& model;
+    ctr::Executor* executor;
+    DrawingMonitor* monitor;
+    bool sideBySide;   // allowed for this model
+    unsigned int threads;  // of the executor
+
+    // False with the first failed view's reason (in job order), as when the
+    // views are computed in order and the first failure ends the run; the
+    // phases of the views go into total.
+    bool compute(std::vector<tViewJob>& jobs, DrawingStats& total, std::string& error) const {
+        if (!(sideBySide && executor && jobs.size() >= 2 && jobs.size() >= threads)) {
+            for (tViewJob& job : jobs) {
+                if (!ComputeView(model, job.options, job.camera, job.place, job.lines, job.stats, error, executor,
+                                 monitor)) {
+                    total.cancelled = job.stats.cancelled;
+                    return false;
+                }
+                AddPhases(total, job.stats);
+            }
+            return true;
+        }
+        const auto start = std::chrono::steady_clock::now();
+        std::optional<tSideBySideMonitor> shared;
+        if (monitor) shared.emplace(monitor, jobs.size());
+        executor->parallelFor(jobs.size(), [&](size_t i) {
+            tViewJob& job = jobs[i];
+            // An executor's tasks throw nothing: a failure (memory above all)
+            // is carried back to the starting thread.
+            try {
+                job.computed = ComputeView(model, job.options, job.camera, job.place, job.lines, job.stats, job.error,
+                                           nullptr, shared ? &*shared : nullptr);
+            } catch (...) {
+                job.thrown = std::current_exception();
+            }
+            if (shared) shared->viewFinished();
+        });
+        if (shared) shared->report();
+        for (tViewJob& job : jobs) {
+            if (job.thrown) std::rethrow_exception(job.thrown);
+            if (!job.computed) {
+                error = job.error;
+                total.cancelled = job.stats.cancelled;
+                return false;
+            }
+        }
+        // The starting thread may have taken no view at all, and so not have
+        // asked the host's monitor: it asks once more now.
+        if (shared && shared->shouldCancel()) {
+            total.cancelled = true;
+            error = "cancelled";
+            return false;
+        }
+        // The views overlapped in time: their steps share the batch's wall
+        // time in proportion to the time each took on its thread, so that the
+        // phases still add up to the run's time.
+        double threadTime = 0.0;
+        for (const tViewJob& job : jobs)
+            for (const PhaseTime& phase : job.stats.phases) threadTime += phase.seconds;
+        const double share = threadTime > 0.0 ? SecondsSince(start) / threadTime : 0.0;
+        for (tViewJob& job : jobs) {
+            for (PhaseTime& phase : job.stats.phases) phase.seconds *= share;
+            AddPhases(total, job.stats);
+        }
+        return true;
+    }
+};
+
+size_t TriangleCount(const std::vector<const qe::qeTriMesh*>& meshes) {
+    size_t count = 0;
+    for (const qe::qeTriMesh* mesh : meshes)
+        if (mesh) count += static_cast<size_t>(std::max(mesh->GetTriangleQuantity(), 0));
+    return count;
+}
 
 }  // namespace
 
@@ -227,6 +372,16 @@ bool LayOutSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vec
 bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                const DrawingOptions& options, const SheetOptions& sheetOptions, const std::string& svgPath,
                DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor) {
+    // What the views share (the crease and outline edges) is found once.
+    const auto prepareStart = std::chrono::steady_clock::now();
+    if (monitor) monitor->phaseStarted("prepare");
+    const ctr::PreparedModel model(meshes, &occluders, executor);
+    stats.phases.push_back(PhaseTime{"prepare", SecondsSince(prepareStart)});
+    const auto* pool = dynamic_cast<const ThreadPool*>(executor);
+    const ViewBatch batch{model, executor, monitor,
+                          TriangleCount(meshes) + TriangleCount(occluders) <= kSideBySideTriangles,
+                          pool ? pool->threadCount() : 2u};
+
     DrawingOptions laid = options;
     std::vector<tComputedView> computed;
     if (sheetOptions.front) {
@@ -242,27 +397,26 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
         // Every side is drawn with its hidden lines, which break ties; the
         // winner and its neighbour are kept for the front and side views.
         const std::array<Wm4::Vector3<double>, 4> sides = HorizontalSides(options.camera.up);
-        std::vector<SideScore> scores;
         DrawingOptions measured = options;
         measured.hiddenLines = true;
-        for (const Wm4::Vector3<double>& side : sides) {
-            tComputedView view;
+        std::vector<tViewJob> jobs(sides.size());
+        for (size_t i = 0; i < sides.size(); ++i) {
             measured.camera.view = ViewPreset::kFront;
-            measured.camera.front = side;
+            measured.camera.front = sides[i];
             if (!FrameCamera(meshes, occluders, measured.camera, options.pageWidthMM, options.pageHeightMM,
-                             view.camera, error))
+                             jobs[i].camera, error))
                 return false;
-            if (!ComputeView(meshes, occluders, measured, view.camera, FitToPage(measured), view.lines, view.stats,
-                             error, executor, monitor)) {
-                stats.cancelled = view.stats.cancelled;
-                return false;
-            }
-            AddPhases(stats, view.stats);
-            const double perMM = view.stats.worldUnitsPerMM;
-            const DrawingStats& s = view.stats;
+            jobs[i].options = measured;
+            jobs[i].place = FitToPage(measured);
+        }
+        if (!batch.compute(jobs, stats, error)) return false;
+        std::vector<SideScore> scores;
+        for (tViewJob& job : jobs) {
+            const double perMM = job.stats.worldUnitsPerMM;
+            const DrawingStats& s = job.stats;
             scores.push_back(
                 SideScore{(s.crease.inkMM + s.silhouette.inkMM + s.intersection.inkMM) * perMM, s.hidden.inkMM * perMM});
-            computed.push_back(std::move(view));
+            computed.push_back(tComputedView{job.camera, std::move(job.lines), std::move(job.stats)});
         }
         const int best = ChooseFrontSide(scores);
         laid.camera.front = sides[static_cast<size_t>(std::max(best, 0))];
@@ -273,36 +427,56 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     if (!LayOutSheet(meshes, occluders, laid, sheetOptions, layout, error, &stats.optionRefused)) return false;
     const Wm4::Vector2<float> page(static_cast<float>(options.pageWidthMM), static_cast<float>(options.pageHeightMM));
     const double scale = layout.scale.modelPerSheetMM() / options.millimetresPerUnit();
+    const auto placeAt = [page, scale](const SheetView& view) -> PlaceView {
+        const Wm4::Vector2<float> centre(static_cast<float>(view.windowCentre[0]),
+                                         static_cast<float>(view.windowCentre[1]));
+        return [page, scale, centre](const ctr::DiscreteProjectionSpace& space) {
+            return ctr::ScaledViewParameters(space, page, scale, centre);
+        };
+    };
+
+    // The views that no measured side gives are computed together; the
+    // sheet is then put together in its order.
+    std::vector<tViewJob> jobs;
+    std::vector<int> source(layout.views.size(), -1);  // the job, or -2 - the measured side
+    for (size_t i = 0; i < layout.views.size(); ++i) {
+        const SheetView& view = layout.views[i];
+        const auto reused = std::find_if(computed.begin(), computed.end(),
+                                         [&](const tComputedView& c) { return SameCamera(c.camera, view.camera); });
+        if (reused != computed.end()) {
+            source[i] = -2 - static_cast<int>(reused - computed.begin());
+            continue;
+        }
+        tViewJob job;
+        job.camera = view.camera;
+        job.options = laid;
+        job.options.hiddenLines = options.hiddenLines && (view.preset != ViewPreset::kIso || sheetOptions.isoHidden);
+        job.place = placeAt(view);
+        source[i] = static_cast<int>(jobs.size());
+        jobs.push_back(std::move(job));
+    }
+    if (!batch.compute(jobs, stats, error)) return false;
 
     ctr::SheetWriter sheet;
     StyleSheet(sheet, options);
     sheet.setPageSizeInMM(page);
     for (size_t i = 0; i < layout.views.size(); ++i) {
         const SheetView& view = layout.views[i];
-        const Wm4::Vector2<float> centre(static_cast<float>(view.windowCentre[0]),
-                                         static_cast<float>(view.windowCentre[1]));
-        const auto place = [&](const ctr::DiscreteProjectionSpace& space) {
-            return ctr::ScaledViewParameters(space, page, scale, centre);
-        };
         const bool hidden = options.hiddenLines && (view.preset != ViewPreset::kIso || sheetOptions.isoHidden);
         ViewLines lines;
         DrawingStats viewStats;
-        const auto reused = std::find_if(computed.begin(), computed.end(),
-                                         [&](const tComputedView& c) { return SameCamera(c.camera, view.camera); });
-        if (reused != computed.end()) {
-            lines = std::move(reused->lines);
-            viewStats = reused->stats;
+        if (source[i] <= -2) {
+            tComputedView& reused = computed[static_cast<size_t>(-2 - source[i])];
+            lines = std::move(reused.lines);
+            viewStats = reused.stats;
             viewStats.phases.clear();  // counted when the side was measured
             if (!hidden) lines.hidden.clear();
-            if (!PlaceViewLines(lines, place, viewStats, error)) return false;
+            if (!PlaceViewLines(lines, placeAt(view), viewStats, error)) return false;
         } else {
-            DrawingOptions viewOptions = laid;
-            viewOptions.hiddenLines = hidden;
-            if (!ComputeView(meshes, occluders, viewOptions, view.camera, place, lines, viewStats, error, executor,
-                             monitor)) {
-                stats.cancelled = viewStats.cancelled;
-                return false;
-            }
+            tViewJob& job = jobs[static_cast<size_t>(source[i])];
+            lines = std::move(job.lines);
+            viewStats = std::move(job.stats);
+            viewStats.phases.clear();  // counted with the batch
         }
         MergeOnPage(lines, options.keepCommon, viewStats);
         CountViewLines(lines, view.camera, viewStats);

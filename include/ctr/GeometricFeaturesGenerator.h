@@ -21,6 +21,8 @@ class qeTriMesh;
 
 namespace ctr {
 
+class PreparedModel;
+
 // The three line sets of one feature computation; any of them may be null.
 struct CTR_API GeometricFeatures {
     qe::qePointer<LineSegmentSet> creaseEdges;
@@ -64,10 +66,27 @@ public:
     void setExecutor(Executor* executor);
     // Not owned; null (the default) for none.
     void setStepObserver(FeatureStepObserver* observer);
+    // With true, computeGeometricFeatures removes the creases that an earlier
+    // crease repeats (LineSegmentSet::RemoveDuplicateSegments) once the
+    // common segments are gone and before the occlusion, which then has
+    // fewer segments to hide: the set is the one that removing them
+    // afterwards leaves, as occlusion is computed segment by segment. A mesh
+    // with split normals yields each of its creases twice. False (the
+    // default) leaves them in. The number removed by the latest computation
+    // is getRemovedDuplicateCreases().
+    void setRemoveDuplicateCreases(bool remove);
+    int getRemovedDuplicateCreases() const;
     // Makes cluster 0 of meshes (whose lines are wanted) and occluders (which
     // only hide lines; null or empty for none) and bakes both lists.
     void setSingleExportCluster(const std::vector<const qe::qeTriMesh*>& meshes,
                                 const std::vector<const qe::qeTriMesh*>* occluders);
+    // The same with the meshes and occluders of a prepared model, whose crease
+    // and outline edges computeGeometricFeatures then copies instead of
+    // extracting them again: the features are those that setSingleExportCluster
+    // with the same lists gives, bit for bit. The model is borrowed and must
+    // outlive the generator's use of it; null empties the cluster list.
+    // setSingleExportCluster forgets the model.
+    void setPreparedModel(const PreparedModel* model);
     // No range check.
     BakedTriangles& getBakedTriangles(unsigned int cluster);
 

@@ -33,6 +33,7 @@ void GeometricFeaturesGenerator::computeGeometricFeatures(GeometricFeatures& fea
                                                           bool removeCommonSegments,
                                                           qe::qePointer<LineSegmentSet>* hiddenIntersectionEdges) {
     if (hiddenIntersectionEdges) *hiddenIntersectionEdges = nullptr;
+    internal->removedDuplicateCreases = 0;
     const tInternal& state = *internal;
     qe::qeProgressNotifierInterface* notifier = state.progressNotifier;
     const auto cancelled = [notifier]() { return notifier && notifier->shouldCancel(); };
@@ -60,6 +61,11 @@ void GeometricFeaturesGenerator::computeGeometricFeatures(GeometricFeatures& fea
         // A crease set whose every segment was a silhouette is no set at all.
         if (features.creaseEdges && !features.creaseEdges->IBuffer) features.creaseEdges = nullptr;
     }
+    // Duplicates share their key, so the common segments took all copies of
+    // a crease or none: removing them now or after the occlusion leaves the
+    // same first copies.
+    if (state.removeDuplicateCreases && features.creaseEdges)
+        internal->removedDuplicateCreases = LineSegmentSet::RemoveDuplicateSegments(features.creaseEdges);
     if (notifier) {
         if (cancelled()) return;
         const uint32_t triangles =

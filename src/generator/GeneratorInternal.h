@@ -11,6 +11,7 @@
 #include "ctr/Executor.h"
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/LineSegmentSet.h"
+#include "ctr/PreparedModel.h"
 
 namespace ctr {
 
@@ -25,12 +26,18 @@ struct OwnedSets {
     OwnedSets& operator=(const OwnedSets&) = delete;
 };
 
+// Per mesh of meshes (null entries skipped), its outline metadata's lines
+// when it carries any, else its crease edges; fused into one world-space set.
+// Null when no mesh has a line. Runs on executor when there is one.
+LineSegmentSet* ExtractCreaseEdges(const std::vector<const qe::qeTriMesh*>& meshes, Executor* executor);
+
 class GeometricFeaturesGenerator::tInternal {
 public:
     void initBakedTriangles();
     // Per mesh of the cluster, its outline metadata's lines when it carries
     // any, else its crease edges; fused into one world-space set. Null for an
-    // unknown cluster or when no mesh has a line.
+    // unknown cluster or when no mesh has a line. Cluster 0 of a prepared
+    // model gets a copy of the prepared set.
     LineSegmentSet* computeCreaseEdges(unsigned int cluster) const;
     // The silhouette edges of the cluster's baked meshes, fused into one
     // world-space set; null when there are none.
@@ -50,6 +57,10 @@ public:
     qe::qeProgressNotifierInterface* progressNotifier = nullptr;
     Executor* executor = nullptr;
     FeatureStepObserver* stepObserver = nullptr;
+    bool removeDuplicateCreases = false;
+    int removedDuplicateCreases = 0;
+    // Set by setPreparedModel, cleared by setSingleExportCluster.
+    const PreparedModel* prepared = nullptr;
 };
 
 }  // namespace ctr

@@ -4,6 +4,7 @@
 #include "qe/qeMetadata.h"
 #include "qe/qeTriMesh.h"
 
+#include "ctr/PreparedModel.h"
 #include "generator/GeneratorInternal.h"
 #include "parallel/Chunks.h"
 
@@ -42,16 +43,33 @@ void GeometricFeaturesGenerator::setExecutor(Executor* executor) { internal->exe
 
 void GeometricFeaturesGenerator::setStepObserver(FeatureStepObserver* observer) { internal->stepObserver = observer; }
 
+void GeometricFeaturesGenerator::setRemoveDuplicateCreases(bool remove) { internal->removeDuplicateCreases = remove; }
+
+int GeometricFeaturesGenerator::getRemovedDuplicateCreases() const { return internal->removedDuplicateCreases; }
+
 FeatureStepObserver::~FeatureStepObserver() = default;
 
 void GeometricFeaturesGenerator::setSingleExportCluster(const std::vector<const qe::qeTriMesh*>& meshes,
                                                         const std::vector<const qe::qeTriMesh*>* occluders) {
+    internal->prepared = nullptr;
     internal->clusterMeshes.assign(1, meshes);
     if (occluders && !occluders->empty())
         internal->clusterOccluders.assign(1, *occluders);
     else
         internal->clusterOccluders.clear();
     internal->initBakedTriangles();
+}
+
+void GeometricFeaturesGenerator::setPreparedModel(const PreparedModel* model) {
+    if (!model) {
+        internal->prepared = nullptr;
+        internal->clusterMeshes.clear();
+        internal->clusterOccluders.clear();
+        internal->initBakedTriangles();
+        return;
+    }
+    setSingleExportCluster(model->getMeshes(), &model->getOccluders());
+    internal->prepared = model;
 }
 
 BakedTriangles& GeometricFeaturesGenerator::getBakedTriangles(unsigned int cluster) {
@@ -77,9 +95,7 @@ void GeometricFeaturesGenerator::tInternal::initBakedTriangles() {
     }
 }
 
-LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeCreaseEdges(unsigned int cluster) const {
-    if (cluster >= clusterMeshes.size()) return nullptr;
-    const std::vector<const qe::qeTriMesh*>& meshes = clusterMeshes[cluster];
+LineSegmentSet* ExtractCreaseEdges(const std::vector<const qe::qeTriMesh*>& meshes, Executor* executor) {
     OwnedSets perMesh(meshes.size());
     // Crease extraction of the feature computation is never cancelled.
     const bool neverCancelled = false;
@@ -95,6 +111,13 @@ LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeCreaseEdges(unsign
             perMesh.sets[m] = LineSegmentSet::GetCreaseEdgesFromTriMesh(mesh, proxy, kCreaseAngleDegrees, false);
     });
     return LineSegmentSet::FuseLineSegmentSets(perMesh.sets);
+}
+
+LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeCreaseEdges(unsigned int cluster) const {
+    if (cluster >= clusterMeshes.size()) return nullptr;
+    // The prepared model made the same set from the same meshes once.
+    if (prepared && cluster == 0) return prepared->copyCreaseEdges();
+    return ExtractCreaseEdges(clusterMeshes[cluster], executor);
 }
 
 }  // namespace ctr

@@ -20,6 +20,7 @@
 #include "ctr/Executor.h"
 #include "ctr/ExportParameters.h"
 #include "ctr/LineSegmentSet.h"
+#include "ctr/PreparedModel.h"
 #include "ctr/SheetWriter.h"
 
 namespace contour {
@@ -144,7 +145,15 @@ PlaceView FitToPage(const DrawingOptions& options);
 // common and duplicate segments removed, visible and, when asked for, hidden
 // pieces; the view placed by place. Fills stats but for the paths. False
 // with a one-line reason, or with stats.cancelled when the monitor asked to
-// stop.
+// stop. The model's preparation is shared: views of one model may be
+// computed at the same time on different threads, each with its own lines,
+// stats, error and monitor (and no executor, or one that takes loops from
+// several threads).
+bool ComputeView(const ctr::PreparedModel& model, const DrawingOptions& options, const CameraMatrices& camera,
+                 const PlaceView& place, ViewLines& lines, DrawingStats& stats, std::string& error,
+                 ctr::Executor* executor, DrawingMonitor* monitor);
+// The same for meshes not yet prepared: prepares them (the phase "prepare")
+// for this one view.
 bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                  const DrawingOptions& options, const CameraMatrices& camera, const PlaceView& place, ViewLines& lines,
                  DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor);

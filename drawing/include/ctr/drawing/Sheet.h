@@ -85,9 +85,14 @@ int ChooseFrontSide(const std::vector<SideScore>& sides);
 // single view, each in groups of its own inside the layers of lines. Without
 // sheet.front the four sides around up are computed first and the most
 // informative becomes the front view (two of them are then reused as the
-// front and side views). stats sums the views (the camera and fit are the
-// front view's) and records the front side and the fill. Fails as DrawToSVG
-// does, and with stats.optionRefused when the forced scale is too large.
+// front and side views). The meshes are prepared once for all views; with an
+// executor, the views of a model that is not too large are computed side by
+// side, one per thread, else one after another with the executor inside
+// each: the file is the same either way. stats sums the views (the camera
+// and fit are the front view's; views computed side by side share their
+// wall time among their phases) and records the front side and the fill.
+// Fails as DrawToSVG does, and with stats.optionRefused when the forced
+// scale is too large.
 bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                const DrawingOptions& options, const SheetOptions& sheet, const std::string& svgPath,
                DrawingStats& stats, std::string& error, ctr::Executor* executor = nullptr,
