@@ -184,7 +184,8 @@ TEST(PageMerge, SheetDrawsEachLineOnce) {
     contour::SheetOptions sheet;
     contour::DrawingStats stats;
     std::string error;
-    const std::string path = (std::filesystem::temp_directory_path() / "page_merge_sheet.svg").string();
+    const std::string path =
+        (std::filesystem::temp_directory_path() / ("page_merge_sheet_" + std::to_string(::getpid()) + ".svg")).string();
     ASSERT_TRUE(contour::DrawSheet(model.meshList(), {}, options, sheet, path, stats, error)) << error;
     std::vector<tInk> ink;
     for (const char* layer : {"creases", "silhouettes", "intersections"})

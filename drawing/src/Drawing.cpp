@@ -121,20 +121,16 @@ PlaceView FitToPage(const DrawingOptions& options) {
     };
 }
 
-bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
-                 const DrawingOptions& options, const CameraMatrices& camera, const PlaceView& place, ViewLines& lines,
-                 DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor) {
-    PhaseClock clock(stats, monitor);
-    clock.start("prepare");
-    const ctr::PreparedModel model(meshes, &occluders, executor);
-    clock.start(nullptr);
-    return ComputeView(model, options, camera, place, lines, stats, error, executor, monitor);
-}
+namespace {
 
-bool ComputeView(const ctr::PreparedModel& model, const DrawingOptions& options, const CameraMatrices& camera,
-                 const PlaceView& place, ViewLines& lines, DrawingStats& stats, std::string& error,
-                 ctr::Executor* executor, DrawingMonitor* monitor) {
-    const std::vector<const qe::qeTriMesh*>& occluders = model.getOccluders();
+// One view from a prepared model, or (model null) from the lists, whose
+// creases are then found after the bake: a single view gains nothing from
+// preparing, and finding them first would hold their working lists while
+// the bake grows the heap, a larger peak.
+bool ComputeViewOf(const ctr::PreparedModel* model, const std::vector<const qe::qeTriMesh*>& meshes,
+                   const std::vector<const qe::qeTriMesh*>& occluders, const DrawingOptions& options,
+                   const CameraMatrices& camera, const PlaceView& place, ViewLines& lines, DrawingStats& stats,
+                   std::string& error, ctr::Executor* executor, DrawingMonitor* monitor) {
     PhaseClock clock(stats, monitor);
     const auto cancelled = [&]() {
         if (!monitor || !monitor->shouldCancel()) return false;
@@ -164,7 +160,10 @@ bool ComputeView(const ctr::PreparedModel& model, const DrawingOptions& options,
     ctr::GeometricFeatures features;
     clock.watchCreases(&features.creaseEdges);
     clock.start("bake");
-    generator.setPreparedModel(&model);
+    if (model)
+        generator.setPreparedModel(model);
+    else
+        generator.setSingleExportCluster(meshes, &occluders);
     if (cancelled()) return false;
 
     qe::qePointer<ctr::LineSegmentSet> hiddenIntersections;
@@ -219,6 +218,21 @@ bool ComputeView(const ctr::PreparedModel& model, const DrawingOptions& options,
     if (!PlaceViewLines(lines, place, stats, error)) return false;
     CountViewLines(lines, camera, stats);
     return true;
+}
+
+}  // namespace
+
+bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
+                 const DrawingOptions& options, const CameraMatrices& camera, const PlaceView& place, ViewLines& lines,
+                 DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor) {
+    return ComputeViewOf(nullptr, meshes, occluders, options, camera, place, lines, stats, error, executor, monitor);
+}
+
+bool ComputeView(const ctr::PreparedModel& model, const DrawingOptions& options, const CameraMatrices& camera,
+                 const PlaceView& place, ViewLines& lines, DrawingStats& stats, std::string& error,
+                 ctr::Executor* executor, DrawingMonitor* monitor) {
+    return ComputeViewOf(&model, model.getMeshes(), model.getOccluders(), options, camera, place, lines, stats, error,
+                         executor, monitor);
 }
 
 bool PlaceViewLines(ViewLines& lines, const PlaceView& place, DrawingStats& stats, std::string& error) {
