@@ -197,10 +197,11 @@ bool ComputeViewOf(const ctr::PreparedModel* model, const std::vector<const qe::
     } kinds[] = {{features.creaseEdges, stats.crease, lines.creases},
                  {features.silhouetteEdges, stats.silhouette, lines.silhouettes},
                  {features.intersectionEdges, stats.intersection, lines.intersections}};
+    // The generator dropped the repeated creases already, before hiding them.
     clock.start("duplicates");
-    for (tKind& kind : kinds)
-        kind.stats.duplicatesRemoved = static_cast<size_t>(ctr::LineSegmentSet::RemoveDuplicateSegments(kind.set));
-    stats.crease.duplicatesRemoved += duplicateCreases;
+    stats.crease.duplicatesRemoved = duplicateCreases;
+    for (tKind* kind : {&kinds[1], &kinds[2]})
+        kind->stats.duplicatesRemoved = static_cast<size_t>(ctr::LineSegmentSet::RemoveDuplicateSegments(kind->set));
     clock.start("visible pieces");
     for (tKind& kind : kinds) {
         if (kind.set) kind.visible = ctr::LineSegmentSet::BakeVisibleSegments(kind.set);

@@ -152,8 +152,8 @@ PlaceView FitToPage(const DrawingOptions& options);
 bool ComputeView(const ctr::PreparedModel& model, const DrawingOptions& options, const CameraMatrices& camera,
                  const PlaceView& place, ViewLines& lines, DrawingStats& stats, std::string& error,
                  ctr::Executor* executor, DrawingMonitor* monitor);
-// The same for meshes not yet prepared: prepares them (the phase "prepare")
-// for this one view.
+// The same for meshes not yet prepared, for this one view: the creases are
+// found after the bake, as no other view shares them.
 bool ComputeView(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                  const DrawingOptions& options, const CameraMatrices& camera, const PlaceView& place, ViewLines& lines,
                  DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor);
