@@ -30,6 +30,10 @@ class CMakeBuild(build_ext):
         for library in (os.path.join(build, "src", "libqeContouringLib.so.1"),
                         os.path.join(build, "platform", "libqePlatform.so.1")):
             shutil.copyfile(library, os.path.join(os.path.dirname(target), os.path.basename(library)))
+        # The readers of assimp's formats and of CAD files are loaded from
+        # beside the module when a file needs them.
+        for reader in glob.glob(os.path.join(build, "readers", "libcontour-*-reader.so")):
+            shutil.copyfile(reader, os.path.join(os.path.dirname(target), os.path.basename(reader)))
 
 
 setup(

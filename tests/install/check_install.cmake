@@ -28,12 +28,19 @@ if(NOT result EQUAL 0 OR NOT output MATCHES "1\\.0\\.0\\.1297 hidden 1 borders 3
   message(FATAL_ERROR "consumer run failed: ${output}")
 endif()
 
-# The installed tool finds its library relative to itself, in any prefix.
+# The installed tool finds its library and its reader modules relative to
+# itself, in any prefix, and never in the build tree.
 if(EXISTS "${WORK_DIR}/prefix/bin/contour")
   execute_process(COMMAND ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH
       "${WORK_DIR}/prefix/bin/contour" --demo -q -o "${WORK_DIR}/demo.svg"
     RESULT_VARIABLE result ERROR_VARIABLE output)
   if(NOT result EQUAL 0 OR NOT EXISTS "${WORK_DIR}/demo.svg")
     message(FATAL_ERROR "the installed contour does not run: ${output}")
+  endif()
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH
+      "${WORK_DIR}/prefix/bin/contour" "${SOURCE_DIR}/../models/units/block_inch.3mf" -q -o "${WORK_DIR}/block.svg"
+    RESULT_VARIABLE result ERROR_VARIABLE output)
+  if(NOT result EQUAL 0 OR NOT EXISTS "${WORK_DIR}/block.svg")
+    message(FATAL_ERROR "the installed contour does not load its reader module: ${output}")
   endif()
 endif()
