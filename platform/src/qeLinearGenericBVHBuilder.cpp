@@ -9,11 +9,18 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
+#include <cstring>
+#include <limits>
 #include <memory>
 #include <new>
 #include <type_traits>
 
 #include "qe/qeMemory.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace qe {
 
@@ -39,13 +46,69 @@ struct tRange {
     qeBBox centroids;
 };
 
-// A bin's boxes are valid only once it counts a primitive: an empty box
+// Binning spends most of its time taking minima and maxima of three floats
+// at a time, so bins keep their bounds as four-float lanes (the fourth lane
+// unused) and take them in one instruction each. The selections are those
+// of qeBBox::include: min(value, bound) is value < bound ? value : bound,
+// which keeps the bound for a NaN value and for an equal one (-0 and +0),
+// exactly as the packed minimum and maximum instructions do.
+#if defined(__SSE2__)
+typedef __m128 tLanes;
+inline tLanes loadLanes(const float* values) { return _mm_loadu_ps(values); }
+inline void storeLanes(float* values, tLanes lanes) { _mm_storeu_ps(values, lanes); }
+inline tLanes splatLanes(float value) { return _mm_set1_ps(value); }
+inline tLanes lowerLanes(tLanes value, tLanes bound) { return _mm_min_ps(value, bound); }
+inline tLanes upperLanes(tLanes value, tLanes bound) { return _mm_max_ps(value, bound); }
+#else
+struct tLanes {
+    float v[4];
+};
+inline tLanes loadLanes(const float* values) {
+    tLanes lanes;
+    std::memcpy(lanes.v, values, sizeof lanes.v);
+    return lanes;
+}
+inline void storeLanes(float* values, tLanes lanes) { std::memcpy(values, lanes.v, sizeof lanes.v); }
+inline tLanes splatLanes(float value) { return tLanes{{value, value, value, value}}; }
+inline tLanes lowerLanes(tLanes value, tLanes bound) {
+    for (int k = 0; k < 4; ++k) value.v[k] = value.v[k] < bound.v[k] ? value.v[k] : bound.v[k];
+    return value;
+}
+inline tLanes upperLanes(tLanes value, tLanes bound) {
+    for (int k = 0; k < 4; ++k) value.v[k] = value.v[k] > bound.v[k] ? value.v[k] : bound.v[k];
+    return value;
+}
+#endif
+
+qeBBox boxOfLanes(tLanes lower, tLanes upper) {
+    float low[4], high[4];
+    storeLanes(low, lower);
+    storeLanes(high, upper);
+    return qeBBox(Wm4::Vector3<float>(low[0], low[1], low[2]), Wm4::Vector3<float>(high[0], high[1], high[2]));
+}
+
+// A bin's bounds are valid only once it counts a primitive: an empty box
 // adds nothing to a union, so empty bins are skipped instead of being
 // cleared, and a node clears only the sixteen counts.
 struct tBin {
-    qeBBox box;
-    qeBBox centroids;
+    tLanes lower, upper;                  // of the boxes
+    tLanes centroidLower, centroidUpper;  // of their centres
     uint32_t count = 0;
+
+    void makeEmpty() {
+        const float inf = std::numeric_limits<float>::infinity();
+        lower = centroidLower = splatLanes(inf);
+        upper = centroidUpper = splatLanes(-inf);
+    }
+    // Adds the bounds of a bin (the parts of one binned in pieces).
+    void include(const tBin& from) {
+        lower = lowerLanes(from.lower, lower);
+        upper = upperLanes(from.upper, upper);
+        centroidLower = lowerLanes(from.centroidLower, centroidLower);
+        centroidUpper = upperLanes(from.centroidUpper, centroidUpper);
+    }
+    qeBBox box() const { return boxOfLanes(lower, upper); }
+    qeBBox centroids() const { return boxOfLanes(centroidLower, centroidUpper); }
 };
 typedef std::array<tBin, kBinQuantity> tBins;
 
@@ -91,31 +154,22 @@ inline uint32_t binOf(float coordinate, float lower, float scale) {
     return static_cast<uint32_t>(position);
 }
 
-// The minimum and maximum as qeBBox::include takes them (a NaN coordinate
-// never replaces a bound), with every input read before anything is
-// written: the compiler cannot tell that a bin and an item never overlap,
-// and would otherwise reload after each store.
-inline void includeInto(float* lower, float* upper, const float* low, const float* high) {
-    const float l0 = low[0], l1 = low[1], l2 = low[2], h0 = high[0], h1 = high[1], h2 = high[2];
-    const float m0 = lower[0], m1 = lower[1], m2 = lower[2], n0 = upper[0], n1 = upper[1], n2 = upper[2];
-    lower[0] = l0 < m0 ? l0 : m0;
-    lower[1] = l1 < m1 ? l1 : m1;
-    lower[2] = l2 < m2 ? l2 : m2;
-    upper[0] = h0 > n0 ? h0 : n0;
-    upper[1] = h1 > n1 ? h1 : n1;
-    upper[2] = h2 > n2 ? h2 : n2;
-}
+// An item's box minimum, maximum and centre are read as four floats each,
+// the fourth being the next field's first (the primitive number for the
+// centre), which lands in the unused lane.
+static_assert(std::is_standard_layout<tItem>::value && offsetof(tItem, box) == 0 && sizeof(qeBBox) == 24 &&
+                  offsetof(tItem, centroid) == 24 && offsetof(tItem, primitive) == 36,
+              "four-float loads of an item stay inside it");
 
 inline void addToBin(tBins& bins, const tBinning& binning, const tItem& item) {
     tBin& bin = bins[binOf(item.centroid[binning.axis], binning.lower, binning.scale)];
-    if (bin.count++ == 0) {
-        bin.box.makeEmpty();
-        bin.centroids.makeEmpty();
-    }
-    includeInto(&bin.box.Min[0], &bin.box.Max[0], static_cast<const float*>(item.box.Min),
-                static_cast<const float*>(item.box.Max));
-    includeInto(&bin.centroids.Min[0], &bin.centroids.Max[0], static_cast<const float*>(item.centroid),
-                static_cast<const float*>(item.centroid));
+    if (bin.count++ == 0) bin.makeEmpty();
+    const char* const bytes = reinterpret_cast<const char*>(&item);
+    const tLanes centroid = loadLanes(reinterpret_cast<const float*>(bytes + offsetof(tItem, centroid)));
+    bin.lower = lowerLanes(loadLanes(reinterpret_cast<const float*>(bytes)), bin.lower);
+    bin.upper = upperLanes(loadLanes(reinterpret_cast<const float*>(bytes + 12)), bin.upper);
+    bin.centroidLower = lowerLanes(centroid, bin.centroidLower);
+    bin.centroidUpper = upperLanes(centroid, bin.centroidUpper);
 }
 
 bool isFinitePositive(float value) { return value > 0.0f && std::isfinite(value); }
@@ -210,7 +264,7 @@ public:
         qeBBox rightBox;
         uint32_t rightCount = 0;
         for (uint32_t i = usedQuantity - 1; i > 0; --i) {
-            rightBox.include(bins[used[i]].box);
+            rightBox.include(bins[used[i]].box());
             rightCount += bins[used[i]].count;
             rightCost[i - 1] = rightBox.halfArea() * static_cast<float>(rightCount);
         }
@@ -220,7 +274,7 @@ public:
         uint32_t lastLeftBin = 0;
         float bestCost = 0.0f;
         for (uint32_t i = 0; i + 1 < usedQuantity; ++i) {
-            leftBox.include(bins[used[i]].box);
+            leftBox.include(bins[used[i]].box());
             leftCount += bins[used[i]].count;
             const float cost = kTraversalCost + (leftBox.halfArea() * static_cast<float>(leftCount) + rightCost[i]) /
                                                     range.box.halfArea();
@@ -244,8 +298,8 @@ public:
         for (uint32_t b = 0; b < kBinQuantity; ++b) {
             if (!bins[b].count) continue;
             tRange& side = b <= lastLeftBin ? left : right;
-            side.box.include(bins[b].box);
-            side.centroids.include(bins[b].centroids);
+            side.box.include(bins[b].box());
+            side.centroids.include(bins[b].centroids());
             if (b <= lastLeftBin) firstCount += bins[b].count;
         }
         // Counts and bounds of both sides are known before the partition, so
@@ -522,17 +576,9 @@ private:
             for (const tBins& part : chunkBins)
                 for (uint32_t b = 0; b < kBinQuantity; ++b) {
                     if (!part[b].count) continue;
-                    if (bins[b].count == 0) {
-                        bins[b].box.makeEmpty();
-                        bins[b].centroids.makeEmpty();
-                    }
+                    if (bins[b].count == 0) bins[b].makeEmpty();
                     bins[b].count += part[b].count;
-                    const tBin& from = part[b];
-                    includeInto(&bins[b].box.Min[0], &bins[b].box.Max[0], static_cast<const float*>(from.box.Min),
-                                static_cast<const float*>(from.box.Max));
-                    includeInto(&bins[b].centroids.Min[0], &bins[b].centroids.Max[0],
-                                static_cast<const float*>(from.centroids.Min),
-                                static_cast<const float*>(from.centroids.Max));
+                    bins[b].include(part[b]);
                 }
             wave[0].task.binned = true;
         }
