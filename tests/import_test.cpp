@@ -15,6 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "ctr/drawing/ThreadPool.h"
 #include "NumberScan.h"
 #include "ScratchArray.h"
 #include "TestSupport.h"
@@ -206,14 +207,18 @@ void ExpectSameModel(const contour::ImportedModel& a, const contour::ImportedMod
     }
 }
 
-// Imports a file through the built-in readers and through assimp alone,
-// with generated and with stored normals: results and errors must agree.
+// Imports a file through the built-in readers (making normals on two
+// threads) and through assimp alone (on one), with generated and with stored
+// normals: results and errors must agree.
 void ExpectBothReadersAgree(const std::string& path) {
+    static contour::ThreadPool pool(2);
     for (const bool generate : {true, false}) {
-        contour::ImportOptions builtIn;
-        builtIn.generateNormals = generate;
-        contour::ImportOptions general = builtIn;
+        contour::ImportOptions general;
+        general.generateNormals = generate;
         general.generalReaderOnly = true;
+        contour::ImportOptions builtIn = general;
+        builtIn.generalReaderOnly = false;
+        builtIn.executor = &pool;
         contour::ImportedModel fast;
         contour::ImportedModel reference;
         std::string fastError;

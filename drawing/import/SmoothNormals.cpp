@@ -4,7 +4,10 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <exception>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -56,70 +59,46 @@ void sortAroundEdge(const Vector3d& axis, std::vector<tAround>& around) {
     });
 }
 
-}  // namespace
+// Each face's normal scaled by twice its area, its direction, and the
+// groups of its corners, which name its edges.
+struct tFace {
+    Vector3d weighted;
+    Vector3d direction;
+    std::array<uint32_t, 3> group;
+};
 
-void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int* slotOfCorner,
-                     tSmoothVertices& slots) {
-    const ScratchArray<unsigned int>& corners = source.corners;
-    const size_t faceCount = corners.size() / 3;
+// Work is cut by the input alone: faces in fixed chunks, groups in runs of
+// at least kRunCorners corners and at most about kMaxRuns runs.
+constexpr size_t kFaceChunk = size_t(1) << 15;
+constexpr size_t kRunCorners = size_t(1) << 16;
+constexpr size_t kMaxRuns = 64;
 
-    // Corners bucketed by position, groups numbered in the order of their
-    // first corner. Corners that share a vertex share its group, so the
-    // table is asked once per vertex, not once per corner.
-    constexpr uint32_t kUnset = 0xffffffffu;
-    ScratchArray<uint32_t> groupOfVertex;
-    groupOfVertex.assign(source.positions.size(), kUnset);
-    ScratchArray<uint32_t> groupVertex;  // a vertex of each group
-    {
-        constexpr size_t kAhead = 32;
-        tFirstSeenNumbering<3> groupOf(std::min(source.positions.size(), corners.size()));
-        for (size_t c = 0; c < corners.size(); ++c) {
-            if (c + kAhead < corners.size() && groupOfVertex[corners[c + kAhead]] == kUnset)
-                groupOf.prefetch(positionKey(source.positions[corners[c + kAhead]]));
-            uint32_t& group = groupOfVertex[corners[c]];
-            if (group == kUnset) {
-                group = groupOf.number(positionKey(source.positions[corners[c]]));
-                if (group == groupVertex.size()) groupVertex.push_back(corners[c]);
-            }
+// Runs task(0 .. count-1) on the executor, or in turn without one. The
+// first exception a task throws (running out of memory) is thrown here once
+// every task has returned.
+void inChunks(ctr::Executor* executor, size_t count, const std::function<void(size_t)>& task) {
+    if (!executor || count < 2) {
+        for (size_t i = 0; i < count; ++i) task(i);
+        return;
+    }
+    std::mutex mutex;
+    std::exception_ptr failure;
+    executor->parallelFor(count, [&](size_t i) {
+        try {
+            task(i);
+        } catch (...) {
+            const std::lock_guard<std::mutex> lock(mutex);
+            if (!failure) failure = std::current_exception();
         }
-    }
+    });
+    if (failure) std::rethrow_exception(failure);
+}
 
-    // Each face's normal scaled by twice its area, its direction, and the
-    // groups of its corners, which name its edges.
-    struct tFace {
-        Vector3d weighted;
-        Vector3d direction;
-        std::array<uint32_t, 3> group;
-    };
-    ScratchArray<tFace> faces(faceCount);
-    for (size_t f = 0; f < faceCount; ++f) {
-        const Vector3d p0 = toDouble(source.positions[corners[3 * f]]);
-        const Vector3d p1 = toDouble(source.positions[corners[3 * f + 1]]);
-        const Vector3d p2 = toDouble(source.positions[corners[3 * f + 2]]);
-        tFace& face = faces[f];
-        face.weighted = (p1 - p0).Cross(p2 - p0);
-        const double length = face.weighted.Length();
-        face.direction = length > 0.0 ? face.weighted / length : Vector3d(0.0, 0.0, 0.0);
-        for (size_t k = 0; k < 3; ++k) face.group[k] = groupOfVertex[corners[3 * f + k]];
-    }
-
-    const size_t groupCount = groupVertex.size();
-    ScratchArray<uint32_t> groupStart;
-    groupStart.assign(groupCount + 1, 0);
-    for (const unsigned int corner : corners) ++groupStart[groupOfVertex[corner] + 1];
-    for (size_t g = 0; g < groupCount; ++g) groupStart[g + 1] += groupStart[g];
-    ScratchArray<uint32_t> grouped(corners.size());  // each group's corners in corner order
-    {
-        ScratchArray<uint32_t> next(groupCount);
-        std::memcpy(next.data(), groupStart.data(), groupCount * sizeof(uint32_t));
-        for (size_t c = 0; c < corners.size(); ++c)
-            grouped[next[groupOfVertex[corners[c]]]++] = static_cast<uint32_t>(c);
-    }
-    groupOfVertex = ScratchArray<uint32_t>();
-
-    // At most one slot per corner; the unused part is never touched.
-    slots.normal.reserve(corners.size());
-    slots.source.reserve(corners.size());
+// Settles the fans and slots of groups [groupBegin, groupEnd) into slots,
+// numbered from its size on entry.
+void settleGroups(const tSourceMesh& source, const tFace* faces, const uint32_t* grouped, const uint32_t* groupStart,
+                  const uint32_t* groupVertex, size_t groupBegin, size_t groupEnd, float angleDegrees,
+                  unsigned int* slotOfCorner, tSmoothVertices& slots) {
     const double cosLimit = std::cos(static_cast<double>(angleDegrees) * 3.14159265358979323846 / 180.0);
     const Vector3d zero(0.0, 0.0, 0.0);
     constexpr uint32_t kNone = 0xffffffffu;
@@ -150,15 +129,15 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
         if (b < a) parent[a] = b;
     };
 
-    for (size_t g = 0; g < groupCount; ++g) {
-        const uint32_t* const member = grouped.data() + groupStart[g];
+    for (size_t g = groupBegin; g < groupEnd; ++g) {
+        const uint32_t* const member = grouped + groupStart[g];
         const uint32_t count = groupStart[g + 1] - groupStart[g];
         const auto faceOf = [&](uint32_t k) -> const tFace& { return faces[member[k] / 3]; };
         const auto hasDirection = [&](uint32_t k) { return faceOf(k).direction != zero; };
         for (uint32_t k = 0; k < count; ++k) {
             constexpr size_t kAhead = 16;
             const size_t ahead = groupStart[g] + k + kAhead;
-            if (ahead < grouped.size()) __builtin_prefetch(&faces[grouped[ahead] / 3]);
+            if (ahead < groupStart[groupEnd]) __builtin_prefetch(&faces[grouped[ahead] / 3]);
         }
         parent.resize(count);
         for (uint32_t k = 0; k < count; ++k) parent[k] = k;
@@ -334,6 +313,102 @@ void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int
         }
         for (uint32_t k = 0; k < count; ++k) slotOfCorner[member[k]] = static_cast<unsigned int>(slotOfFan[find(k)]);
     }
+}
+
+}  // namespace
+
+void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int* slotOfCorner,
+                     tSmoothVertices& slots, ctr::Executor* executor) {
+    const ScratchArray<unsigned int>& corners = source.corners;
+    const size_t faceCount = corners.size() / 3;
+
+    // Corners bucketed by position, groups numbered in the order of their
+    // first corner. Corners that share a vertex share its group, so the
+    // table is asked once per vertex, not once per corner.
+    constexpr uint32_t kUnset = 0xffffffffu;
+    ScratchArray<uint32_t> groupOfVertex;
+    groupOfVertex.assign(source.positions.size(), kUnset);
+    ScratchArray<uint32_t> groupVertex;  // a vertex of each group
+    {
+        constexpr size_t kAhead = 32;
+        tFirstSeenNumbering<3> groupOf(std::min(source.positions.size(), corners.size()));
+        for (size_t c = 0; c < corners.size(); ++c) {
+            if (c + kAhead < corners.size() && groupOfVertex[corners[c + kAhead]] == kUnset)
+                groupOf.prefetch(positionKey(source.positions[corners[c + kAhead]]));
+            uint32_t& group = groupOfVertex[corners[c]];
+            if (group == kUnset) {
+                group = groupOf.number(positionKey(source.positions[corners[c]]));
+                if (group == groupVertex.size()) groupVertex.push_back(corners[c]);
+            }
+        }
+    }
+
+    ScratchArray<tFace> faces(faceCount);
+    const size_t faceChunks = (faceCount + kFaceChunk - 1) / kFaceChunk;
+    inChunks(executor, faceChunks, [&](size_t chunk) {
+        const size_t end = std::min(faceCount, (chunk + 1) * kFaceChunk);
+        for (size_t f = chunk * kFaceChunk; f < end; ++f) {
+            const Vector3d p0 = toDouble(source.positions[corners[3 * f]]);
+            const Vector3d p1 = toDouble(source.positions[corners[3 * f + 1]]);
+            const Vector3d p2 = toDouble(source.positions[corners[3 * f + 2]]);
+            tFace& face = faces[f];
+            face.weighted = (p1 - p0).Cross(p2 - p0);
+            const double length = face.weighted.Length();
+            face.direction = length > 0.0 ? face.weighted / length : Vector3d(0.0, 0.0, 0.0);
+            for (size_t k = 0; k < 3; ++k) face.group[k] = groupOfVertex[corners[3 * f + k]];
+        }
+    });
+
+    const size_t groupCount = groupVertex.size();
+    ScratchArray<uint32_t> groupStart;
+    groupStart.assign(groupCount + 1, 0);
+    for (const unsigned int corner : corners) ++groupStart[groupOfVertex[corner] + 1];
+    for (size_t g = 0; g < groupCount; ++g) groupStart[g + 1] += groupStart[g];
+    ScratchArray<uint32_t> grouped(corners.size());  // each group's corners in corner order
+    {
+        ScratchArray<uint32_t> next(groupCount);
+        std::memcpy(next.data(), groupStart.data(), groupCount * sizeof(uint32_t));
+        for (size_t c = 0; c < corners.size(); ++c)
+            grouped[next[groupOfVertex[corners[c]]]++] = static_cast<uint32_t>(c);
+    }
+    groupOfVertex = ScratchArray<uint32_t>();
+
+    // Groups are settled in runs of whole groups, each run into slots of its
+    // own numbered from 0; the runs' slots are then appended in run order and
+    // their corners' slots moved up by what the runs before them made. The
+    // slots of a group depend on that group alone, so this numbering is the
+    // one a single pass in group order gives, with any number of threads.
+    std::vector<size_t> runGroup{0};
+    {
+        const size_t target = std::max(kRunCorners, corners.size() / kMaxRuns);
+        for (size_t g = 0; g < groupCount; ++g)
+            if (groupStart[g + 1] - groupStart[runGroup.back()] >= target || g + 1 == groupCount)
+                runGroup.push_back(g + 1);
+    }
+    const size_t runs = runGroup.size() - 1;
+    std::vector<tSmoothVertices> runSlots(runs);
+    inChunks(executor, runs, [&](size_t run) {
+        settleGroups(source, faces.data(), grouped.data(), groupStart.data(), groupVertex.data(), runGroup[run],
+                     runGroup[run + 1], angleDegrees, slotOfCorner, runSlots[run]);
+    });
+    const size_t before = slots.normal.size();
+    std::vector<size_t> runBase(runs + 1, before);
+    for (size_t run = 0; run < runs; ++run) runBase[run + 1] = runBase[run] + runSlots[run].normal.size();
+    slots.normal.reserve(runBase[runs]);
+    slots.source.reserve(runBase[runs]);
+    for (tSmoothVertices& run : runSlots) {
+        for (size_t k = 0; k < run.normal.size(); ++k) {
+            slots.normal.push_back(run.normal[k]);
+            slots.source.push_back(run.source[k]);
+        }
+        run = tSmoothVertices();
+    }
+    inChunks(executor, runs, [&](size_t run) {
+        const unsigned int base = static_cast<unsigned int>(runBase[run]);
+        if (base == 0) return;
+        for (size_t m = groupStart[runGroup[run]]; m < groupStart[runGroup[run + 1]]; ++m)
+            slotOfCorner[grouped[m]] += base;
+    });
 }
 
 }  // namespace contour::importer

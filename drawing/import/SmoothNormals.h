@@ -7,6 +7,8 @@
 
 #include "Wm4Vector3.h"
 
+#include "ctr/Executor.h"
+
 #include "SourceMesh.h"
 
 namespace contour::importer {
@@ -45,8 +47,10 @@ struct tSmoothVertices {
 
 // Appends the slots of source to slots and writes each corner's slot to
 // slotOfCorner (one entry per corner). Faces join across an edge when their
-// directions differ by at most angleDegrees.
-void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int* slotOfCorner, tSmoothVertices& slots);
+// directions differ by at most angleDegrees. The work runs on executor when
+// one is given; the result is the same without.
+void makeSmoothSlots(const tSourceMesh& source, float angleDegrees, unsigned int* slotOfCorner, tSmoothVertices& slots,
+                     ctr::Executor* executor = nullptr);
 
 }  // namespace contour::importer
 

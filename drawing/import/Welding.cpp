@@ -48,7 +48,7 @@ bool convertMesh(const tSourceMesh& source, unsigned int meshIndex, const Import
         // The index buffer holds each corner's slot until the slots are
         // numbered.
         tSmoothVertices slots;
-        makeSmoothSlots(source, options.smoothingAngleDegrees, newIndex, slots);
+        makeSmoothSlots(source, options.smoothingAngleDegrees, newIndex, slots, options.executor);
         constexpr uint32_t kUnset = 0xffffffffu;
         ScratchArray<uint32_t> number;
         number.assign(slots.normal.size(), kUnset);

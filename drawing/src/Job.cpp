@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <optional>
 #include <new>
 #include <stdexcept>
 
@@ -37,6 +38,9 @@ JobOutcome runJob(const DrawingRequest& asked, RunStats& run, DrawingStats& stat
     ApplyFormatConventions(request, request.models.empty() ? std::string() : request.models[0]);
     const auto start = std::chrono::steady_clock::now();
     run = RunStats();
+    // One pool for the whole job: the import makes normals on it too.
+    ThreadPool pool(request.threads ? request.threads : ThreadPool::DefaultThreadCount());
+    if (pool.threadCount() > 1) request.import.executor = &pool;
     if (monitor) monitor->phaseStarted("import");
     std::vector<ImportedModel> models(request.demo ? 1 : request.models.size());
     std::vector<ImportedModel> occluderModels(request.occluders.size());
@@ -74,7 +78,8 @@ JobOutcome runJob(const DrawingRequest& asked, RunStats& run, DrawingStats& stat
 
     AtomicOutput output;
     const bool drawn = output.create(request.output, error) &&
-                       DrawRequested(request, drawing, meshes, occluders, output.writePath(), run, stats, error, monitor);
+                       DrawRequested(request, drawing, meshes, occluders, output.writePath(), run, stats, error, monitor,
+                                     nullptr, &pool);
     if (stats.cancelled) return JobOutcome::kCancelled;
     if (!drawn) {
         error = output.nameTheTarget(error);
@@ -124,10 +129,11 @@ DrawingOptions SettleDrawingOptions(const DrawingRequest& request, const std::ve
 bool DrawRequested(const DrawingRequest& request, const DrawingOptions& options,
                    const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                    const std::string& path, RunStats& run, DrawingStats& stats, std::string& error,
-                   DrawingMonitor* monitor, ViewLines* kept) {
-    ThreadPool pool(request.threads ? request.threads : ThreadPool::DefaultThreadCount());
-    run.threads = pool.threadCount();
-    ctr::Executor* executor = pool.threadCount() > 1 ? &pool : nullptr;
+                   DrawingMonitor* monitor, ViewLines* kept, ThreadPool* pool) {
+    std::optional<ThreadPool> own;
+    if (!pool) pool = &own.emplace(request.threads ? request.threads : ThreadPool::DefaultThreadCount());
+    run.threads = pool->threadCount();
+    ctr::Executor* executor = pool->threadCount() > 1 ? pool : nullptr;
     return request.sheet
                ? DrawSheet(meshes, occluders, options, request.sheetOptions, path, stats, error, executor, monitor)
                : DrawToSVG(meshes, occluders, options, path, stats, error, executor, monitor, kept);

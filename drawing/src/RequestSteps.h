@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ctr/drawing/Job.h"
+#include "ctr/drawing/ThreadPool.h"
 
 namespace contour {
 
@@ -21,7 +22,7 @@ DrawingOptions SettleDrawingOptions(const DrawingRequest& request, const std::ve
 bool DrawRequested(const DrawingRequest& request, const DrawingOptions& options,
                    const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                    const std::string& path, RunStats& run, DrawingStats& stats, std::string& error,
-                   DrawingMonitor* monitor, ViewLines* kept = nullptr);
+                   DrawingMonitor* monitor, ViewLines* kept = nullptr, ThreadPool* pool = nullptr);
 
 }  // namespace contour
 

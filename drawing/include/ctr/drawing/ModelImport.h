@@ -12,6 +12,8 @@
 #include "qe/qePointer.h"
 #include "qe/qeTriMesh.h"
 
+#include "ctr/Executor.h"
+
 #include "ctr/drawing/Units.h"
 
 namespace contour {
@@ -99,6 +101,9 @@ struct ImportOptions {
     // for STEP and IGES). Zero or less: a thousandth of the part's
     // bounding-box diagonal.
     double chordTolerance = 0.0;
+    // Threads for the work that splits (normals made per smooth fan); none
+    // runs it on the calling thread. The model is the same either way.
+    ctr::Executor* executor = nullptr;
 };
 
 // Loads every triangle of the file (polygons are split into fans, points and
