@@ -399,8 +399,8 @@ class Model:
 
     Each drawing is the one that draw() or sheet() makes of the same inputs with the same options,
     byte for byte (the record differs in its times only). Several Python threads may draw from one
-    model at once. The interpreter's lock is released while the model is read and prepared, and
-    Ctrl-C stops it.
+    model at once. The interpreter's lock is released while the model is read and prepared, as
+    while it is drawn; Ctrl-C stops the reading between files.
     """
 
     def __init__(self, inputs: Any, *, occluders: Any = None, units: Optional[str] = None,
