@@ -12,6 +12,7 @@
 #include "ctr/SheetLines.h"
 #include "ctr/SheetWriter.h"
 #include "ctr/TrianglesIntersection.h"
+#include "ctr/drawing/HostDrawing.h"
 #include "ctr/drawing/Sheet.h"
 #include "ctr/drawing/ThreadPool.h"
 #include "exact/Exact.h"
@@ -300,6 +301,41 @@ TEST(SheetViews, SameSheetComputedInAnyOrderAndStoppable) {
         EXPECT_FALSE(stop.offThread);
     }
     EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+// A prepared model draws what the host drawing draws from the same inputs,
+// byte for byte, for a view and a sheet drawn on two threads at once: in the
+// unit it was prepared in (centimetres: a sheet's scale shows it) and with
+// the file's conventions (an STL's up is z). Another unit is refused.
+TEST(PreparedDrawing, DrawsAsTheHostDrawingOnTwoThreads) {
+    std::vector<contour::HostInput> models{{"anchor.stl", ctr_test::LoadModel("cad/anchor.stl")}};
+    contour::DrawingRequest requests[2];
+    for (contour::DrawingRequest& request : requests) {
+        request.units = contour::LengthUnit::kCentimetre;
+        request.threads = 1;
+        request.drawing.hiddenLines = true;
+    }
+    requests[0].drawing.camera.azimuthElevation = {{30.0, 20.0}};
+    requests[1].sheet = true;
+    requests[1].sheetOptions.date = "2000-01-01";
+    const contour::PreparedDrawing prepared(models, {}, contour::LengthUnit::kCentimetre, 2, 0.0);
+    contour::HostDrawing expected[2], drawn[2];
+    contour::JobOutcome outcomes[2];
+    std::string errors[2];
+    std::thread other([&] { outcomes[1] = prepared.Draw(requests[1], drawn[1], errors[1]); });
+    outcomes[0] = prepared.Draw(requests[0], drawn[0], errors[0]);
+    other.join();
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(outcomes[i], contour::JobOutcome::kDrawn) << errors[i];
+        ASSERT_EQ(contour::DrawHostModels(requests[i], models, {}, 0.0, expected[i], errors[i]),
+                  contour::JobOutcome::kDrawn);
+        EXPECT_EQ(drawn[i].svg, expected[i].svg) << i;
+    }
+
+    requests[0].units.reset();
+    EXPECT_EQ(prepared.Draw(requests[0], drawn[0], errors[0]), contour::JobOutcome::kFailed);
+    EXPECT_TRUE(drawn[0].stats.optionRefused && drawn[0].svg.empty());
+    EXPECT_NE(errors[0].find("units"), std::string::npos) << errors[0];
 }
 
 }  // namespace

@@ -311,15 +311,22 @@ bool AddViewLines(ctr::SheetWriter& sheet, const ViewLines& lines) {
     return added;
 }
 
-bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
-               const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error,
-               ctr::Executor* executor, DrawingMonitor* monitor, ViewLines* kept) {
+namespace {
+
+// A single view from a prepared model, or (model null) from the lists.
+bool DrawViewOf(const ctr::PreparedModel* model, const std::vector<const qe::qeTriMesh*>& meshes,
+                const std::vector<const qe::qeTriMesh*>& occluders, const DrawingOptions& options,
+                const std::string& svgPath, DrawingStats& stats, std::string& error, ctr::Executor* executor,
+                DrawingMonitor* monitor, ViewLines* kept) {
     CameraMatrices camera;
     if (!FrameCamera(meshes, occluders, options.camera, options.pageWidthMM, options.pageHeightMM, camera, error))
         return false;
     ViewLines lines;
-    if (!ComputeView(meshes, occluders, options, camera, FitToPage(options), lines, stats, error, executor, monitor))
-        return false;
+    const bool computed =
+        model ? ComputeView(*model, options, camera, FitToPage(options), lines, stats, error, executor, monitor)
+              : ComputeView(meshes, occluders, options, camera, FitToPage(options), lines, stats, error, executor,
+                            monitor);
+    if (!computed) return false;
     // Each line of the page drawn once, whichever way the page is written.
     MergeOnPage(lines, options.keepCommon, stats);
     CountViewLines(lines, camera, stats);
@@ -373,6 +380,21 @@ bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     clock.start(nullptr);
     if (kept) *kept = std::move(lines);
     return true;
+}
+
+}  // namespace
+
+bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
+               const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error,
+               ctr::Executor* executor, DrawingMonitor* monitor, ViewLines* kept) {
+    return DrawViewOf(nullptr, meshes, occluders, options, svgPath, stats, error, executor, monitor, kept);
+}
+
+bool DrawToSVG(const ctr::PreparedModel& model, const DrawingOptions& options, const std::string& svgPath,
+               DrawingStats& stats, std::string& error, ctr::Executor* executor, DrawingMonitor* monitor,
+               ViewLines* kept) {
+    return DrawViewOf(&model, model.getMeshes(), model.getOccluders(), options, svgPath, stats, error, executor,
+                      monitor, kept);
 }
 
 }  // namespace contour

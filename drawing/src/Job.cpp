@@ -79,7 +79,7 @@ JobOutcome runJob(const DrawingRequest& asked, RunStats& run, DrawingStats& stat
     AtomicOutput output;
     const bool drawn = output.create(request.output, error) &&
                        DrawRequested(request, drawing, meshes, occluders, output.writePath(), run, stats, error, monitor,
-                                     nullptr, &pool);
+                                     nullptr, nullptr, &pool);
     if (stats.cancelled) return JobOutcome::kCancelled;
     if (!drawn) {
         error = output.nameTheTarget(error);
@@ -129,14 +129,20 @@ DrawingOptions SettleDrawingOptions(const DrawingRequest& request, const std::ve
 bool DrawRequested(const DrawingRequest& request, const DrawingOptions& options,
                    const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                    const std::string& path, RunStats& run, DrawingStats& stats, std::string& error,
-                   DrawingMonitor* monitor, ViewLines* kept, ThreadPool* pool) {
+                   DrawingMonitor* monitor, ViewLines* kept, const ctr::PreparedModel* prepared, ThreadPool* pool) {
     std::optional<ThreadPool> own;
     if (!pool) pool = &own.emplace(request.threads ? request.threads : ThreadPool::DefaultThreadCount());
     run.threads = pool->threadCount();
     ctr::Executor* executor = pool->threadCount() > 1 ? pool : nullptr;
-    return request.sheet
-               ? DrawSheet(meshes, occluders, options, request.sheetOptions, path, stats, error, executor, monitor)
-               : DrawToSVG(meshes, occluders, options, path, stats, error, executor, monitor, kept);
+    if (!prepared)
+        return request.sheet
+                   ? DrawSheet(meshes, occluders, options, request.sheetOptions, path, stats, error, executor, monitor)
+                   : DrawToSVG(meshes, occluders, options, path, stats, error, executor, monitor, kept);
+    if (!request.sheet) return DrawToSVG(*prepared, options, path, stats, error, executor, monitor, kept);
+    // The record keeps the phases of a sheet that prepares for itself; this
+    // one spent no time on it.
+    stats.phases.push_back(PhaseTime{"prepare", 0.0});
+    return DrawSheet(*prepared, options, request.sheetOptions, path, stats, error, executor, monitor);
 }
 
 void ApplyFormatConventions(DrawingRequest& request, const std::string& firstModel) {

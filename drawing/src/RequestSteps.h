@@ -18,11 +18,15 @@ DrawingOptions SettleDrawingOptions(const DrawingRequest& request, const std::ve
 
 // Draws the view or the sheet the request asks for into path, on a pool of
 // the request's threads (recorded in run). Fails as DrawToSVG and DrawSheet
-// do; kept as DrawToSVG takes it, for a single view.
+// do; kept as DrawToSVG takes it, for a single view. With prepared (made of
+// these meshes and occluders) the view or sheet starts from it, with the
+// same bytes; without, a single view finds its own creases and a sheet
+// prepares for its views. pool, when given, is used instead of a new one.
 bool DrawRequested(const DrawingRequest& request, const DrawingOptions& options,
                    const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                    const std::string& path, RunStats& run, DrawingStats& stats, std::string& error,
-                   DrawingMonitor* monitor, ViewLines* kept = nullptr, ThreadPool* pool = nullptr);
+                   DrawingMonitor* monitor, ViewLines* kept = nullptr, const ctr::PreparedModel* prepared = nullptr,
+                   ThreadPool* pool = nullptr);
 
 }  // namespace contour
 

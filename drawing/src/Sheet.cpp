@@ -377,6 +377,14 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
     if (monitor) monitor->phaseStarted("prepare");
     const ctr::PreparedModel model(meshes, &occluders, executor);
     stats.phases.push_back(PhaseTime{"prepare", SecondsSince(prepareStart)});
+    return DrawSheet(model, options, sheetOptions, svgPath, stats, error, executor, monitor);
+}
+
+bool DrawSheet(const ctr::PreparedModel& model, const DrawingOptions& options, const SheetOptions& sheetOptions,
+               const std::string& svgPath, DrawingStats& stats, std::string& error, ctr::Executor* executor,
+               DrawingMonitor* monitor) {
+    const std::vector<const qe::qeTriMesh*>& meshes = model.getMeshes();
+    const std::vector<const qe::qeTriMesh*>& occluders = model.getOccluders();
     const auto* pool = dynamic_cast<const ThreadPool*>(executor);
     const ViewBatch batch{model, executor, monitor,
                           TriangleCount(meshes) + TriangleCount(occluders) <= kSideBySideTriangles,

@@ -5,6 +5,9 @@
     drawing.save("part.svg")
     drawing.lines("silhouette")        # (k, 2, 2) page millimetres, y down
 
+    model = contour.Model("part.stl")  # read and prepared once, for many cameras
+    model.draw(azimuth=30).save("part-30.svg")
+
 The options are those of the ``contour`` tool, spelt as Python keywords
 (``--keep-common`` is ``keep_common``), with the same defaults and checks.
 
@@ -25,7 +28,7 @@ import numpy as np
 
 from . import _contour
 
-__all__ = ["Drawing", "draw", "sheet", "batch", "KINDS"]
+__all__ = ["Drawing", "Model", "draw", "sheet", "batch", "KINDS"]
 
 #: The kinds of line, named as the layers of the SVG file.
 KINDS = ("crease", "silhouette", "intersection", "hidden")
@@ -375,6 +378,75 @@ _DRAW_DEFAULTS: Dict[str, Any] = dict(
     iso_hidden=False)
 _SHEET_ONLY = {"projection", "scale", "front", "part_number", "drawn_by", "iso_hidden"}
 _VIEW_ONLY = {"view", "azimuth", "elevation", "eye", "target", "perspective", "fov", "layers"}
+
+
+# What a Model holds for all its drawings, and so no drawing of it takes.
+_MODEL_ONLY = ("inputs", "occluders", "units", "smoothing_angle", "tolerance")
+
+
+class Model:
+    """A model read once and prepared once, to be drawn from many cameras (an orbit, the views of a
+    documentation set): the files are not read again, nor the edges that do not depend on the
+    camera found again, for each drawing.
+
+        model = contour.Model("part.stl")
+        for azimuth in range(0, 360, 30):
+            model.draw(azimuth=azimuth, elevation=20).save(f"part-{azimuth:03}.svg")
+
+    inputs, occluders, units, smoothing_angle, tolerance: as for draw(); they shape the model
+    itself, so they are given here and not per drawing.
+    threads: threads to prepare with (one per core by default), and the drawings' default.
+
+    Each drawing is the one that draw() or sheet() makes of the same inputs with the same options,
+    byte for byte (the record differs in its times only). Several Python threads may draw from one
+    model at once. The interpreter's lock is released while the model is read and prepared, as
+    while it is drawn; Ctrl-C stops the reading between files.
+    """
+
+    def __init__(self, inputs: Any, *, occluders: Any = None, units: Optional[str] = None,
+                 smoothing_angle: float = 30.0, tolerance: Optional[float] = None,
+                 threads: Optional[int] = None) -> None:
+        self._model_options = dict(units=units, smoothing_angle=smoothing_angle, tolerance=tolerance)
+        self._threads = threads
+        models, hiding, options = _prepare(inputs, occluders, **self._settings("Model", False, {}))
+        # The files name the drawings, as they do draw()'s.
+        self._paths = [m[1] for m in models if m[0] == "path"]
+        self._native = _contour.Model(models, hiding, options)
+
+    def _settings(self, what: str, sheet: bool, given: Dict[str, Any]) -> Dict[str, Any]:
+        """The keywords of _prepare for a drawing of this model with the options given."""
+        for key in given:
+            if key in _MODEL_ONLY:
+                raise TypeError(f"{what}() got {key!r}, which belongs to the model: give it to contour.Model()")
+        allowed = set(_DRAW_DEFAULTS) - (_VIEW_ONLY if sheet else _SHEET_ONLY)
+        unknown = sorted(set(given) - allowed)
+        if unknown:
+            raise TypeError(f"{what}() got an unexpected keyword {unknown[0]!r}")
+        settings = dict(_DRAW_DEFAULTS, threads=self._threads)
+        settings.update(given, sheet=sheet, **self._model_options)
+        if sheet and settings["projection"] is None:
+            settings["projection"] = "third"
+        return settings
+
+    def _drawn(self, what: str, sheet: bool, progress: Optional[Callable[[str, float], Any]],
+               given: Dict[str, Any]) -> Drawing:
+        _, _, options = _prepare(self._paths, None, **self._settings(what, sheet, given))
+        return Drawing(self._native.draw(options, progress), sheet)
+
+    def draw(self, *, progress: Optional[Callable[[str, float], Any]] = None, **options: Any) -> Drawing:
+        """One view of the model, as ``contour.draw(inputs, **options)`` draws it: the view options of
+        draw() (view, azimuth, elevation, eye, target, up, perspective, fov, page, landscape, margin,
+        bits, hidden, layers, arcs, crease_width, silhouette_width, color, keep_common, title,
+        description, threads) and its progress callback."""
+        return self._drawn("Model.draw", False, progress, options)
+
+    def sheet(self, *, progress: Optional[Callable[[str, float], Any]] = None, **options: Any) -> Drawing:
+        """An engineering sheet of the model, as ``contour.sheet(inputs, **options)`` draws it, with
+        the options of sheet() but the model's own."""
+        return self._drawn("Model.sheet", True, progress, options)
+
+    def __repr__(self) -> str:
+        return f"<contour.Model {', '.join(map(os.path.basename, self._paths)) or 'of arrays'}>"
 
 
 def _draw_part(part: tuple, out_dir: str, options: Dict[str, Any], occluders: List[str], force: bool,

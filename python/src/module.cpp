@@ -12,6 +12,8 @@
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <memory>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -315,73 +317,25 @@ py::array_t<double> toArray(const std::vector<float>& values, std::vector<py::ss
 
 enum class Failure { kNone, kInput, kArrays, kDrawing };
 
-py::dict draw(const py::list& modelList, const py::list& occluderList, const py::dict& options,
-              const py::object& progress) {
-    const contour::DrawingRequest job = request(options);
-    std::vector<Pending> models = inputs(modelList), occluders = inputs(occluderList);
-    if (models.empty()) refuse("nothing to draw: no model given");
-
-    Monitor monitor;
-    contour::HostDrawing drawing;
-    std::map<std::string, KindLines> kinds;
-    contour::JobOutcome outcome = contour::JobOutcome::kFailed;
-    Failure failure = Failure::kNone;
-    std::string error;
+// Runs work on a thread of its own while the interpreter waits in short
+// slices: between them it runs its signal handlers (Ctrl-C) and the progress
+// callback, and either may ask the work to stop through the monitor. work
+// must not throw. Raises what the callback or a handler raised, once the
+// work has ended.
+void computeAside(Monitor& monitor, const py::object& progress, const std::function<void()>& work) {
     std::mutex mutex;
     std::condition_variable finished;
     bool done = false;
-
-    const auto work = [&]() {
-        try {
-            const auto start = std::chrono::steady_clock::now();
-            monitor.phaseStarted("import");
-            std::vector<contour::HostInput> loaded[2];
-            for (int role = 0; role < 2 && failure == Failure::kNone; ++role)
-                for (const Pending& input : role == 0 ? models : occluders) {
-                    loaded[role].emplace_back();
-                    loaded[role].back().label = input.label;
-                    contour::ImportedModel& model = loaded[role].back().model;
-                    if (input.path.empty() ? !contour::AddMeshArrays(input.arrays(), input.label, model, error, job.import)
-                                           : !contour::ImportModel(input.path, model, error, job.import)) {
-                        failure = input.path.empty() ? Failure::kArrays : Failure::kInput;
-                        break;
-                    }
-                    if (monitor.shouldCancel()) {
-                        outcome = contour::JobOutcome::kCancelled;
-                        break;
-                    }
-                }
-            if (failure == Failure::kNone && !monitor.shouldCancel()) {
-                const double importSeconds =
-                    std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-                outcome = contour::DrawHostModels(job, loaded[0], loaded[1], importSeconds, drawing, error, &monitor);
-                if (outcome == contour::JobOutcome::kFailed) failure = Failure::kDrawing;
-                if (outcome == contour::JobOutcome::kDrawn && drawing.lines.parameters) {
-                    const ctr::ExportParameters& parameters = *drawing.lines.parameters;
-                    collect(drawing.lines.creases, parameters, kinds["crease"]);
-                    collect(drawing.lines.silhouettes, parameters, kinds["silhouette"]);
-                    collect(drawing.lines.intersections, parameters, kinds["intersection"]);
-                    KindLines& hidden = kinds["hidden"];
-                    for (const auto& set : drawing.lines.hidden) collect(set, parameters, hidden);
-                }
-            }
-        } catch (const std::exception& exception) {
-            error = exception.what();
-            failure = Failure::kDrawing;
-        }
-        std::lock_guard<std::mutex> lock(mutex);
-        done = true;
-        finished.notify_all();
-    };
-
     std::thread worker;
     {
         py::gil_scoped_release release;
-        worker = std::thread(work);
+        worker = std::thread([&] {
+            work();
+            std::lock_guard<std::mutex> lock(mutex);
+            done = true;
+            finished.notify_all();
+        });
     }
-    // The interpreter waits in short slices: between them it runs its signal
-    // handlers (Ctrl-C) and the progress callback, and either may ask the
-    // drawing to stop.
     bool raised = false;
     const auto report = [&]() {
         if (progress.is_none() || raised) return;
@@ -411,6 +365,45 @@ py::dict draw(const py::list& modelList, const py::list& occluderList, const py:
         worker.join();
     }
     if (raised) throw py::error_already_set();
+}
+
+// The inputs imported as the request's import options say, on the worker:
+// Failure::kInput or kArrays with error for one that cannot be taken, and
+// false (without a failure) when the monitor asked to stop.
+bool importInputs(const std::vector<Pending>& models, const std::vector<Pending>& occluders,
+                  const contour::ImportOptions& options, std::vector<contour::HostInput> (&loaded)[2],
+                  Failure& failure, std::string& error, Monitor& monitor) {
+    monitor.phaseStarted("import");
+    for (int role = 0; role < 2; ++role)
+        for (const Pending& input : role == 0 ? models : occluders) {
+            loaded[role].emplace_back();
+            loaded[role].back().label = input.label;
+            contour::ImportedModel& model = loaded[role].back().model;
+            if (input.path.empty() ? !contour::AddMeshArrays(input.arrays(), input.label, model, error, options)
+                                   : !contour::ImportModel(input.path, model, error, options)) {
+                failure = input.path.empty() ? Failure::kArrays : Failure::kInput;
+                return false;
+            }
+            if (monitor.shouldCancel()) return false;
+        }
+    return true;
+}
+
+// A finished drawing's lines, collected on the worker.
+void collectLines(const contour::HostDrawing& drawing, std::map<std::string, KindLines>& kinds) {
+    if (!drawing.lines.parameters) return;
+    const ctr::ExportParameters& parameters = *drawing.lines.parameters;
+    collect(drawing.lines.creases, parameters, kinds["crease"]);
+    collect(drawing.lines.silhouettes, parameters, kinds["silhouette"]);
+    collect(drawing.lines.intersections, parameters, kinds["intersection"]);
+    KindLines& hidden = kinds["hidden"];
+    for (const auto& set : drawing.lines.hidden) collect(set, parameters, hidden);
+}
+
+// Raises what ended the work: Ctrl-C or a cancel as KeyboardInterrupt, a
+// file that cannot be read as OSError, bad arrays and options the drawing
+// cannot meet as ValueError, anything else as RuntimeError.
+void raiseFailure(contour::JobOutcome outcome, Failure failure, const std::string& error, bool refused) {
     if (outcome == contour::JobOutcome::kCancelled) {
         PyErr_SetNone(PyExc_KeyboardInterrupt);
         throw py::error_already_set();
@@ -421,10 +414,11 @@ py::dict draw(const py::list& modelList, const py::list& occluderList, const py:
     }
     // An option the drawing cannot meet (a forced scale too large) is the
     // caller's value error, as the tool makes it a usage error.
-    if (failure == Failure::kArrays || (failure == Failure::kDrawing && drawing.stats.optionRefused)) refuse(error);
+    if (failure == Failure::kArrays || (failure == Failure::kDrawing && refused)) refuse(error);
     if (failure != Failure::kNone) throw std::runtime_error(error);
-    if (!progress.is_none()) progress("done", 1.0);
+}
 
+py::dict drawingDict(const contour::HostDrawing& drawing, const std::map<std::string, KindLines>& kinds) {
     py::dict result;
     result["svg"] = py::str(drawing.svg);
     result["stats"] = py::str(drawing.record);
@@ -443,6 +437,96 @@ py::dict draw(const py::list& modelList, const py::list& occluderList, const py:
     result["lines"] = lines;
     return result;
 }
+
+// One drawing on the worker: draw(drawing, error, monitor) gives the
+// outcome, and the lines of a drawn single view are collected there too.
+template <typename Draw>
+py::dict drawAside(const py::object& progress, const Draw& draw) {
+    Monitor monitor;
+    contour::HostDrawing drawing;
+    std::map<std::string, KindLines> kinds;
+    contour::JobOutcome outcome = contour::JobOutcome::kFailed;
+    Failure failure = Failure::kNone;
+    std::string error;
+    computeAside(monitor, progress, [&] {
+        try {
+            outcome = draw(drawing, error, monitor, failure);
+            if (outcome == contour::JobOutcome::kFailed && failure == Failure::kNone) failure = Failure::kDrawing;
+            if (outcome == contour::JobOutcome::kDrawn) collectLines(drawing, kinds);
+        } catch (const std::exception& exception) {
+            error = exception.what();
+            failure = Failure::kDrawing;
+        }
+    });
+    raiseFailure(outcome, failure, error, drawing.stats.optionRefused);
+    if (!progress.is_none()) progress("done", 1.0);
+    return drawingDict(drawing, kinds);
+}
+
+py::dict draw(const py::list& modelList, const py::list& occluderList, const py::dict& options,
+              const py::object& progress) {
+    const contour::DrawingRequest job = request(options);
+    std::vector<Pending> models = inputs(modelList), occluders = inputs(occluderList);
+    if (models.empty()) refuse("nothing to draw: no model given");
+    return drawAside(progress, [&](contour::HostDrawing& drawing, std::string& error, Monitor& monitor,
+                                   Failure& failure) {
+        const auto start = std::chrono::steady_clock::now();
+        std::vector<contour::HostInput> loaded[2];
+        if (!importInputs(models, occluders, job.import, loaded, failure, error, monitor))
+            return failure == Failure::kNone ? contour::JobOutcome::kCancelled : contour::JobOutcome::kFailed;
+        const double importSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        return contour::DrawHostModels(job, loaded[0], loaded[1], importSeconds, drawing, error, &monitor);
+    });
+}
+
+// A model read and prepared once (contour.Model): each drawing of it starts
+// from the prepared edges. Drawings may be asked for from several Python
+// threads at once; each runs on a worker of its own.
+class Model {
+public:
+    Model(const py::list& modelList, const py::list& occluderList, const py::dict& options) {
+        const contour::DrawingRequest job = request(options);
+        std::vector<Pending> models = inputs(modelList), occluders = inputs(occluderList);
+        if (models.empty()) refuse("nothing to draw: no model given");
+        Monitor monitor;
+        contour::JobOutcome outcome = contour::JobOutcome::kDrawn;
+        Failure failure = Failure::kNone;
+        std::string error;
+        computeAside(monitor, py::none(), [&] {
+            try {
+                const auto start = std::chrono::steady_clock::now();
+                std::vector<contour::HostInput> loaded[2];
+                if (!importInputs(models, occluders, job.import, loaded, failure, error, monitor)) {
+                    if (failure == Failure::kNone) outcome = contour::JobOutcome::kCancelled;
+                    return;
+                }
+                const double importSeconds =
+                    std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+                m_prepared = std::make_shared<const contour::PreparedDrawing>(loaded[0], loaded[1], job.units,
+                                                                              job.threads, importSeconds);
+            } catch (const std::bad_alloc&) {
+                error = "not enough memory for the model";
+                failure = Failure::kDrawing;
+            } catch (const std::exception& exception) {
+                error = exception.what();
+                failure = Failure::kDrawing;
+            }
+        });
+        raiseFailure(outcome, failure, error, false);
+    }
+
+    py::dict draw(const py::dict& options, const py::object& progress) const {
+        const contour::DrawingRequest job = request(options);
+        // Held by the worker too, whatever becomes of this object meanwhile.
+        const std::shared_ptr<const contour::PreparedDrawing> prepared = m_prepared;
+        return drawAside(progress, [&](contour::HostDrawing& drawing, std::string& error, Monitor& monitor, Failure&) {
+            return prepared->Draw(job, drawing, error, &monitor);
+        });
+    }
+
+private:
+    std::shared_ptr<const contour::PreparedDrawing> m_prepared;
+};
 
 // Writes text to path as the tool writes its drawings: the file is replaced
 // only once complete.
@@ -568,6 +652,11 @@ PYBIND11_MODULE(_contour, module) {
     module.doc() = "The compiled drawing engine of the contour package; use contour.draw and contour.sheet.";
     module.def("draw", &draw, py::arg("models"), py::arg("occluders"), py::arg("options"), py::arg("progress"),
                "Draws checked inputs with checked options; see contour.draw.");
+    py::class_<Model>(module, "Model", "A model read and prepared once; see contour.Model.")
+        .def(py::init<const py::list&, const py::list&, const py::dict&>(), py::arg("models"), py::arg("occluders"),
+             py::arg("options"), "Reads the checked inputs and prepares them with the options' import and units.")
+        .def("draw", &Model::draw, py::arg("options"), py::arg("progress"),
+             "Draws a view or a sheet with checked options; see contour.Model.draw and contour.Model.sheet.");
     module.def("save", &save, py::arg("path"), py::arg("text"),
                "Writes text to path, replacing a file there only once complete.");
     module.def("collect_parts", &collectParts, py::arg("paths"),

@@ -182,6 +182,12 @@ bool AddViewLines(ctr::SheetWriter& sheet, const ViewLines& lines);
 bool DrawToSVG(const std::vector<const qe::qeTriMesh*>& meshes, const std::vector<const qe::qeTriMesh*>& occluders,
                const DrawingOptions& options, const std::string& svgPath, DrawingStats& stats, std::string& error,
                ctr::Executor* executor = nullptr, DrawingMonitor* monitor = nullptr, ViewLines* kept = nullptr);
+// The same view of a prepared model (its meshes and occluders), the same
+// file bit for bit; views of one model may be drawn on several threads at
+// once.
+bool DrawToSVG(const ctr::PreparedModel& model, const DrawingOptions& options, const std::string& svgPath,
+               DrawingStats& stats, std::string& error, ctr::Executor* executor = nullptr,
+               DrawingMonitor* monitor = nullptr, ViewLines* kept = nullptr);
 
 }  // namespace contour
 

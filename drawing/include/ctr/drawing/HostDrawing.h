@@ -5,10 +5,14 @@
 #ifndef CTR_DRAWING_HOSTDRAWING_H
 #define CTR_DRAWING_HOSTDRAWING_H
 
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "ctr/drawing/Job.h"
+#include "ctr/drawing/Units.h"
+#include "ctr/PreparedModel.h"
 
 namespace contour {
 
@@ -34,6 +38,42 @@ struct HostDrawing {
 JobOutcome DrawHostModels(const DrawingRequest& request, const std::vector<HostInput>& models,
                           const std::vector<HostInput>& occluders, double importSeconds, HostDrawing& drawing,
                           std::string& error, DrawingMonitor* monitor = nullptr);
+
+// The host's models prepared once to be drawn from many cameras (an orbit,
+// the views of a documentation set): their units settled and their crease
+// and outline edges found once, at construction. Each Draw then gives what
+// DrawHostModels gives for the same request and inputs, the same SVG and
+// lines byte for byte (the record differs in its times only). Immutable once
+// constructed: any number of threads may call Draw at once.
+class PreparedDrawing {
+public:
+    // Takes the models and occluders as DrawHostModels does (the host's
+    // meshes are shared, never changed), with units forced or not as a
+    // request's units; threads prepare (0: one per core), as a request's
+    // do. importSeconds is what getting the models took. Throws
+    // std::bad_alloc when memory runs out.
+    PreparedDrawing(const std::vector<HostInput>& models, const std::vector<HostInput>& occluders,
+                    std::optional<LengthUnit> units, unsigned int threads, double importSeconds);
+    ~PreparedDrawing();
+    PreparedDrawing(const PreparedDrawing&) = delete;
+    PreparedDrawing& operator=(const PreparedDrawing&) = delete;
+
+    // Draws the view or sheet of request, whose model and occluder paths
+    // are not read, and whose units must be those the model was prepared
+    // with (a one-line refusal otherwise, with stats.optionRefused). Fails
+    // and is cancelled as DrawHostModels is.
+    JobOutcome Draw(const DrawingRequest& request, HostDrawing& drawing, std::string& error,
+                    DrawingMonitor* monitor = nullptr) const;
+
+    // The inputs in the drawing's unit and their record, shared with
+    // DrawHostModels (defined beside it).
+    struct Settled;
+
+private:
+    std::optional<LengthUnit> m_units;
+    std::unique_ptr<const Settled> m_settled;
+    std::unique_ptr<const ctr::PreparedModel> m_model;
+};
 
 }  // namespace contour
 

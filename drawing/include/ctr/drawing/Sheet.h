@@ -97,6 +97,12 @@ bool DrawSheet(const std::vector<const qe::qeTriMesh*>& meshes, const std::vecto
                const DrawingOptions& options, const SheetOptions& sheet, const std::string& svgPath,
                DrawingStats& stats, std::string& error, ctr::Executor* executor = nullptr,
                DrawingMonitor* monitor = nullptr);
+// The same sheet of a prepared model (its meshes and occluders), prepared
+// by the caller once for any number of sheets and views; several may be
+// drawn from it at once, on different threads.
+bool DrawSheet(const ctr::PreparedModel& model, const DrawingOptions& options, const SheetOptions& sheet,
+               const std::string& svgPath, DrawingStats& stats, std::string& error, ctr::Executor* executor = nullptr,
+               DrawingMonitor* monitor = nullptr);
 
 // Today's date as ISO 8601 (UTC), or the date of SOURCE_DATE_EPOCH when it is
 // set, so that builds of documents can be reproduced.
