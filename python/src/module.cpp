@@ -28,6 +28,7 @@
 #include "ctr/drawing/Job.h"
 #include "ctr/drawing/ModelImport.h"
 #include "ctr/drawing/OutputFile.h"
+#include "ctr/drawing/ThreadPool.h"
 #include "ctr/LineSegmentSet.h"
 #include "ctr/SvgText.h"
 
@@ -371,8 +372,13 @@ void computeAside(Monitor& monitor, const py::object& progress, const std::funct
 // Failure::kInput or kArrays with error for one that cannot be taken, and
 // false (without a failure) when the monitor asked to stop.
 bool importInputs(const std::vector<Pending>& models, const std::vector<Pending>& occluders,
-                  const contour::ImportOptions& options, std::vector<contour::HostInput> (&loaded)[2],
-                  Failure& failure, std::string& error, Monitor& monitor) {
+                  const contour::ImportOptions& asked, unsigned int threads,
+                  std::vector<contour::HostInput> (&loaded)[2], Failure& failure, std::string& error,
+                  Monitor& monitor) {
+    // Normals made for meshes without them run on the drawing's threads.
+    contour::ThreadPool pool(threads ? threads : contour::ThreadPool::DefaultThreadCount());
+    contour::ImportOptions options = asked;
+    if (pool.threadCount() > 1) options.executor = &pool;
     monitor.phaseStarted("import");
     for (int role = 0; role < 2; ++role)
         for (const Pending& input : role == 0 ? models : occluders) {
@@ -472,7 +478,7 @@ py::dict draw(const py::list& modelList, const py::list& occluderList, const py:
                                    Failure& failure) {
         const auto start = std::chrono::steady_clock::now();
         std::vector<contour::HostInput> loaded[2];
-        if (!importInputs(models, occluders, job.import, loaded, failure, error, monitor))
+        if (!importInputs(models, occluders, job.import, job.threads, loaded, failure, error, monitor))
             return failure == Failure::kNone ? contour::JobOutcome::kCancelled : contour::JobOutcome::kFailed;
         const double importSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         return contour::DrawHostModels(job, loaded[0], loaded[1], importSeconds, drawing, error, &monitor);
@@ -496,7 +502,7 @@ public:
             try {
                 const auto start = std::chrono::steady_clock::now();
                 std::vector<contour::HostInput> loaded[2];
-                if (!importInputs(models, occluders, job.import, loaded, failure, error, monitor)) {
+                if (!importInputs(models, occluders, job.import, job.threads, loaded, failure, error, monitor)) {
                     if (failure == Failure::kNone) outcome = contour::JobOutcome::kCancelled;
                     return;
                 }
