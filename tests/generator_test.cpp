@@ -166,14 +166,15 @@ TEST(PreparedModel, ViewsEqualFreshGeneratorsOnAnyThread) {
             ASSERT_TRUE(contour::FrameCamera(meshes, occluders, options, 210.0, 297.0, camera, error)) << error;
             cameras.push_back(camera);
         }
+        // Fresh views with the pool find creases beside silhouettes.
+        contour::ThreadPool pool(2);
         std::vector<ViewResult> fresh;
         for (size_t c = 0; c < cameras.size(); ++c)
-            fresh.push_back(ComputeView(cameras[c], meshes, occluders, nullptr, c % 2 == 0, nullptr));
+            fresh.push_back(ComputeView(cameras[c], meshes, occluders, nullptr, c % 2 == 0, c % 2 ? &pool : nullptr));
 
         const ctr::PreparedModel prepared(meshes, &occluders);
         const SetPointer before = ctr::PreparedModel(meshes, &occluders).copyCreaseEdges();
         std::vector<ViewResult> shared(cameras.size());
-        contour::ThreadPool pool(2);
         const auto views = [&](size_t first, ctr::Executor* executor) {
             for (size_t c = first; c < cameras.size(); c += 2)
                 shared[c] = ComputeView(cameras[c], meshes, occluders, &prepared, c % 2 == 0, executor, c % 3 == 0);

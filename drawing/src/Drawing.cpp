@@ -49,15 +49,28 @@ public:
             case ctr::FeatureStep::kSilhouettes:
                 creasesFound = m_creases ? countSegments(*m_creases) : 0;
                 return start("silhouettes");
+            case ctr::FeatureStep::kCreasesAndSilhouettes:
+                m_countCreasesNext = true;
+                return start("creases and silhouettes");
             case ctr::FeatureStep::kCommonSegments:
+                countCreasesFound();
                 return start("common segments");
             case ctr::FeatureStep::kOcclusion:
+                countCreasesFound();
                 return start("occlusion");
             case ctr::FeatureStep::kIntersections:
                 return start("intersections");
             case ctr::FeatureStep::kFinished:
                 return start(nullptr);
         }
+    }
+
+    // Creases found side by side with silhouettes are counted as the step
+    // after them starts, before common segments take any.
+    void countCreasesFound() {
+        if (!m_countCreasesNext) return;
+        m_countCreasesNext = false;
+        creasesFound = m_creases ? countSegments(*m_creases) : 0;
     }
 
     // The crease set as the generator fills it.
@@ -71,6 +84,7 @@ private:
     const char* m_running = nullptr;
     std::chrono::steady_clock::time_point m_since;
     const qe::qePointer<ctr::LineSegmentSet>* m_creases = nullptr;
+    bool m_countCreasesNext = false;
 };
 
 // Length on the page of the segments of a set: their world ends through the

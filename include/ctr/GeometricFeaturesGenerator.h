@@ -30,8 +30,19 @@ struct CTR_API GeometricFeatures {
     qe::qePointer<LineSegmentSet> intersectionEdges;
 };
 
-// The steps of computeGeometricFeatures, in the order they run.
-enum class FeatureStep { kCreases, kSilhouettes, kCommonSegments, kOcclusion, kIntersections, kFinished };
+// The steps of computeGeometricFeatures, in the order they run. With an
+// executor, creases still to be extracted (no prepared model) and
+// silhouettes are found side by side, one thread each, as the single step
+// kCreasesAndSilhouettes instead of kCreases and kSilhouettes.
+enum class FeatureStep {
+    kCreases,
+    kSilhouettes,
+    kCommonSegments,
+    kOcclusion,
+    kIntersections,
+    kFinished,
+    kCreasesAndSilhouettes
+};
 
 // Told on the calling thread as each step of computeGeometricFeatures begins,
 // and with kFinished when the call returns (also when a notifier stopped it

@@ -1,4 +1,7 @@
+#include <chrono>
 #include <cstdint>
+#include <exception>
+#include <mutex>
 
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/TrianglesIntersection.h"
@@ -11,6 +14,48 @@ LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeSilhouetteEdges(un
     OwnedSets perMesh(0);
     bakedTriangles[cluster].computeSilhouetteEdges(perMesh.sets);
     return LineSegmentSet::FuseLineSegmentSets(perMesh.sets);
+}
+
+bool GeometricFeaturesGenerator::tInternal::creasesBesideSilhouettes(unsigned int cluster) const {
+    return executor && cluster < clusterMeshes.size() && cluster < bakedTriangles.size() &&
+           !(prepared && cluster == 0);
+}
+
+void GeometricFeaturesGenerator::tInternal::computeCreasesAndSilhouettes(unsigned int cluster,
+                                                                        qe::qePointer<LineSegmentSet>& creases,
+                                                                        qe::qePointer<LineSegmentSet>& silhouettes,
+                                                                        double* seconds) const {
+    const auto timed = [seconds](int which, const auto& find) {
+        const auto start = std::chrono::steady_clock::now();
+        find();
+        if (seconds)
+            seconds[which] = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+    const auto findCreases = [&] { creases = computeCreaseEdges(cluster); };
+    const auto findSilhouettes = [&] { silhouettes = computeSilhouetteEdges(cluster); };
+    if (!creasesBesideSilhouettes(cluster)) {
+        timed(0, findCreases);
+        timed(1, findSilhouettes);
+        return;
+    }
+    LineSegmentSet* found[2] = {nullptr, nullptr};
+    std::exception_ptr failure;
+    std::mutex failureMutex;
+    executor->parallelFor(2, [&](size_t which) {
+        try {
+            timed(static_cast<int>(which), [&] {
+                found[which] = which == 0 ? ExtractCreaseEdges(clusterMeshes[cluster], nullptr)
+                                          : computeSilhouetteEdges(cluster);
+            });
+        } catch (...) {
+            const std::lock_guard<std::mutex> lock(failureMutex);
+            if (!failure) failure = std::current_exception();
+        }
+    });
+    // Owned from here on, so that neither leaks when the other failed.
+    creases = found[0];
+    silhouettes = found[1];
+    if (failure) std::rethrow_exception(failure);
 }
 
 LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeIntersectionEdges(
@@ -50,11 +95,16 @@ void GeometricFeaturesGenerator::computeGeometricFeatures(GeometricFeatures& fea
         ~tSteps() { start(FeatureStep::kFinished); }
     } steps{state.stepObserver};
 
-    steps.start(FeatureStep::kCreases);
-    features.creaseEdges = state.computeCreaseEdges(cluster);
-    if (cancelled()) return;
-    steps.start(FeatureStep::kSilhouettes);
-    features.silhouetteEdges = state.computeSilhouetteEdges(cluster);
+    if (state.creasesBesideSilhouettes(cluster)) {
+        steps.start(FeatureStep::kCreasesAndSilhouettes);
+        state.computeCreasesAndSilhouettes(cluster, features.creaseEdges, features.silhouetteEdges);
+    } else {
+        steps.start(FeatureStep::kCreases);
+        features.creaseEdges = state.computeCreaseEdges(cluster);
+        if (cancelled()) return;
+        steps.start(FeatureStep::kSilhouettes);
+        features.silhouetteEdges = state.computeSilhouetteEdges(cluster);
+    }
     if (removeCommonSegments) {
         steps.start(FeatureStep::kCommonSegments);
         LineSegmentSet::RemoveCommonSegments(features.creaseEdges, features.silhouetteEdges);

@@ -42,6 +42,14 @@ public:
     // The silhouette edges of the cluster's baked meshes, fused into one
     // world-space set; null when there are none.
     LineSegmentSet* computeSilhouetteEdges(unsigned int cluster) const;
+    // Whether computeCreasesAndSilhouettes runs the two side by side.
+    bool creasesBesideSilhouettes(unsigned int cluster) const;
+    // Both sets, side by side when creasesBesideSilhouettes: they read the
+    // meshes and the bake and share nothing else. Each then runs on one
+    // thread, as an executor need not take a loop from inside another.
+    // seconds, when given, gets the time each took.
+    void computeCreasesAndSilhouettes(unsigned int cluster, qe::qePointer<LineSegmentSet>& creases,
+                                      qe::qePointer<LineSegmentSet>& silhouettes, double* seconds = nullptr) const;
     // The visible pieces of the lines where the cluster's triangles cut each
     // other; null when there are none or when cancelled. hidden, when given,
     // gets their hidden pieces.
