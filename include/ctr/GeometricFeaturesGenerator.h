@@ -31,9 +31,10 @@ struct CTR_API GeometricFeatures {
 };
 
 // The steps of computeGeometricFeatures, in the order they run. With an
-// executor, creases still to be extracted (no prepared model) and
-// silhouettes are found side by side, one thread each, as the single step
-// kCreasesAndSilhouettes instead of kCreases and kSilhouettes.
+// executor, creases and silhouettes are the single step
+// kCreasesAndSilhouettes instead of kCreases and kSilhouettes: creases still
+// to be extracted (no prepared model) are found beside the silhouettes, one
+// thread each.
 enum class FeatureStep {
     kCreases,
     kSilhouettes,

@@ -95,7 +95,9 @@ void GeometricFeaturesGenerator::computeGeometricFeatures(GeometricFeatures& fea
         ~tSteps() { start(FeatureStep::kFinished); }
     } steps{state.stepObserver};
 
-    if (state.creasesBesideSilhouettes(cluster)) {
+    // One step with an executor, side by side or not, so that a host's
+    // timing has the same steps for a prepared model as for fresh meshes.
+    if (state.executor) {
         steps.start(FeatureStep::kCreasesAndSilhouettes);
         state.computeCreasesAndSilhouettes(cluster, features.creaseEdges, features.silhouetteEdges);
     } else {

@@ -42,7 +42,8 @@ public:
     // The silhouette edges of the cluster's baked meshes, fused into one
     // world-space set; null when there are none.
     LineSegmentSet* computeSilhouetteEdges(unsigned int cluster) const;
-    // Whether computeCreasesAndSilhouettes runs the two side by side.
+    // Whether computeCreasesAndSilhouettes runs the two side by side: with
+    // an executor, unless the creases are a prepared model's copy.
     bool creasesBesideSilhouettes(unsigned int cluster) const;
     // Both sets, side by side when creasesBesideSilhouettes: they read the
     // meshes and the bake and share nothing else. Each then runs on one
