@@ -27,11 +27,6 @@ struct SegmentKey {
     const Vector3f* hi;
 };
 
-int CompareKey(const SegmentKey& k, const SegmentKey& l) {
-    const int order = edges::ComparePositionValue(*k.lo, *l.lo);
-    return order != 0 ? order : edges::ComparePositionValue(*k.hi, *l.hi);
-}
-
 bool HasNaN(const SegmentKey& key) {
     for (int axis = 0; axis < 3; ++axis)
         if ((*key.lo)[axis] != (*key.lo)[axis] || (*key.hi)[axis] != (*key.hi)[axis]) return true;
@@ -47,6 +42,7 @@ struct ValueKey {
     bool operator<(const ValueKey& other) const {
         return std::lexicographical_compare(k, k + 6, other.k, other.k + 6);
     }
+    bool operator==(const ValueKey& other) const { return std::equal(k, k + 6, other.k); }
 };
 
 ValueKey MakeValueKey(const SegmentKey& key) {
@@ -177,18 +173,26 @@ int LineSegmentSet::RemoveDuplicateSegments(LineSegmentSet* set) {
     if (!set || !set->IBuffer) return 0;
     const SegmentKeys keys(*set);
     const int segments = set->getSegmentQuantity();
-    std::vector<uint32_t> order = keys.keyed(segments, false);
-    // Ties in segment order, so that the first of equal segments is the one
-    // kept, whatever the sort does.
-    std::sort(order.begin(), order.end(), [&keys](uint32_t s, uint32_t t) {
-        const int compared = CompareKey(keys.at(static_cast<int>(s)), keys.at(static_cast<int>(t)));
-        return compared != 0 ? compared < 0 : s < t;
-    });
+    // Value keys sorted with ties in segment order, so that the first of
+    // equal segments is the one kept, whatever the sort does. Segments with
+    // a NaN end equal nothing and take no part.
+    struct KeyedSegment {
+        ValueKey key;
+        uint32_t segment;
+        bool operator<(const KeyedSegment& other) const {
+            return key < other.key || (key == other.key && segment < other.segment);
+        }
+    };
+    std::vector<KeyedSegment> order;
+    order.reserve(static_cast<size_t>(std::max(segments, 0)));
+    for (const uint32_t s : keys.keyed(segments, false))
+        order.push_back(KeyedSegment{MakeValueKey(keys.at(static_cast<int>(s))), s});
+    std::sort(order.begin(), order.end());
     std::vector<bool> dropped(static_cast<size_t>(segments), false);
     size_t removed = 0;
     for (size_t k = 1; k < order.size(); ++k)
-        if (CompareKey(keys.at(static_cast<int>(order[k - 1])), keys.at(static_cast<int>(order[k]))) == 0) {
-            dropped[order[k]] = true;
+        if (order[k].key == order[k - 1].key) {
+            dropped[order[k].segment] = true;
             ++removed;
         }
     return removed > 0 ? CompactSegments(*set, dropped) : 0;
