@@ -11,14 +11,24 @@ namespace contour::importer {
 
 namespace {
 
+std::string folderOf(const std::string& file) {
+    const size_t slash = file.rfind('/');
+    return slash == std::string::npos ? std::string() : file.substr(0, slash);
+}
+
 // The folder of the object this code is linked into: the tool, a test, the
-// Python module.
+// Python module. A shared object is named by the path it was loaded from;
+// the program itself by its argv[0], a bare name when it was found through
+// PATH, and then by the kernel's link to it.
 std::string ownFolder() {
     Dl_info info{};
     if (!dladdr(reinterpret_cast<void*>(&ReaderEntry), &info) || !info.dli_fname) return std::string();
     const std::string file = info.dli_fname;
-    const size_t slash = file.rfind('/');
-    return slash == std::string::npos ? std::string(".") : file.substr(0, slash);
+    if (file.find('/') != std::string::npos) return folderOf(file);
+    char program[4096];
+    const ssize_t length = readlink("/proc/self/exe", program, sizeof program - 1);
+    if (length <= 0) return std::string();
+    return folderOf(std::string(program, static_cast<size_t>(length)));
 }
 
 std::string canonical(const std::string& path) {

@@ -37,9 +37,17 @@ if(EXISTS "${WORK_DIR}/prefix/bin/contour")
   if(NOT result EQUAL 0 OR NOT EXISTS "${WORK_DIR}/demo.svg")
     message(FATAL_ERROR "the installed contour does not run: ${output}")
   endif()
-  execute_process(COMMAND ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH
-      "${WORK_DIR}/prefix/bin/contour" "${SOURCE_DIR}/../models/units/block_inch.3mf" -q -o "${WORK_DIR}/block.svg"
+  # A copy of the installation outside the build tree, where nothing of the
+  # build can stand in for it, run through PATH as a user types it (argv[0]
+  # is then a bare name) from a folder that holds nothing of it.
+  string(RANDOM LENGTH 12 tag)
+  set(moved "/tmp/contour-install-check-${tag}")
+  file(COPY "${WORK_DIR}/prefix/" DESTINATION "${moved}")
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH "PATH=${moved}/bin:$ENV{PATH}"
+      contour "${SOURCE_DIR}/../models/units/block_inch.3mf" -q -o "${WORK_DIR}/block.svg"
+    WORKING_DIRECTORY /
     RESULT_VARIABLE result ERROR_VARIABLE output)
+  file(REMOVE_RECURSE "${moved}")
   if(NOT result EQUAL 0 OR NOT EXISTS "${WORK_DIR}/block.svg")
     message(FATAL_ERROR "the installed contour does not load its reader module: ${output}")
   endif()
