@@ -368,13 +368,15 @@ void computeAside(Monitor& monitor, const py::object& progress, const std::funct
     if (raised) throw py::error_already_set();
 }
 
-// The inputs imported as the request's import options say, on the worker:
-// Failure::kInput or kArrays with error for one that cannot be taken, and
-// false (without a failure) when the monitor asked to stop.
+// The inputs imported as the request's import options say, on the worker,
+// with the seconds it took: Failure::kInput or kArrays with error for one
+// that cannot be taken, and false (without a failure) when the monitor asked
+// to stop.
 bool importInputs(const std::vector<Pending>& models, const std::vector<Pending>& occluders,
                   const contour::ImportOptions& asked, unsigned int threads,
-                  std::vector<contour::HostInput> (&loaded)[2], Failure& failure, std::string& error,
-                  Monitor& monitor) {
+                  std::vector<contour::HostInput> (&loaded)[2], double& seconds, Failure& failure,
+                  std::string& error, Monitor& monitor) {
+    const auto start = std::chrono::steady_clock::now();
     // Normals made for meshes without them run on the drawing's threads.
     contour::ThreadPool pool(threads ? threads : contour::ThreadPool::DefaultThreadCount());
     contour::ImportOptions options = asked;
@@ -392,6 +394,7 @@ bool importInputs(const std::vector<Pending>& models, const std::vector<Pending>
             }
             if (monitor.shouldCancel()) return false;
         }
+    seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return true;
 }
 
@@ -476,11 +479,10 @@ py::dict draw(const py::list& modelList, const py::list& occluderList, const py:
     if (models.empty()) refuse("nothing to draw: no model given");
     return drawAside(progress, [&](contour::HostDrawing& drawing, std::string& error, Monitor& monitor,
                                    Failure& failure) {
-        const auto start = std::chrono::steady_clock::now();
         std::vector<contour::HostInput> loaded[2];
-        if (!importInputs(models, occluders, job.import, job.threads, loaded, failure, error, monitor))
+        double importSeconds = 0.0;
+        if (!importInputs(models, occluders, job.import, job.threads, loaded, importSeconds, failure, error, monitor))
             return failure == Failure::kNone ? contour::JobOutcome::kCancelled : contour::JobOutcome::kFailed;
-        const double importSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         return contour::DrawHostModels(job, loaded[0], loaded[1], importSeconds, drawing, error, &monitor);
     });
 }
@@ -500,14 +502,13 @@ public:
         std::string error;
         computeAside(monitor, py::none(), [&] {
             try {
-                const auto start = std::chrono::steady_clock::now();
                 std::vector<contour::HostInput> loaded[2];
-                if (!importInputs(models, occluders, job.import, job.threads, loaded, failure, error, monitor)) {
+                double importSeconds = 0.0;
+                if (!importInputs(models, occluders, job.import, job.threads, loaded, importSeconds, failure, error,
+                                  monitor)) {
                     if (failure == Failure::kNone) outcome = contour::JobOutcome::kCancelled;
                     return;
                 }
-                const double importSeconds =
-                    std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
                 m_prepared = std::make_shared<const contour::PreparedDrawing>(loaded[0], loaded[1], job.units,
                                                                               job.threads, importSeconds);
             } catch (const std::bad_alloc&) {

@@ -1,11 +1,10 @@
 #include <chrono>
 #include <cstdint>
-#include <exception>
-#include <mutex>
 
 #include "ctr/GeometricFeaturesGenerator.h"
 #include "ctr/TrianglesIntersection.h"
 #include "generator/GeneratorInternal.h"
+#include "parallel/Chunks.h"
 
 namespace ctr {
 
@@ -31,31 +30,21 @@ void GeometricFeaturesGenerator::tInternal::computeCreasesAndSilhouettes(unsigne
         if (seconds)
             seconds[which] = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     };
-    const auto findCreases = [&] { creases = computeCreaseEdges(cluster); };
-    const auto findSilhouettes = [&] { silhouettes = computeSilhouetteEdges(cluster); };
     if (!creasesBesideSilhouettes(cluster)) {
-        timed(0, findCreases);
-        timed(1, findSilhouettes);
+        timed(0, [&] { creases = computeCreaseEdges(cluster); });
+        timed(1, [&] { silhouettes = computeSilhouetteEdges(cluster); });
         return;
     }
-    LineSegmentSet* found[2] = {nullptr, nullptr};
-    std::exception_ptr failure;
-    std::mutex failureMutex;
-    executor->parallelFor(2, [&](size_t which) {
-        try {
-            timed(static_cast<int>(which), [&] {
-                found[which] = which == 0 ? ExtractCreaseEdges(clusterMeshes[cluster], nullptr)
-                                          : computeSilhouetteEdges(cluster);
-            });
-        } catch (...) {
-            const std::lock_guard<std::mutex> lock(failureMutex);
-            if (!failure) failure = std::current_exception();
-        }
+    // Each set is owned by its pointer as soon as it is made, so that neither
+    // leaks when the other throws.
+    ForEachTask(executor, 2, [&](size_t which) {
+        timed(static_cast<int>(which), [&] {
+            if (which == 0)
+                creases = ExtractCreaseEdges(clusterMeshes[cluster], nullptr);
+            else
+                silhouettes = computeSilhouetteEdges(cluster);
+        });
     });
-    // Owned from here on, so that neither leaks when the other failed.
-    creases = found[0];
-    silhouettes = found[1];
-    if (failure) std::rethrow_exception(failure);
 }
 
 LineSegmentSet* GeometricFeaturesGenerator::tInternal::computeIntersectionEdges(

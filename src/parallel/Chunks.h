@@ -6,12 +6,32 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <exception>
+#include <mutex>
 
 #include "ctr/Executor.h"
 
 namespace ctr {
 
 inline size_t ChunkCount(size_t items, size_t chunkSize) { return (items + chunkSize - 1) / chunkSize; }
+
+// executor.parallelFor(count, task) for tasks that may throw (running out of
+// memory): an executor's tasks throw nothing, so the first exception is kept
+// and thrown on the calling thread once every task has returned.
+template <typename Task>
+void ParallelForCarrying(Executor& executor, size_t count, const Task& task) {
+    std::mutex mutex;
+    std::exception_ptr failure;
+    executor.parallelFor(count, [&](size_t i) {
+        try {
+            task(i);
+        } catch (...) {
+            const std::lock_guard<std::mutex> lock(mutex);
+            if (!failure) failure = std::current_exception();
+        }
+    });
+    if (failure) std::rethrow_exception(failure);
+}
 
 // Calls body(chunk, begin, end) for every chunk of [0, items): through the
 // executor when there is one and more than one chunk, else in order on the
@@ -27,7 +47,7 @@ void ForEachChunk(Executor* executor, size_t items, size_t chunkSize, const Body
         for (size_t chunk = 0; chunk < chunks; ++chunk) run(chunk);
         return;
     }
-    executor->parallelFor(chunks, run);
+    ParallelForCarrying(*executor, chunks, run);
 }
 
 // Calls task(i) for i in [0, count) through the executor, or in order.
@@ -37,7 +57,7 @@ void ForEachTask(Executor* executor, size_t count, const Task& task) {
         for (size_t i = 0; i < count; ++i) task(i);
         return;
     }
-    executor->parallelFor(count, task);
+    ParallelForCarrying(*executor, count, task);
 }
 
 // For loops whose progress and cancellation the host watches: the chunks
@@ -51,7 +71,7 @@ bool ForEachChunkInWaves(Executor& executor, size_t items, size_t chunkSize, siz
     const size_t chunks = ChunkCount(items, chunkSize);
     for (size_t firstChunk = 0; firstChunk < chunks; firstChunk += chunksPerWave) {
         const size_t waveChunks = std::min(chunksPerWave, chunks - firstChunk);
-        executor.parallelFor(waveChunks, [&](size_t k) {
+        ParallelForCarrying(executor, waveChunks, [&](size_t k) {
             const size_t begin = (firstChunk + k) * chunkSize;
             body(firstChunk + k, begin, std::min(items, begin + chunkSize));
         });
