@@ -4,10 +4,8 @@
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <exception>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -73,25 +71,13 @@ constexpr size_t kFaceChunk = size_t(1) << 15;
 constexpr size_t kRunCorners = size_t(1) << 16;
 constexpr size_t kMaxRuns = 64;
 
-// Runs task(0 .. count-1) on the executor, or in turn without one. The
-// first exception a task throws (running out of memory) is thrown here once
-// every task has returned.
+// Runs task(0 .. count-1) on the executor, or in turn without one.
 void inChunks(ctr::Executor* executor, size_t count, const std::function<void(size_t)>& task) {
     if (!executor || count < 2) {
         for (size_t i = 0; i < count; ++i) task(i);
         return;
     }
-    std::mutex mutex;
-    std::exception_ptr failure;
-    executor->parallelFor(count, [&](size_t i) {
-        try {
-            task(i);
-        } catch (...) {
-            const std::lock_guard<std::mutex> lock(mutex);
-            if (!failure) failure = std::current_exception();
-        }
-    });
-    if (failure) std::rethrow_exception(failure);
+    ctr::ParallelForCarrying(*executor, count, task);
 }
 
 // Settles the fans and slots of groups [groupBegin, groupEnd) into slots,

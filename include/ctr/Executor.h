@@ -7,7 +7,9 @@
 #define CTR_EXECUTOR_H
 
 #include <cstddef>
+#include <exception>
 #include <functional>
+#include <mutex>
 
 #include "ctr/Export.h"
 
@@ -23,6 +25,24 @@ public:
     // data.
     virtual void parallelFor(size_t count, const std::function<void(size_t)>& task) = 0;
 };
+
+// executor.parallelFor(count, task) for tasks that may throw (running out of
+// memory): an executor's tasks throw nothing, so the first exception is kept
+// and thrown on the calling thread once every task has returned.
+template <typename Task>
+void ParallelForCarrying(Executor& executor, size_t count, const Task& task) {
+    std::mutex mutex;
+    std::exception_ptr failure;
+    executor.parallelFor(count, [&](size_t i) {
+        try {
+            task(i);
+        } catch (...) {
+            const std::lock_guard<std::mutex> lock(mutex);
+            if (!failure) failure = std::current_exception();
+        }
+    });
+    if (failure) std::rethrow_exception(failure);
+}
 
 }  // namespace ctr
 

@@ -6,32 +6,12 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <exception>
-#include <mutex>
 
 #include "ctr/Executor.h"
 
 namespace ctr {
 
 inline size_t ChunkCount(size_t items, size_t chunkSize) { return (items + chunkSize - 1) / chunkSize; }
-
-// executor.parallelFor(count, task) for tasks that may throw (running out of
-// memory): an executor's tasks throw nothing, so the first exception is kept
-// and thrown on the calling thread once every task has returned.
-template <typename Task>
-void ParallelForCarrying(Executor& executor, size_t count, const Task& task) {
-    std::mutex mutex;
-    std::exception_ptr failure;
-    executor.parallelFor(count, [&](size_t i) {
-        try {
-            task(i);
-        } catch (...) {
-            const std::lock_guard<std::mutex> lock(mutex);
-            if (!failure) failure = std::current_exception();
-        }
-    });
-    if (failure) std::rethrow_exception(failure);
-}
 
 // Calls body(chunk, begin, end) for every chunk of [0, items): through the
 // executor when there is one and more than one chunk, else in order on the
